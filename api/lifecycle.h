@@ -1,0 +1,18 @@
+// Library-wide state of the entry points: the camera's stop request and the
+// stage timer shared by the capture entry and the pipeline driver.
+#pragma once
+
+#include <cstdint>
+
+namespace tavo {
+
+// Value of the stop flag; a capture stops when it reads exactly 1.
+int32_t stop_flag_value();
+
+// Logs "Test: <label>, <seconds> s" under the function name endTime and returns
+// the seconds elapsed on the monotonic clock since start_ns.
+double endTime(const char* label, int64_t start_ns);
+
+inline constexpr const char* kLibraryVersion = "v4.2.2.1";
+
+}  // namespace tavo

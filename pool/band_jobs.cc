@@ -1,0 +1,57 @@
+#include "pool/band_jobs.h"
+
+#include "pool/thread_pool.h"
+
+extern "C" {
+TAVO_HDR_EXPORT band_record arg[4];
+TAVO_HDR_EXPORT int32_t count = 0;
+// Exported and never used.
+TAVO_HDR_EXPORT unsigned char p[300] = {0};
+}
+
+namespace tavo {
+namespace {
+
+void* run_band_job(void* record) {
+  auto* band = static_cast<band_record*>(record);
+  band->body(band);
+  return nullptr;
+}
+
+}  // namespace
+
+BandSplit split_rows(int32_t total, SplitRule rule) {
+  int32_t step = total / 4;
+  if (rule == SplitRule::kFourEven || rule == SplitRule::kPyramidEven) step &= ~1;
+  const bool pyramid = rule == SplitRule::kPyramid || rule == SplitRule::kPyramidEven;
+  if (pyramid && step < 2) return BandSplit{1, total, total};
+  return BandSplit{4, step, total};
+}
+
+namespace detail {
+
+void queue_band(band_record* record) { pool_add_worker(run_band_job, record); }
+
+void wait_bands(int32_t bands) {
+  thread_pool* tp = pool;
+  if (tp == nullptr) return;  // without a pool the bands ran on this thread
+  pthread_mutex_lock(&tp->pro_lock);
+  while (count != bands) pthread_cond_wait(&tp->pro_ready, &tp->pro_lock);
+  pthread_mutex_unlock(&tp->pro_lock);
+}
+
+}  // namespace detail
+
+void band_done() {
+  thread_pool* tp = pool;
+  if (tp == nullptr) {
+    __atomic_add_fetch(&count, 1, __ATOMIC_RELAXED);
+    return;
+  }
+  pthread_mutex_lock(&tp->pro_lock);
+  ++count;
+  pthread_mutex_unlock(&tp->pro_lock);
+  pthread_cond_signal(&tp->pro_ready);
+}
+
+}  // namespace tavo

@@ -1,0 +1,82 @@
+// Band jobs: every parallel image operation X is cut into at most four
+// horizontal bands. Its dispatcher X_process describes the bands with
+// run_bands(); its job body X_parameter reads its band with band_payload(),
+// runs the kernel and reports with band_done(). Queueing and waiting live here
+// only.
+#pragma once
+
+#include <cstdint>
+#include <new>
+#include <type_traits>
+
+#include "include/tavo_lumo_hdr.h"
+
+// One band of the batch being run. The payload holds the kernel's arguments for
+// the band, laid out by the kernel's own record type.
+struct band_record {
+  int32_t band;               // band index, 0 first
+  int32_t bands;              // number of bands of the batch
+  int32_t (*body)(void*);     // job body that runs this band
+  alignas(16) unsigned char payload[224];
+};
+
+extern "C" {
+TAVO_HDR_EXPORT extern band_record arg[4];
+TAVO_HDR_EXPORT extern int32_t count;  // bands of the current batch that have finished
+TAVO_HDR_EXPORT extern unsigned char p[300];
+}
+
+namespace tavo {
+
+// How a dispatcher cuts `total` rows.
+enum class SplitRule {
+  kFour,         // four bands of total/4 rows, the last band takes the rest
+  kFourEven,     // four bands of (total/4) rounded down to even rows
+  kPyramid,      // as kFour, but one band when total/4 < 2
+  kPyramidEven,  // as kFourEven, but one band when that row count is < 2
+};
+
+struct BandSplit {
+  int32_t bands;  // 1 or 4
+  int32_t step;   // rows of every band but the last
+  int32_t total;
+  int32_t first(int32_t band) const { return band * step; }
+  int32_t rows(int32_t band) const { return band == bands - 1 ? total - band * step : step; }
+};
+
+BandSplit split_rows(int32_t total, SplitRule rule);
+
+namespace detail {
+void queue_band(band_record* record);
+void wait_bands(int32_t bands);
+}  // namespace detail
+
+// The kernel arguments of a band record, as the job body reads them.
+template <class Payload>
+Payload& band_payload(void* record) {
+  return *std::launder(reinterpret_cast<Payload*>(static_cast<band_record*>(record)->payload));
+}
+
+// Reported by each job body once its band is written.
+void band_done();
+
+// Runs one batch: for every band b, fill(b, payload) writes the band's kernel
+// arguments, and the job `body` is queued on the pool; returns when all bands
+// have reported.
+template <class Payload, class Fill>
+void run_bands(int32_t bands, int32_t (*body)(void*), Fill&& fill) {
+  static_assert(sizeof(Payload) <= sizeof(band_record::payload), "band payload too large");
+  static_assert(std::is_trivially_copyable_v<Payload>, "band payload must be plain data");
+  count = 0;
+  for (int32_t b = 0; b < bands; ++b) {
+    band_record& record = arg[b];
+    record.band = b;
+    record.bands = bands;
+    record.body = body;
+    fill(b, *::new (static_cast<void*>(record.payload)) Payload{});
+    detail::queue_band(&record);
+  }
+  detail::wait_bands(bands);
+}
+
+}  // namespace tavo

@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Builds and runs the whole test suite twice: natively, and cross-built for
+# aarch64 under qemu-user. Both must pass.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+jobs=$(nproc 2>/dev/null || echo 2)
+status=0
+for preset in host aarch64; do
+  echo "=== ${preset}: configure and build"
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" -j "$jobs"
+  echo "=== ${preset}: test"
+  if ! ctest --preset "$preset" -j "$jobs"; then status=1; fi
+done
+exit $status

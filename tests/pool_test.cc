@@ -1,0 +1,275 @@
+// Worker pool and band jobs: lifecycle, core binding, failures of thread and
+// job creation, and the batch protocol.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <thread>
+
+#include "include/tavo_lumo_hdr.h"
+#include "platform/memory.h"
+#include "platform/threads.h"
+#include "pool/band_jobs.h"
+#include "pool/thread_pool.h"
+#include "support/test_support.h"
+
+namespace tavo {
+namespace {
+
+using test::LogCapture;
+using test::ScopedProperties;
+
+TEST(PoolLifecycle, InitAndDestroyManyTimesThenDestroyTwice) {
+  const long live = platform::live_allocations();
+  for (int i = 0; i < 50; ++i) {
+    ASSERT_EQ(tavo_hdr_pool_init(), 0);
+    ASSERT_NE(pool, nullptr);
+    ASSERT_EQ(tavo_hdr_pool_destroy(), 0);
+    ASSERT_EQ(pool, nullptr);
+  }
+  LogCapture log;
+  EXPECT_EQ(tavo_hdr_pool_destroy(), -1);
+  EXPECT_TRUE(log.contains("pool_destroy fail\n"));
+  EXPECT_EQ(platform::live_allocations(), live);
+}
+
+TEST(PoolLifecycle, SecondInitKeepsTheRunningPool) {
+  ASSERT_EQ(tavo_hdr_pool_init(), 0);
+  thread_pool* first = pool;
+  EXPECT_EQ(tavo_hdr_pool_init(), 0);
+  EXPECT_EQ(pool, first);
+  EXPECT_EQ(tavo_hdr_pool_destroy(), 0);
+}
+
+TEST(PoolLifecycle, RejectsWorkerCountsOutsideThePool) {
+  EXPECT_EQ(pool_init(0), -1);
+  EXPECT_EQ(pool_init(5), -1);
+  EXPECT_EQ(pool, nullptr);
+}
+
+TEST(PoolLifecycle, DestroyStartedTwiceReturnsAtOnce) {
+  ASSERT_EQ(pool_init(4), 0);
+  pool->shutdown = 1;  // as a destroy that is still joining leaves it
+  EXPECT_EQ(pool_destroy(), -1);
+  pool->shutdown = 0;
+  EXPECT_EQ(pool_destroy(), 0);
+}
+
+TEST(PoolLifecycle, FailedRecordAllocationLeavesNoPool) {
+  LogCapture log;
+  platform::fail_allocations_after(0);
+  EXPECT_EQ(tavo_hdr_pool_init(), -1);
+  platform::fail_allocations_after(-1);
+  EXPECT_TRUE(log.contains("can't alloc thread pool\n"));
+  EXPECT_TRUE(log.contains("pool_init fail\n"));
+  EXPECT_EQ(pool, nullptr);
+}
+
+TEST(PoolLifecycle, FailedThreadTablesAreReleased) {
+  for (long budget : {1L, 2L}) {
+    const long live = platform::live_allocations();
+    LogCapture log;
+    platform::fail_allocations_after(budget);
+    EXPECT_EQ(pool_init(4), -1);
+    platform::fail_allocations_after(-1);
+    EXPECT_TRUE(log.contains(budget == 1 ? "can't malloc threadid\n" : "can't malloc thread_creatflag\n"));
+    EXPECT_EQ(platform::live_allocations(), live);
+    EXPECT_EQ(pool, nullptr);
+  }
+}
+
+int failing_create(pthread_t*, platform::ThreadBody, void*) { return EAGAIN; }
+
+std::atomic<int> g_creations{0};
+int every_other_create(pthread_t* thread, platform::ThreadBody body, void* arg) {
+  if (g_creations.fetch_add(1) % 2 == 0) return EAGAIN;
+  return pthread_create(thread, nullptr, body, arg);
+}
+
+TEST(PoolThreads, AllCreationsFailing) {
+  const long live = platform::live_allocations();
+  LogCapture log;
+  platform::set_thread_create_for_testing(failing_create);
+  EXPECT_EQ(tavo_hdr_pool_init(), -1);
+  platform::set_thread_create_for_testing(nullptr);
+  EXPECT_EQ(log.count("can't create thread: "), 4);
+  EXPECT_TRUE(log.contains("all LTM thread create failed.\n"));
+  EXPECT_TRUE(log.contains("pool_init fail\n"));
+  EXPECT_EQ(pool, nullptr);
+  EXPECT_EQ(platform::live_allocations(), live);
+}
+
+TEST(PoolThreads, SomeCreationsFailingStillRunsJobs) {
+  g_creations = 0;
+  platform::set_thread_create_for_testing(every_other_create);
+  ASSERT_EQ(pool_init(4), 0);
+  platform::set_thread_create_for_testing(nullptr);
+  EXPECT_EQ(pool->thread_creatflag[0] + pool->thread_creatflag[1] + pool->thread_creatflag[2] +
+                pool->thread_creatflag[3],
+            2);
+  std::atomic<int> ran{0};
+  run_bands<std::atomic<int>*>(4, [](void* record) -> int32_t {
+    band_payload<std::atomic<int>*>(record)->fetch_add(1);
+    band_done();
+    return 0;
+  }, [&](int32_t, std::atomic<int>*& payload) { payload = &ran; });
+  EXPECT_EQ(ran, 4);
+  EXPECT_EQ(pool_destroy(), 0);
+}
+
+TEST(PoolBindCore, DefaultCoresWithoutProperty) {
+  LogCapture log;
+  ASSERT_EQ(pool_init(4), 0);
+  EXPECT_EQ(g_args[0], 0);
+  EXPECT_EQ(g_args[1], 1);
+  EXPECT_EQ(g_args[2], 2);
+  EXPECT_EQ(g_args[3], 3);
+  EXPECT_FALSE(log.contains("bindcore"));
+  EXPECT_EQ(pool_destroy(), 0);
+}
+
+struct BindCase {
+  const char* value;
+  int32_t cores[4];
+  const char* message;  // a line the parse must log
+};
+
+class PoolBindCoreValues : public ::testing::TestWithParam<BindCase> {};
+
+TEST_P(PoolBindCoreValues, BindsWorkers) {
+  const BindCase& c = GetParam();
+  ScopedProperties props({{"persist.bindcore.hdr", c.value}});
+  LogCapture log;
+  ASSERT_EQ(pool_init(4), 0);
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(g_args[i], c.cores[i]) << "worker " << i;
+  EXPECT_TRUE(log.contains(std::string("bindcore is ") + c.value + "\n"));
+  EXPECT_TRUE(log.contains(c.message)) << log.joined();
+  EXPECT_EQ(pool_destroy(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, PoolBindCoreValues,
+    ::testing::Values(
+        BindCase{"cpu_4_4_5_6_7", {4, 5, 6, 7}, "thread 3 is blended on 7th core\n"},
+        BindCase{"x_2_6_7", {6, 7, 2, 3}, "thread 1 is blended on 7th core\n"},
+        BindCase{"cpu_6_1_0_1_0_5_5", {1, 0, 1, 0}, "bindcore core 5 for thread 5 ignored: only 4 threads\n"},
+        BindCase{"cpu4567", {0, 1, 2, 3}, "bindcore value cpu4567 has no core count, default cores kept\n"},
+        BindCase{"cpu_4_4_5", {0, 1, 2, 3}, "bindcore value cpu_4_4_5 names 4 cores but gives 2, default cores kept\n"},
+        BindCase{"c_1_40", {40, 1, 2, 3}, "thread 0 is blended on 40th core\n"}),
+    [](const ::testing::TestParamInfo<BindCase>& info) {
+      std::string name = info.param.value;
+      for (char& ch : name) {
+        if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
+      }
+      return name;
+    });
+
+TEST(PoolBindCore, CoreBeyondMaskIsLoggedAndWorkerStillRuns) {
+  ScopedProperties props({{"persist.bindcore.hdr", "c_4_32_33_200_-1"}});
+  LogCapture log;
+  ASSERT_EQ(pool_init(4), 0);
+  std::atomic<int> ran{0};
+  run_bands<std::atomic<int>*>(4, [](void* record) -> int32_t {
+    band_payload<std::atomic<int>*>(record)->fetch_add(1);
+    band_done();
+    return 0;
+  }, [&](int32_t, std::atomic<int>*& payload) { payload = &ran; });
+  EXPECT_EQ(ran, 4);
+  EXPECT_EQ(pool_destroy(), 0);
+  EXPECT_EQ(log.count("sched_setaffinity failed"), 4);
+}
+
+TEST(BandSplit, RowsPerBand) {
+  struct Case {
+    int32_t total;
+    SplitRule rule;
+    std::vector<int32_t> rows;
+  };
+  const Case cases[] = {
+      {7, SplitRule::kPyramidEven, {7}},
+      {8, SplitRule::kPyramidEven, {2, 2, 2, 2}},
+      {375, SplitRule::kPyramidEven, {92, 92, 92, 99}},
+      {10, SplitRule::kFour, {2, 2, 2, 4}},
+      {10, SplitRule::kFourEven, {2, 2, 2, 4}},
+      {14, SplitRule::kFourEven, {2, 2, 2, 8}},
+      {5, SplitRule::kFour, {1, 1, 1, 2}},
+      {3, SplitRule::kFour, {0, 0, 0, 3}},
+      {7, SplitRule::kPyramid, {7}},
+      {11, SplitRule::kPyramid, {2, 2, 2, 5}},
+  };
+  for (const Case& c : cases) {
+    const BandSplit split = split_rows(c.total, c.rule);
+    ASSERT_EQ(split.bands, static_cast<int32_t>(c.rows.size())) << c.total;
+    int32_t next = 0;
+    for (int32_t b = 0; b < split.bands; ++b) {
+      EXPECT_EQ(split.first(b), next);
+      EXPECT_EQ(split.rows(b), c.rows[b]) << "total " << c.total << " band " << b;
+      next += split.rows(b);
+    }
+    EXPECT_EQ(next, c.total);
+  }
+}
+
+class BandJobs : public test::PoolTest {};
+
+struct Mark {
+  int32_t* rows;
+  int32_t first, n;
+};
+
+int32_t mark_rows(void* record) {
+  const Mark& m = band_payload<Mark>(record);
+  for (int32_t r = 0; r < m.n; ++r) m.rows[m.first + r] += 1 + static_cast<band_record*>(record)->band;
+  band_done();
+  return 0;
+}
+
+TEST_F(BandJobs, EveryRowWrittenOnceByItsBand) {
+  for (int32_t total : {0, 1, 7, 10, 33, 1000}) {
+    std::vector<int32_t> rows(total, 0);
+    const BandSplit split = split_rows(total, SplitRule::kFour);
+    run_bands<Mark>(split.bands, mark_rows, [&](int32_t b, Mark& m) {
+      m = Mark{rows.data(), split.first(b), split.rows(b)};
+    });
+    EXPECT_EQ(count, 4);
+    for (int32_t b = 0; b < 4; ++b) {
+      for (int32_t r = 0; r < split.rows(b); ++r) EXPECT_EQ(rows[split.first(b) + r], b + 1);
+    }
+  }
+}
+
+TEST_F(BandJobs, BatchFinishedBeforeTheWaitReturnsAtOnce) {
+  std::vector<int32_t> rows(8, 0);
+  count = 0;
+  for (int32_t b = 0; b < 4; ++b) {
+    arg[b].band = b;
+    arg[b].bands = 4;
+    arg[b].body = mark_rows;
+    new (arg[b].payload) Mark{rows.data(), 2 * b, 2};
+    detail::queue_band(&arg[b]);
+  }
+  while (__atomic_load_n(&count, __ATOMIC_ACQUIRE) != 4) std::this_thread::yield();
+  detail::wait_bands(4);  // must not block
+  EXPECT_EQ(rows, (std::vector<int32_t>{1, 1, 2, 2, 3, 3, 4, 4}));
+}
+
+TEST_F(BandJobs, FailedJobAllocationRunsTheBandOnTheCaller) {
+  LogCapture log;
+  std::vector<int32_t> rows(4, 0);
+  platform::fail_allocations_after(0);
+  run_bands<Mark>(4, mark_rows, [&](int32_t b, Mark& m) { m = Mark{rows.data(), b, 1}; });
+  platform::fail_allocations_after(-1);
+  EXPECT_EQ(rows, (std::vector<int32_t>{1, 2, 3, 4}));
+  EXPECT_EQ(log.count("can't malloc job, job runs on the calling thread\n"), 4);
+}
+
+TEST(BandJobsWithoutPool, RunOnTheCaller) {
+  ASSERT_EQ(pool, nullptr);
+  std::vector<int32_t> rows(4, 0);
+  run_bands<Mark>(4, mark_rows, [&](int32_t b, Mark& m) { m = Mark{rows.data(), b, 1}; });
+  EXPECT_EQ(rows, (std::vector<int32_t>{1, 2, 3, 4}));
+}
+
+}  // namespace
+}  // namespace tavo

@@ -1,0 +1,108 @@
+#include "support/test_support.h"
+
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+
+#include "include/tavo_lumo_hdr.h"
+#include "platform/log.h"
+#include "platform/memory.h"
+#include "platform/properties.h"
+
+namespace {
+std::mutex g_log_mutex;
+std::vector<std::string> g_lines;
+bool g_capturing = false;
+}  // namespace
+
+// The tests' log writer: keeps every line while a LogCapture lives, and echoes
+// it to stderr when TAVO_TEST_LOG is set.
+extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+  char line[2048];
+  va_list ap;
+  va_start(ap, fmt);
+  const int n = vsnprintf(line, sizeof line, fmt, ap);
+  va_end(ap);
+  EXPECT_EQ(prio, tavo::platform::kLogPriorityError);
+  EXPECT_STREQ(tag, "hdr");
+  if (getenv("TAVO_TEST_LOG") != nullptr) fprintf(stderr, "hdr: %s", line);
+  std::lock_guard<std::mutex> lock(g_log_mutex);
+  if (g_capturing) g_lines.emplace_back(line);
+  return n;
+}
+
+namespace tavo::test {
+
+LogCapture::LogCapture() {
+  std::lock_guard<std::mutex> lock(g_log_mutex);
+  g_lines.clear();
+  g_capturing = true;
+}
+
+LogCapture::~LogCapture() {
+  std::lock_guard<std::mutex> lock(g_log_mutex);
+  g_capturing = false;
+  g_lines.clear();
+}
+
+std::vector<std::string> LogCapture::lines() const {
+  std::lock_guard<std::mutex> lock(g_log_mutex);
+  return g_lines;
+}
+
+int LogCapture::count(const std::string& text) const {
+  int n = 0;
+  for (const std::string& line : lines()) n += line.find(text) != std::string::npos;
+  return n;
+}
+
+std::string LogCapture::joined() const {
+  std::string all;
+  for (const std::string& line : lines()) all += line + (line.ends_with('\n') ? "" : "\n");
+  return all;
+}
+
+ScopedProperties::ScopedProperties(
+    std::initializer_list<std::pair<std::string, std::string>> values) {
+  char name[] = "/tmp/tavo_props_XXXXXX";
+  const int fd = mkstemp(name);
+  EXPECT_GE(fd, 0);
+  path_ = name;
+  std::string text = "# test properties\n";
+  for (const auto& [key, value] : values) text += key + "=" + value + "\n";
+  EXPECT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  close(fd);
+  setenv(platform::kPropertyFileVariable, path_.c_str(), 1);
+}
+
+ScopedProperties::~ScopedProperties() {
+  unsetenv(platform::kPropertyFileVariable);
+  unlink(path_.c_str());
+}
+
+void PoolTest::SetUp() {
+  live_at_start_ = platform::live_allocations();
+  ASSERT_EQ(tavo_hdr_pool_init(), 0);
+}
+
+void PoolTest::TearDown() {
+  platform::fail_allocations_after(-1);
+  EXPECT_EQ(tavo_hdr_pool_destroy(), 0);
+  EXPECT_EQ(platform::live_allocations(), live_at_start_) << "library allocations left behind";
+}
+
+TempDir::TempDir() {
+  char name[] = "/tmp/tavo_test_XXXXXX";
+  path_ = mkdtemp(name);
+}
+
+TempDir::~TempDir() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+}  // namespace tavo::test

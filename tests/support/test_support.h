@@ -1,0 +1,57 @@
+// Seams the tests drive: captured log lines, a property file, the pool.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <utility>
+#include <string>
+#include <vector>
+
+namespace tavo::test {
+
+// Every log line written while it lives (the whole formatted message).
+class LogCapture {
+ public:
+  LogCapture();
+  ~LogCapture();
+  std::vector<std::string> lines() const;
+  // Lines containing `text`.
+  int count(const std::string& text) const;
+  bool contains(const std::string& text) const { return count(text) > 0; }
+  std::string joined() const;
+};
+
+// Properties of the host property file for as long as it lives.
+class ScopedProperties {
+ public:
+  explicit ScopedProperties(std::initializer_list<std::pair<std::string, std::string>> values);
+  ~ScopedProperties();
+  ScopedProperties(const ScopedProperties&) = delete;
+  ScopedProperties& operator=(const ScopedProperties&) = delete;
+
+ private:
+  std::string path_;
+};
+
+// A fixture that starts the worker pool for each test and checks that nothing
+// the library allocated is left behind.
+class PoolTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+  long live_at_start_ = 0;
+};
+
+// A fresh temporary directory, removed with its files at destruction.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+}  // namespace tavo::test
