@@ -188,8 +188,11 @@ extern "C" TAVO_HDR_EXPORT void* thread_routine(void* arg) {
     tp->queue_head = job->next;
     pthread_mutex_unlock(&tp->queue_lock);
 
-    job->routine(job->arg);
+    // The record goes back before the job runs: once a band reports done, the
+    // batch holds no memory any more.
+    const pool_job taken = *job;
     mem_free(job);
+    taken.routine(taken.arg);
   }
 }
 
