@@ -103,6 +103,14 @@ const PyramidRows kPyramidRowsPortable = {
     laplacian_even_c, laplacian_odd_c,  collapse_even_c,      collapse_odd_c,
 };
 
-const PyramidRows& pyramid_rows() { return kPyramidRowsPortable; }
+const PyramidRows& pyramid_rows() {
+#if defined(__aarch64__)
+  if (platform::cpu_has(platform::Isa::kNeon)) return kPyramidRowsNeon;
+#endif
+#if defined(__x86_64__)
+  if (platform::cpu_has(platform::Isa::kAvx2)) return kPyramidRowsAvx2;
+#endif
+  return kPyramidRowsPortable;
+}
 
 }  // namespace tavo
