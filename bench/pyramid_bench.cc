@@ -23,8 +23,12 @@ struct FramePyramids {
   std::vector<uint8_t> luma;
 
   FramePyramids(int32_t w, int32_t h)
-      : levels(tavo::pyramid_level_count(w, h)), widths(levels), heights(levels),
-        gauss(levels), lap(levels), luma(static_cast<size_t>(w) * h) {
+      : levels(tavo::pyramid_level_count(w, h)),
+        widths(levels),
+        heights(levels),
+        gauss(levels),
+        lap(levels),
+        luma(static_cast<size_t>(w) * h) {
     tavo::fill_pyramid_sizes(widths.data(), heights.data(), w, h, levels);
     for (int32_t l = 0; l < levels; ++l) {
       gauss[l].resize(static_cast<size_t>(widths[l]) * heights[l]);
@@ -42,13 +46,13 @@ struct FramePyramids {
   }
   void band_pass() {
     for (int32_t l = 0; l + 1 < levels; ++l)
-      pyramid_laplacian_down_sample_process(lap_table.data(), gauss_table.data(), l,
-                                            widths.data(), heights.data(), levels);
+      pyramid_laplacian_down_sample_process(lap_table.data(), gauss_table.data(), l, widths.data(),
+                                            heights.data(), levels);
   }
   void collapse() {
     for (int32_t l = levels - 2; l >= 0; --l)
-      pyramid_reconstruct_y_process(luma.data(), lap_table.data(), widths.data(),
-                                    heights.data(), l);
+      pyramid_reconstruct_y_process(luma.data(), lap_table.data(), widths.data(), heights.data(),
+                                    l);
   }
 };
 

@@ -31,8 +31,7 @@ struct LaplacianBand {
 // Builds the band-pass rows of one band. pointers: {fine Gaussian row, coarse
 // Gaussian row} at the band's first rows; band_widths: {fine, coarse};
 // band_rows likewise.
-extern "C" TAVO_HDR_EXPORT int32_t pyramid_laplacian_down_sample(int16_t* out,
-                                                                 uint16_t** pointers,
+extern "C" TAVO_HDR_EXPORT int32_t pyramid_laplacian_down_sample(int16_t* out, uint16_t** pointers,
                                                                  const int32_t* band_widths,
                                                                  const int32_t* band_rows,
                                                                  int32_t band, int32_t bands) {
@@ -126,7 +125,8 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_laplacian_down_sample_process(
             b == split.bands - 1 ? coarse_height - coarse_first : split.step / 2;
         a.out = lap_table[level] + fine_first * fine_width;
         a.pointers[0] = gauss_table[level] + fine_first * fine_width;
-        a.pointers[1] = gauss_table[level + 1] + static_cast<ptrdiff_t>(coarse_first) * coarse_width;
+        a.pointers[1] =
+            gauss_table[level + 1] + static_cast<ptrdiff_t>(coarse_first) * coarse_width;
         a.widths[0] = fine_width;
         a.widths[1] = coarse_width;
         a.rows[0] = split.rows(b);

@@ -19,10 +19,10 @@
 namespace {
 
 struct ReconstructBand {
-  uint8_t* out_y;       // first output luma row of the band
-  int16_t* planes[2];   // first fine and first coarse row of the band
-  int32_t widths[2];    // fine and coarse width
-  int32_t rows[2];      // fine and coarse rows of the band
+  uint8_t* out_y;      // first output luma row of the band
+  int16_t* planes[2];  // first fine and first coarse row of the band
+  int32_t widths[2];   // fine and coarse width
+  int32_t rows[2];     // fine and coarse rows of the band
   int32_t level;
 };
 
@@ -32,9 +32,8 @@ struct ReconstructBand {
 // band's first rows; widths: {fine, coarse}; rows likewise. At level 0 the
 // output luma (stride: the fine width) is written too, unless out_y is null.
 extern "C" TAVO_HDR_EXPORT int32_t pyramid_reconstruct_y(uint8_t* out_y, int16_t** planes,
-                                                         const int32_t* widths,
-                                                         const int32_t* rows, int32_t level,
-                                                         int32_t band_index,
+                                                         const int32_t* widths, const int32_t* rows,
+                                                         int32_t level, int32_t band_index,
                                                          int32_t band_count) {
   const int32_t fine_width = widths[0];
   const int32_t coarse_width = widths[1];
@@ -106,16 +105,14 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_reconstruct_y_parameter(void* record)
 // Collapses level `level` of a fused pyramid onto the already collapsed level
 // above it. Bands of (h / 4) rounded down to even rows start on even fine
 // rows, at twice their first coarse row.
-extern "C" TAVO_HDR_EXPORT uint32_t pyramid_reconstruct_y_process(uint8_t* out_y,
-                                                                  int16_t** levels,
+extern "C" TAVO_HDR_EXPORT uint32_t pyramid_reconstruct_y_process(uint8_t* out_y, int16_t** levels,
                                                                   const int32_t* widths,
                                                                   const int32_t* heights,
                                                                   int32_t level) {
   if (out_y == nullptr || levels == nullptr || widths == nullptr || heights == nullptr) {
-    HDR_LOG_AS(760, "pyramid_reconstruct_y_process",
-               "in_buffer is NULL,0x%x,0x%x,0x%x,0x%x,0x%x\n", tavo::platform::log_hex(out_y),
-               tavo::platform::log_hex(levels), tavo::platform::log_hex(widths),
-               tavo::platform::log_hex(heights), 0u);
+    HDR_LOG_AS(760, "pyramid_reconstruct_y_process", "in_buffer is NULL,0x%x,0x%x,0x%x,0x%x,0x%x\n",
+               tavo::platform::log_hex(out_y), tavo::platform::log_hex(levels),
+               tavo::platform::log_hex(widths), tavo::platform::log_hex(heights), 0u);
   }
   const int32_t fine_width = widths[level];
   const int32_t coarse_width = widths[level + 1];

@@ -69,8 +69,8 @@ void collapse_even_row(int16_t* level, const uint16_t* above, const uint16_t* ce
 }
 
 template <bool kLuma>
-void collapse_odd_row(int16_t* level, const uint16_t* centre, const uint16_t* below,
-                      uint8_t* luma, int32_t width) {
+void collapse_odd_row(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
+                      int32_t width) {
   for (int32_t x = 0; x < width; ++x) {
     const int16_t r = collapse_sample(level[x], expand_odd(centre[x], below[x]));
     level[x] = r;
@@ -99,8 +99,8 @@ void collapse_odd_c(int16_t* level, const uint16_t* centre, const uint16_t* belo
 }  // namespace
 
 const PyramidRows kPyramidRowsPortable = {
-    reduce_h_c,       reduce_v_c,       expand_h_c<uint16_t>, expand_h_c<int16_t>,
-    laplacian_even_c, laplacian_odd_c,  collapse_even_c,      collapse_odd_c,
+    reduce_h_c,       reduce_v_c,      expand_h_c<uint16_t>, expand_h_c<int16_t>,
+    laplacian_even_c, laplacian_odd_c, collapse_even_c,      collapse_odd_c,
 };
 
 const PyramidRows& pyramid_rows() {

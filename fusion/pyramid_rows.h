@@ -66,8 +66,8 @@ constexpr uint16_t expand_column(const Sample* c, int32_t coarse_width, int32_t 
 // A band-pass sample: the Gaussian sample minus the expansion, as 16-bit two's
 // complement.
 constexpr int16_t laplacian_sample(uint16_t gauss, int32_t expanded) {
-  return static_cast<int16_t>(static_cast<uint16_t>(static_cast<uint32_t>(gauss) -
-                                                    static_cast<uint32_t>(expanded)));
+  return static_cast<int16_t>(
+      static_cast<uint16_t>(static_cast<uint32_t>(gauss) - static_cast<uint32_t>(expanded)));
 }
 
 // A collapsed sample: the fused band-pass sample plus the expansion of the
@@ -108,8 +108,8 @@ struct PyramidRows {
   // there too.
   void (*collapse_even)(int16_t* level, const uint16_t* above, const uint16_t* centre,
                         const uint16_t* below, uint8_t* luma, int32_t width);
-  void (*collapse_odd)(int16_t* level, const uint16_t* centre, const uint16_t* below,
-                       uint8_t* luma, int32_t width);
+  void (*collapse_odd)(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
+                       int32_t width);
 };
 
 extern const PyramidRows kPyramidRowsPortable;

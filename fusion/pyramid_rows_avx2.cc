@@ -57,9 +57,9 @@ void reduce_h_avx2(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_
     const __m256i v0 = load16(src + 2 * j - 2);
     const __m256i v1 = load16(src + 2 * j);
     const __m256i v2 = load16(src + 2 * j + 2);
-    const __m256i r = reduce32(_mm256_and_si256(v0, low), _mm256_srli_epi32(v0, 16),
-                               _mm256_and_si256(v1, low), _mm256_srli_epi32(v1, 16),
-                               _mm256_and_si256(v2, low));
+    const __m256i r =
+        reduce32(_mm256_and_si256(v0, low), _mm256_srli_epi32(v0, 16), _mm256_and_si256(v1, low),
+                 _mm256_srli_epi32(v1, 16), _mm256_and_si256(v2, low));
     const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(r, r), 0x08);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + j), _mm256_castsi256_si128(packed));
   }
@@ -106,8 +106,7 @@ inline void store_interleaved(uint16_t* fine, __m256i even, __m256i odd) {
 
 // kBias flips the sign bit of signed samples around the unsigned averages.
 template <class Sample, int kBias>
-void expand_h_avx2(const Sample* coarse, int32_t coarse_width, uint16_t* fine,
-                   int32_t fine_width) {
+void expand_h_avx2(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
   const int32_t head = fine_width < 2 ? fine_width : 2;
   for (int32_t x = 0; x < head; ++x) fine[x] = expand_column(coarse, coarse_width, fine_width, x);
   const int32_t pairs_end = (fine_width - 2) / 2;  // pairs k with 2k + 1 < fine_width - 2
@@ -186,12 +185,11 @@ void collapse_even_row(int16_t* level, const uint16_t* above, const uint16_t* ce
 }
 
 template <bool kLuma>
-void collapse_odd_row(int16_t* level, const uint16_t* centre, const uint16_t* below,
-                      uint8_t* luma, int32_t width) {
+void collapse_odd_row(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
+                      int32_t width) {
   int32_t x = 0;
   for (; x + 16 <= width; x += 16) {
-    collapse16<kLuma>(level + x, _mm256_avg_epu16(load16(centre + x), load16(below + x)),
-                      luma + x);
+    collapse16<kLuma>(level + x, _mm256_avg_epu16(load16(centre + x), load16(below + x)), luma + x);
   }
   for (; x < width; ++x) {
     const int16_t r = collapse_sample(level[x], expand_odd(centre[x], below[x]));
@@ -209,8 +207,8 @@ void collapse_even_avx2(int16_t* level, const uint16_t* above, const uint16_t* c
   }
 }
 
-void collapse_odd_avx2(int16_t* level, const uint16_t* centre, const uint16_t* below,
-                       uint8_t* luma, int32_t width) {
+void collapse_odd_avx2(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
+                       int32_t width) {
   if (luma != nullptr) {
     collapse_odd_row<true>(level, centre, below, luma, width);
   } else {

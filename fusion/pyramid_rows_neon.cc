@@ -84,8 +84,7 @@ inline uint16x8_t odd8(uint16x8_t c, uint16x8_t r) { return vrhaddq_u16(c, r); }
 inline int16x8_t odd8(int16x8_t c, int16x8_t r) { return vrhaddq_s16(c, r); }
 
 template <class Sample>
-void expand_h_neon(const Sample* coarse, int32_t coarse_width, uint16_t* fine,
-                   int32_t fine_width) {
+void expand_h_neon(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
   const int32_t head = fine_width < 2 ? fine_width : 2;
   for (int32_t x = 0; x < head; ++x) fine[x] = expand_column(coarse, coarse_width, fine_width, x);
   const int32_t pairs_end = (fine_width - 2) / 2;  // pairs k with 2k + 1 < fine_width - 2
@@ -161,8 +160,8 @@ void collapse_even_row(int16_t* level, const uint16_t* above, const uint16_t* ce
 }
 
 template <bool kLuma>
-void collapse_odd_row(int16_t* level, const uint16_t* centre, const uint16_t* below,
-                      uint8_t* luma, int32_t width) {
+void collapse_odd_row(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
+                      int32_t width) {
   int32_t x = 0;
   for (; x + 8 <= width; x += 8) {
     collapse8<kLuma>(level + x, vrhaddq_u16(load8(centre + x), load8(below + x)), luma + x);
@@ -183,8 +182,8 @@ void collapse_even_neon(int16_t* level, const uint16_t* above, const uint16_t* c
   }
 }
 
-void collapse_odd_neon(int16_t* level, const uint16_t* centre, const uint16_t* below,
-                       uint8_t* luma, int32_t width) {
+void collapse_odd_neon(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
+                       int32_t width) {
   if (luma != nullptr) {
     collapse_odd_row<true>(level, centre, below, luma, width);
   } else {
