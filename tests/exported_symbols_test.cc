@@ -19,6 +19,10 @@ const std::set<std::string> kExported = {
     "arg", "p",
     // luma exposure fusion
     "pyramid_level", "pyramid_size", "weight_Initialize", "weight_Initialize_c",
+    "pyramid_gaussian_down_sample_uint8", "pyramid_gaussian_down_sample_uint8_process",
+    "pyramid_gaussian_down_sample_uint8_parameter", "pyramid_laplacian_down_sample",
+    "pyramid_laplacian_down_sample_process", "pyramid_laplacian_down_sample_parameter",
+    "pyramid_reconstruct_y", "pyramid_reconstruct_y_process", "pyramid_reconstruct_y_parameter",
 };
 
 // Names of the defined, global or weak symbols in the .dynsym of a 64-bit ELF.

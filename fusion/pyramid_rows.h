@@ -1,0 +1,126 @@
+// Row functions of the luma pyramids: the 5-tap binomial filter 1-4-6-4-1 that
+// reduces a level to the next (filter, then keep every second sample), and its
+// two-phase expansion back to the finer size, used to build the band-pass
+// (Laplacian) levels and to collapse a fused pyramid.
+//
+// Both filters are separable and round after each pass: a horizontal pass
+// writes 16-bit samples into a scratch row, a vertical pass combines scratch
+// rows. Image borders reflect without repeating the edge sample (index -1 reads
+// 1, index n reads n-2). The vertical passes take their rows as pointers, so a
+// kernel expresses the top and bottom borders by handing in reflected rows; the
+// horizontal passes handle the left and right borders themselves.
+//
+// The per-sample formulas below are the definition; the portable rows apply
+// them in plain loops and every instruction-set variant gives the same bytes
+// for every 16-bit input, not only for the 12-bit samples the pyramids hold.
+#pragma once
+
+#include <cstdint>
+
+namespace tavo {
+
+// Largest fixed-point luma sample: 255 x 16.
+inline constexpr int32_t kPyramidMaxSample = 4080;
+
+// One output of the reduce filter: (a + 4b + 6c + 4d + e + 8) >> 4, in 32 bits.
+constexpr uint16_t reduce_tap(uint32_t a, uint32_t b, uint32_t c, uint32_t d, uint32_t e) {
+  return static_cast<uint16_t>((a + 4 * b + 6 * c + 4 * d + e + 8) >> 4);
+}
+
+// Column j of the horizontal reduce of a row of src_width samples into
+// dst_width samples. Column 0 reflects to (6, 8, 2); the last column reflects
+// to (1, 4, 7, 4) for an even source width and to (2, 8, 6) for an odd one.
+constexpr uint16_t reduce_column(const uint16_t* x, int32_t src_width, int32_t dst_width,
+                                 int32_t j) {
+  if (j == 0) return reduce_tap(x[2], x[1], x[0], x[1], x[2]);
+  const int32_t c = 2 * j;
+  if (j == dst_width - 1) {
+    if ((src_width & 1) == 0) return reduce_tap(x[c - 2], x[c - 1], x[c], x[c + 1], x[c]);
+    return reduce_tap(x[c - 2], x[c - 1], x[c], x[c - 1], x[c - 2]);
+  }
+  return reduce_tap(x[c - 2], x[c - 1], x[c], x[c + 1], x[c + 2]);
+}
+
+// The two phases of the expansion, in 32 bits with arithmetic shifts (the
+// inputs are signed or unsigned 16-bit samples, depending on the level read).
+constexpr int32_t expand_even(int32_t left, int32_t centre, int32_t right) {
+  return (left + 6 * centre + right + 4) >> 3;
+}
+constexpr int32_t expand_odd(int32_t centre, int32_t right) { return (centre + right + 1) >> 1; }
+
+// Fine position x of the horizontal expansion of a coarse row of coarse_width
+// samples into fine_width samples, k = x / 2. Position 0 reflects c[-1] to
+// c[1]; for the last two fine positions the right neighbour is c[2n - 3 - k],
+// which is c[k + 1] inside the row and reflects about the last coarse sample
+// past it. Stored as 16 bits.
+template <class Sample>
+constexpr uint16_t expand_column(const Sample* c, int32_t coarse_width, int32_t fine_width,
+                                 int32_t x) {
+  if (x == 0) return static_cast<uint16_t>((6 * c[0] + 2 * c[1] + 4) >> 3);
+  const int32_t k = x >> 1;
+  const int32_t right = x >= fine_width - 2 ? 2 * coarse_width - 3 - k : k + 1;
+  if (x & 1) return static_cast<uint16_t>(expand_odd(c[k], c[right]));
+  return static_cast<uint16_t>(expand_even(c[k - 1], c[k], c[right]));
+}
+
+// A band-pass sample: the Gaussian sample minus the expansion, as 16-bit two's
+// complement.
+constexpr int16_t laplacian_sample(uint16_t gauss, int32_t expanded) {
+  return static_cast<int16_t>(
+      static_cast<uint16_t>(static_cast<uint32_t>(gauss) - static_cast<uint32_t>(expanded)));
+}
+
+// A collapsed sample: the fused band-pass sample plus the expansion of the
+// coarser level, clamped to 0 ... 4080.
+constexpr int16_t collapse_sample(int16_t fused, int32_t expanded) {
+  int32_t r = fused + expanded;
+  if (r >= kPyramidMaxSample) r = kPyramidMaxSample;
+  if (r <= 0) r = 0;
+  return static_cast<int16_t>(r);
+}
+
+// 8-bit luma of a collapsed sample in 0 ... 4080.
+constexpr uint8_t luma_of_sample(int32_t r) { return static_cast<uint8_t>((r + 8) >> 4); }
+
+// One family of row functions. Widths are in samples; rows may start at any
+// address.
+struct PyramidRows {
+  // Horizontal reduce of a source row into dst_width = ceil(src_width / 2)
+  // samples (src_width >= 3).
+  void (*reduce_h)(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width);
+  // Vertical reduce of five scratch rows: dst = reduce_tap(r[0] ... r[4]).
+  void (*reduce_v)(const uint16_t* const* rows, uint16_t* dst, int32_t width);
+  // Horizontal expansion of a coarse row into fine_width samples
+  // (coarse_width >= 2, fine_width = 2 coarse_width or 2 coarse_width - 1);
+  // the coarse row is read as unsigned (Gaussian level) or signed (fused level).
+  void (*expand_h_unsigned)(const uint16_t* coarse, int32_t coarse_width, uint16_t* fine,
+                            int32_t fine_width);
+  void (*expand_h_signed)(const int16_t* coarse, int32_t coarse_width, uint16_t* fine,
+                          int32_t fine_width);
+  // Vertical expansion of scratch rows (read as unsigned) subtracted from a
+  // Gaussian row: even fine rows take three coarse rows, odd rows two.
+  void (*laplacian_even)(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
+                         const uint16_t* below, int16_t* out, int32_t width);
+  void (*laplacian_odd)(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
+                        int16_t* out, int32_t width);
+  // Vertical expansion of scratch rows (read as unsigned) added to a fused row
+  // in place and clamped; when luma is not null the row's 8-bit luma is written
+  // there too.
+  void (*collapse_even)(int16_t* level, const uint16_t* above, const uint16_t* centre,
+                        const uint16_t* below, uint8_t* luma, int32_t width);
+  void (*collapse_odd)(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
+                       int32_t width);
+};
+
+extern const PyramidRows kPyramidRowsPortable;
+#if defined(__aarch64__)
+extern const PyramidRows kPyramidRowsNeon;
+#endif
+#if defined(__x86_64__)
+extern const PyramidRows kPyramidRowsAvx2;
+#endif
+
+// The fastest family this processor runs (the portable one when forced).
+const PyramidRows& pyramid_rows();
+
+}  // namespace tavo

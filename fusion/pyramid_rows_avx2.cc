@@ -1,0 +1,232 @@
+// Pyramid rows with AVX2, byte for byte the portable rows for every 16-bit
+// input.
+//
+// Reduce: sums of the 1-4-6-4-1 filter need 20 bits, so they are formed in
+// 32-bit lanes. A 256-bit load of sixteen samples seen as eight 32-bit lanes
+// holds an even sample in the low half and the next odd one in the high half
+// of each lane, which de-interleaves the source row for free.
+//
+// Expand: the two phases are formed in 16-bit lanes without any widening by
+// halving averages, exact for all inputs:
+//   (c + r + 1) >> 1             = avg(c, r)
+//   (l + 6c + r + 4) >> 3        = avg(havg(havg(l, r), c), c)
+// where avg rounds up and havg rounds down; each halving drops a bit that the
+// final shift would drop anyway. Signed samples go through the same unsigned
+// averages after flipping their sign bit (an offset of 32768 that every
+// average keeps).
+//
+// Collapse: r = L + v with L signed and v unsigned is clamped to 0 ... 4080 in
+// 16-bit lanes by offsetting L by 32768: L + 32768 + v saturates at 65535,
+// which lies above 4080 + 32768, so clamping the offset sum to
+// [32768, 36848] and removing the offset gives the exact clamp.
+#include <immintrin.h>
+
+#include "fusion/pyramid_rows.h"
+
+namespace tavo {
+namespace {
+
+inline __m256i load16(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
+inline void store16(void* p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
+
+// (a + b) >> 1 for unsigned 16-bit lanes without overflow.
+inline __m256i havg(__m256i a, __m256i b) {
+  return _mm256_add_epi16(_mm256_and_si256(a, b), _mm256_srli_epi16(_mm256_xor_si256(a, b), 1));
+}
+
+// Even phase of the expansion: (l + 6c + r + 4) >> 3.
+inline __m256i expand_even16(__m256i l, __m256i c, __m256i r) {
+  return _mm256_avg_epu16(havg(havg(l, r), c), c);
+}
+
+// (a + 4b + 6c + 4d + e + 8) >> 4 in 32-bit lanes.
+inline __m256i reduce32(__m256i a, __m256i b, __m256i c, __m256i d, __m256i e) {
+  const __m256i outer = _mm256_add_epi32(a, e);
+  const __m256i inner = _mm256_slli_epi32(_mm256_add_epi32(b, d), 2);
+  const __m256i centre = _mm256_add_epi32(_mm256_slli_epi32(c, 2), _mm256_slli_epi32(c, 1));
+  const __m256i sum = _mm256_add_epi32(_mm256_add_epi32(outer, inner), centre);
+  return _mm256_srli_epi32(_mm256_add_epi32(sum, _mm256_set1_epi32(8)), 4);
+}
+
+void reduce_h_avx2(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
+  dst[0] = reduce_column(src, src_width, dst_width, 0);
+  const __m256i low = _mm256_set1_epi32(0xffff);
+  int32_t j = 1;
+  // Outputs j ... j + 7 read samples 2j - 2 ... 2j + 17.
+  for (; j + 8 <= dst_width - 1 && 2 * j + 18 <= src_width; j += 8) {
+    const __m256i v0 = load16(src + 2 * j - 2);
+    const __m256i v1 = load16(src + 2 * j);
+    const __m256i v2 = load16(src + 2 * j + 2);
+    const __m256i r =
+        reduce32(_mm256_and_si256(v0, low), _mm256_srli_epi32(v0, 16), _mm256_and_si256(v1, low),
+                 _mm256_srli_epi32(v1, 16), _mm256_and_si256(v2, low));
+    const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(r, r), 0x08);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + j), _mm256_castsi256_si128(packed));
+  }
+  for (; j < dst_width - 1; ++j) {
+    const uint16_t* x = src + 2 * j;
+    dst[j] = reduce_tap(x[-2], x[-1], x[0], x[1], x[2]);
+  }
+  if (dst_width > 1) dst[dst_width - 1] = reduce_column(src, src_width, dst_width, dst_width - 1);
+}
+
+void reduce_v_avx2(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+  const uint16_t* r0 = rows[0];
+  const uint16_t* r1 = rows[1];
+  const uint16_t* r2 = rows[2];
+  const uint16_t* r3 = rows[3];
+  const uint16_t* r4 = rows[4];
+  const __m256i zero = _mm256_setzero_si256();
+  int32_t x = 0;
+  for (; x + 16 <= width; x += 16) {
+    const __m256i v[5] = {load16(r0 + x), load16(r1 + x), load16(r2 + x), load16(r3 + x),
+                          load16(r4 + x)};
+    // Widening against zero within each 128-bit half; packing back restores
+    // the order.
+    __m256i lo[5], hi[5];
+    for (int i = 0; i < 5; ++i) {
+      lo[i] = _mm256_unpacklo_epi16(v[i], zero);
+      hi[i] = _mm256_unpackhi_epi16(v[i], zero);
+    }
+    const __m256i rlo = reduce32(lo[0], lo[1], lo[2], lo[3], lo[4]);
+    const __m256i rhi = reduce32(hi[0], hi[1], hi[2], hi[3], hi[4]);
+    store16(dst + x, _mm256_packus_epi32(rlo, rhi));
+  }
+  for (; x < width; ++x) dst[x] = reduce_tap(r0[x], r1[x], r2[x], r3[x], r4[x]);
+}
+
+// Stores the even and odd phases of sixteen coarse positions as 32 fine
+// samples.
+inline void store_interleaved(uint16_t* fine, __m256i even, __m256i odd) {
+  const __m256i lo = _mm256_unpacklo_epi16(even, odd);
+  const __m256i hi = _mm256_unpackhi_epi16(even, odd);
+  store16(fine, _mm256_permute2x128_si256(lo, hi, 0x20));
+  store16(fine + 16, _mm256_permute2x128_si256(lo, hi, 0x31));
+}
+
+// kBias flips the sign bit of signed samples around the unsigned averages.
+template <class Sample, int kBias>
+void expand_h_avx2(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
+  const int32_t head = fine_width < 2 ? fine_width : 2;
+  for (int32_t x = 0; x < head; ++x) fine[x] = expand_column(coarse, coarse_width, fine_width, x);
+  const int32_t pairs_end = (fine_width - 2) / 2;  // pairs k with 2k + 1 < fine_width - 2
+  const __m256i bias = _mm256_set1_epi16(static_cast<int16_t>(kBias));
+  int32_t k = 1;
+  for (; k + 16 <= pairs_end; k += 16) {
+    const __m256i l = _mm256_xor_si256(load16(coarse + k - 1), bias);
+    const __m256i c = _mm256_xor_si256(load16(coarse + k), bias);
+    const __m256i r = _mm256_xor_si256(load16(coarse + k + 1), bias);
+    store_interleaved(fine + 2 * k, _mm256_xor_si256(expand_even16(l, c, r), bias),
+                      _mm256_xor_si256(_mm256_avg_epu16(c, r), bias));
+  }
+  for (; k < pairs_end; ++k) {
+    const int32_t l = coarse[k - 1], c = coarse[k], r = coarse[k + 1];
+    fine[2 * k] = static_cast<uint16_t>(expand_even(l, c, r));
+    fine[2 * k + 1] = static_cast<uint16_t>(expand_odd(c, r));
+  }
+  const int32_t tail = pairs_end > 1 ? 2 * pairs_end : head;
+  for (int32_t x = tail; x < fine_width; ++x) {
+    fine[x] = expand_column(coarse, coarse_width, fine_width, x);
+  }
+}
+
+void laplacian_even_avx2(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
+                         const uint16_t* below, int16_t* out, int32_t width) {
+  int32_t x = 0;
+  for (; x + 16 <= width; x += 16) {
+    const __m256i e = expand_even16(load16(above + x), load16(centre + x), load16(below + x));
+    store16(out + x, _mm256_sub_epi16(load16(gauss + x), e));
+  }
+  for (; x < width; ++x) {
+    out[x] = laplacian_sample(gauss[x], expand_even(above[x], centre[x], below[x]));
+  }
+}
+
+void laplacian_odd_avx2(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
+                        int16_t* out, int32_t width) {
+  int32_t x = 0;
+  for (; x + 16 <= width; x += 16) {
+    const __m256i e = _mm256_avg_epu16(load16(centre + x), load16(below + x));
+    store16(out + x, _mm256_sub_epi16(load16(gauss + x), e));
+  }
+  for (; x < width; ++x) out[x] = laplacian_sample(gauss[x], expand_odd(centre[x], below[x]));
+}
+
+// level[x] = clamp(level[x] + v, 0, 4080) for sixteen samples; with kLuma also
+// the 8-bit luma (r + 8) >> 4.
+template <bool kLuma>
+inline void collapse16(int16_t* level, __m256i v, uint8_t* luma) {
+  const __m256i offset = _mm256_set1_epi16(static_cast<int16_t>(0x8000));
+  const __m256i top = _mm256_set1_epi16(static_cast<int16_t>(0x8000 + kPyramidMaxSample));
+  __m256i s = _mm256_adds_epu16(_mm256_xor_si256(load16(level), offset), v);
+  s = _mm256_min_epu16(_mm256_max_epu16(s, offset), top);
+  const __m256i r = _mm256_xor_si256(s, offset);
+  store16(level, r);
+  if constexpr (kLuma) {
+    const __m256i y = _mm256_srli_epi16(_mm256_add_epi16(r, _mm256_set1_epi16(8)), 4);
+    const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(y, y), 0x08);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(luma), _mm256_castsi256_si128(bytes));
+  }
+}
+
+template <bool kLuma>
+void collapse_even_row(int16_t* level, const uint16_t* above, const uint16_t* centre,
+                       const uint16_t* below, uint8_t* luma, int32_t width) {
+  int32_t x = 0;
+  for (; x + 16 <= width; x += 16) {
+    const __m256i v = expand_even16(load16(above + x), load16(centre + x), load16(below + x));
+    collapse16<kLuma>(level + x, v, luma + x);
+  }
+  for (; x < width; ++x) {
+    const int16_t r = collapse_sample(level[x], expand_even(above[x], centre[x], below[x]));
+    level[x] = r;
+    if constexpr (kLuma) luma[x] = luma_of_sample(r);
+  }
+}
+
+template <bool kLuma>
+void collapse_odd_row(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
+                      int32_t width) {
+  int32_t x = 0;
+  for (; x + 16 <= width; x += 16) {
+    collapse16<kLuma>(level + x, _mm256_avg_epu16(load16(centre + x), load16(below + x)), luma + x);
+  }
+  for (; x < width; ++x) {
+    const int16_t r = collapse_sample(level[x], expand_odd(centre[x], below[x]));
+    level[x] = r;
+    if constexpr (kLuma) luma[x] = luma_of_sample(r);
+  }
+}
+
+void collapse_even_avx2(int16_t* level, const uint16_t* above, const uint16_t* centre,
+                        const uint16_t* below, uint8_t* luma, int32_t width) {
+  if (luma != nullptr) {
+    collapse_even_row<true>(level, above, centre, below, luma, width);
+  } else {
+    collapse_even_row<false>(level, above, centre, below, luma, width);
+  }
+}
+
+void collapse_odd_avx2(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
+                       int32_t width) {
+  if (luma != nullptr) {
+    collapse_odd_row<true>(level, centre, below, luma, width);
+  } else {
+    collapse_odd_row<false>(level, centre, below, luma, width);
+  }
+}
+
+}  // namespace
+
+const PyramidRows kPyramidRowsAvx2 = {
+    reduce_h_avx2,
+    reduce_v_avx2,
+    expand_h_avx2<uint16_t, 0>,
+    expand_h_avx2<int16_t, 0x8000>,
+    laplacian_even_avx2,
+    laplacian_odd_avx2,
+    collapse_even_avx2,
+    collapse_odd_avx2,
+};
+
+}  // namespace tavo

@@ -1,0 +1,310 @@
+// Gaussian reduction, band-pass (Laplacian) levels and reconstruction, through
+// their dispatchers and as one band over a whole level, against a whole-image
+// model that reflects indices at the borders instead of cutting bands.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "fusion/pyramid_geometry.h"
+#include "include/tavo_lumo_hdr.h"
+#include "platform/memory.h"
+#include "support/test_support.h"
+
+namespace tavo {
+namespace {
+
+using test::LogCapture;
+using U16 = std::vector<uint16_t>;
+using S16 = std::vector<int16_t>;
+using Luma = std::vector<uint8_t>;
+
+int reflect(int i, int n) { return i < 0 ? -i : (i >= n ? 2 * n - 2 - i : i); }
+
+// 1-4-6-4-1 and subsample, horizontally then vertically, rounding each pass.
+U16 model_reduce(const U16& src, int w, int h) {
+  const int wd = half_up(w), hd = half_up(h), k[5] = {1, 4, 6, 4, 1};
+  U16 t(wd * h), out(wd * hd);
+  for (int y = 0; y < h; ++y)
+    for (int j = 0; j < wd; ++j) {
+      uint32_t s = 8;
+      for (int i = 0; i < 5; ++i) s += k[i] * src[y * w + reflect(2 * j + i - 2, w)];
+      t[y * wd + j] = static_cast<uint16_t>(s >> 4);
+    }
+  for (int i = 0; i < hd; ++i)
+    for (int x = 0; x < wd; ++x) {
+      uint32_t s = 8;
+      for (int r = 0; r < 5; ++r) s += k[r] * t[reflect(2 * i + r - 2, h) * wd + x];
+      out[i * wd + x] = static_cast<uint16_t>(s >> 4);
+    }
+  return out;
+}
+
+// Two-phase expansion of sample x from n coarse samples read through c(k).
+template <class Get>
+int32_t expand_at(Get c, int n, int x) {
+  const int k = x / 2, r = reflect(k + 1, n);
+  return x % 2 ? (c(k) + c(r) + 1) >> 1 : (c(reflect(k - 1, n)) + 6 * c(k) + c(r) + 4) >> 3;
+}
+
+// Expansion of a wc x hc level to wf x hf. The coarse samples are read as
+// their own type (signed or unsigned), the horizontally expanded ones as
+// unsigned 16-bit.
+template <class Sample>
+std::vector<int32_t> model_expand(const std::vector<Sample>& coarse, int wc, int hc, int wf,
+                                  int hf) {
+  U16 t(wf * hc);
+  for (int y = 0; y < hc; ++y)
+    for (int x = 0; x < wf; ++x)
+      t[y * wf + x] = static_cast<uint16_t>(
+          expand_at([&](int k) { return int32_t{coarse[y * wc + k]}; }, wc, x));
+  std::vector<int32_t> e(wf * hf);
+  for (int y = 0; y < hf; ++y)
+    for (int x = 0; x < wf; ++x)
+      e[y * wf + x] = expand_at([&](int k) { return int32_t{t[k * wf + x]}; }, hc, y);
+  return e;
+}
+
+template <class Sample>
+std::vector<Sample> random_plane(int n, int lo, int hi, uint32_t seed) {
+  std::mt19937 rng(seed);
+  std::uniform_int_distribution<int> d(lo, hi);
+  std::vector<Sample> v(n);
+  for (auto& s : v) s = static_cast<Sample>(d(rng));
+  return v;
+}
+
+// Size tables in which level `level` is w x h and level + 1 its half; at
+// level 1 entry 0 holds a size no kernel may use.
+struct Tables {
+  int level;
+  std::vector<int32_t> w, h;
+  Tables(int fw, int fh, int l) : level(l), w(l + 2, 2 * fw + 3), h(l + 2, 2 * fh + 1) {
+    w[l] = fw, h[l] = fh, w[l + 1] = half_up(fw), h[l + 1] = half_up(fh);
+  }
+  int n(int l) const { return w[l] * h[l]; }
+  // The pair {level, level + 1} of a table as a kernel takes it.
+  template <class T>
+  std::vector<T*> table(T* fine, T* coarse = nullptr) const {
+    std::vector<T*> t(level + 2, nullptr);
+    t[level] = fine, t[level + 1] = coarse;
+    return t;
+  }
+};
+
+class Pyramid : public test::PoolTest {};
+
+// Every height 4 ... 40 (one band below 8, uneven bands above) with widths of
+// both parities, a third of them at level 1 of the tables, and tall levels
+// split 92 + 92 + 92 + 99.
+TEST_F(Pyramid, EveryStageMatchesTheModelInFourBandsAndInOne) {
+  const int widths_by_height[10] = {4, 5, 6, 7, 9, 16, 17, 33, 40, 71};
+  std::vector<Tables> cases;
+  for (int h = 4; h <= 40; ++h) cases.emplace_back(widths_by_height[h % 10], h, h % 3 == 0);
+  cases.emplace_back(37, 375, 0);
+  cases.emplace_back(64, 375, 1);
+  for (const Tables& t : cases) {
+    const int l = t.level, w = t.w[l], h = t.h[l], n = t.n(l), nc = t.n(l + 1);
+    SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h) + " level " + std::to_string(l));
+    const int32_t widths[2] = {w, t.w[l + 1]}, rows[2] = {h, t.h[l + 1]};
+
+    U16 fine = random_plane<uint16_t>(n, 0, 4080, w * 1000 + h);
+    const U16 reduced = model_reduce(fine, w, h);
+    U16 banded(nc, 0xBEEF), single(nc, 0xBEEF);
+    EXPECT_EQ(pyramid_gaussian_down_sample_uint8_process(t.table(fine.data(), banded.data()).data(),
+                                                         l, t.w.data(), t.h.data()),
+              0);
+    uint16_t* pointers[2] = {fine.data(), single.data()};
+    EXPECT_EQ(pyramid_gaussian_down_sample_uint8(pointers, widths, rows, 0, 1), 0);
+    EXPECT_EQ(pointers[0], fine.data());
+    EXPECT_EQ(banded, reduced);
+    EXPECT_EQ(single, reduced);
+
+    // Band-pass samples of full 16-bit Gaussian samples wrap in 16 bits.
+    fine = random_plane<uint16_t>(n, 0, 65535, h);
+    U16 coarse = random_plane<uint16_t>(nc, 0, h % 2 ? 4080 : 65535, w);
+    std::vector<int32_t> e = model_expand(coarse, t.w[l + 1], t.h[l + 1], w, h);
+    S16 lap(n);
+    for (int i = 0; i < n; ++i) lap[i] = static_cast<int16_t>(fine[i] - e[i]);
+    S16 lap_banded(n, 0x5A5A), lap_single(n, 0x5A5A);
+    EXPECT_EQ(pyramid_laplacian_down_sample_process(t.table(lap_banded.data()).data(),
+                                                    t.table(fine.data(), coarse.data()).data(), l,
+                                                    t.w.data(), t.h.data(), l + 2),
+              0);
+    uint16_t* gauss[2] = {fine.data(), coarse.data()};
+    EXPECT_EQ(pyramid_laplacian_down_sample(lap_single.data(), gauss, widths, rows, 0, 1), 0);
+    EXPECT_EQ(lap_banded, lap);
+    EXPECT_EQ(lap_single, lap);
+
+    // Collapse of fused samples around the clamps onto a coarse level over
+    // the whole signed range: negative samples expand to large unsigned ones.
+    const S16 fused = random_plane<int16_t>(n, -6000, 6000, h);
+    S16 top = random_plane<int16_t>(nc, h % 2 ? -32768 : -200, h % 2 ? 32767 : 4200, w);
+    e = model_expand(top, t.w[l + 1], t.h[l + 1], w, h);
+    S16 collapsed(n);
+    Luma luma(t.n(0), 0xEE);
+    for (int i = 0; i < n; ++i) {
+      collapsed[i] = static_cast<int16_t>(std::clamp(fused[i] + e[i], 0, 4080));
+      if (l == 0) luma[i] = static_cast<uint8_t>((collapsed[i] + 8) >> 4);
+    }
+    S16 fused_banded = fused, fused_single = fused;
+    Luma luma_banded(t.n(0), 0xEE), luma_single(t.n(0), 0xEE);
+    EXPECT_EQ(pyramid_reconstruct_y_process(luma_banded.data(),
+                                            t.table(fused_banded.data(), top.data()).data(),
+                                            t.w.data(), t.h.data(), l),
+              0u);
+    int16_t* planes[2] = {fused_single.data(), top.data()};
+    EXPECT_EQ(pyramid_reconstruct_y(luma_single.data(), planes, widths, rows, l, 0, 1), 0);
+    EXPECT_EQ(fused_banded, collapsed);
+    EXPECT_EQ(fused_single, collapsed);
+    EXPECT_EQ(luma_banded, luma);
+    EXPECT_EQ(luma_single, luma);
+  }
+}
+
+// Ramps along rows or columns. Reduce: 0, 16, 32, 48 gives 12, 30 (even size:
+// weight 7 on the last centre), 0 ... 64 gives 12, 32, 52 (odd size). Expand,
+// seen through the collapse of zero band-pass samples: coarse 0, 100 gives
+// 25, 50, 75 at fine size 3 and 25, 50, 75, 50 at fine size 4, whose last
+// sample averages with the reflected first one; a negative coarse sample
+// expands to a scratch value read back as a large unsigned one: white.
+TEST_F(Pyramid, BordersByHand) {
+  const struct {
+    int n;
+    std::vector<int> ramp, expect;
+  } reduce[] = {{4, {0, 16, 32, 48}, {12, 30}}, {5, {0, 16, 32, 48, 64}, {12, 32, 52}}},
+    expand[] = {{3, {0, 100}, {25, 50, 75}},
+                {4, {0, 100}, {25, 50, 75, 50}},
+                {4, {-16, -16}, {4080, 4080, 4080, 4080}}};
+  for (bool along_rows : {true, false}) {
+    auto at = [&](const std::vector<int>& v, int i, int w) {
+      return v[along_rows ? i % w : i / w];
+    };
+    for (const auto& c : reduce) {
+      const Tables t(along_rows ? c.n : 6, along_rows ? 7 : c.n, 0);
+      U16 in(t.n(0)), out(t.n(1));
+      for (int i = 0; i < t.n(0); ++i) in[i] = at(c.ramp, i, t.w[0]);
+      pyramid_gaussian_down_sample_uint8_process(t.table(in.data(), out.data()).data(), 0,
+                                                 t.w.data(), t.h.data());
+      for (int i = 0; i < t.n(1); ++i)
+        EXPECT_EQ(out[i], at(c.expect, i, t.w[1])) << c.n << " " << i;
+    }
+    for (const auto& c : expand) {
+      const Tables t(along_rows ? c.n : 5, along_rows ? 6 : c.n, 0);
+      S16 fused(t.n(0), 0), top(t.n(1));
+      Luma luma(t.n(0));
+      for (int i = 0; i < t.n(1); ++i) top[i] = at(c.ramp, i, t.w[1]);
+      pyramid_reconstruct_y_process(luma.data(), t.table(fused.data(), top.data()).data(),
+                                    t.w.data(), t.h.data(), 0);
+      for (int i = 0; i < t.n(0); ++i)
+        EXPECT_EQ(fused[i], at(c.expect, i, t.w[0])) << c.n << " " << i;
+    }
+  }
+}
+
+// Reduce, take band-pass levels, keep the top Gaussian level and collapse:
+// every level comes back exactly, and level 0 gives the 8-bit image again. A
+// flat image stays flat at every level, borders included, with band-pass
+// samples of zero.
+TEST_F(Pyramid, CollapsingAnUnblendedPyramidGivesTheImageBack) {
+  for (auto [w, h] : {std::pair{64, 48}, {37, 29}, {200, 150}, {9, 4}, {6, 7}, {4, 4}, {33, 17}})
+    for (int flat : {-1, 0, 1, 255}) {
+      SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h) + " flat " + std::to_string(flat));
+      const int levels = pyramid_level_count(w, h);
+      std::vector<int32_t> ws(levels), hs(levels);
+      fill_pyramid_sizes(ws.data(), hs.data(), w, h, levels);
+      const Luma image = flat < 0 ? random_plane<uint8_t>(w * h, 0, 255, w + h) : Luma(w * h, flat);
+      std::vector<U16> gauss(levels);
+      std::vector<S16> lap(levels);
+      std::vector<uint16_t*> gauss_table;
+      std::vector<int16_t*> lap_table;
+      for (int l = 0; l < levels; ++l) {
+        gauss_table.push_back((gauss[l] = U16(ws[l] * hs[l])).data());
+        lap_table.push_back((lap[l] = S16(ws[l] * hs[l])).data());
+      }
+      for (int i = 0; i < w * h; ++i) gauss[0][i] = static_cast<uint16_t>(image[i] * 16);
+      for (int l = 0; l + 1 < levels; ++l) {
+        pyramid_gaussian_down_sample_uint8_process(gauss_table.data(), l, ws.data(), hs.data());
+      }
+      for (int l = 0; l + 1 < levels; ++l) {
+        pyramid_laplacian_down_sample_process(lap_table.data(), gauss_table.data(), l, ws.data(),
+                                              hs.data(), levels);
+        if (flat >= 0) {
+          EXPECT_EQ(gauss[l + 1], U16(gauss[l + 1].size(), flat * 16)) << l + 1;
+          EXPECT_EQ(lap[l], S16(lap[l].size(), 0)) << l;
+        }
+      }
+      std::copy(gauss[levels - 1].begin(), gauss[levels - 1].end(), lap[levels - 1].begin());
+      Luma out(w * h, 0);
+      for (int l = levels - 2; l >= 0; --l) {
+        pyramid_reconstruct_y_process(out.data(), lap_table.data(), ws.data(), hs.data(), l);
+        EXPECT_TRUE(std::equal(lap[l].begin(), lap[l].end(), gauss[l].begin())) << l;
+      }
+      EXPECT_EQ(out, image);
+    }
+}
+
+// A band whose scratch cannot be taken logs, writes none of its rows and the
+// dispatcher still returns 0; nothing is left allocated (checked by the
+// fixture).
+TEST_F(Pyramid, BandsWithoutScratchLeaveTheirRowsAndLog) {
+  const Tables t(21, 40, 0);
+  U16 fine(t.n(0), 160), coarse(t.n(1), 0xBEEF);
+  S16 lap(t.n(0), 0x5A5A), fused(t.n(0), 3), top(t.n(1), 160);
+  Luma luma(t.n(0), 0xEE);
+  LogCapture log;
+  platform::fail_allocations_after(0);
+  auto gauss = t.table(fine.data(), coarse.data());
+  EXPECT_EQ(pyramid_gaussian_down_sample_uint8_process(gauss.data(), 0, t.w.data(), t.h.data()), 0);
+  EXPECT_EQ(pyramid_laplacian_down_sample_process(t.table(lap.data()).data(), gauss.data(), 0,
+                                                  t.w.data(), t.h.data(), 2),
+            0);
+  EXPECT_EQ(pyramid_reconstruct_y_process(luma.data(), t.table(fused.data(), top.data()).data(),
+                                          t.w.data(), t.h.data(), 0),
+            0u);
+  platform::fail_allocations_after(-1);
+  EXPECT_EQ(log.count("L 970, pyramid_gaussian_down_sample_uint8: temp_p malloc fail\n"), 4);
+  EXPECT_EQ(log.count("L 1184, pyramid_laplacian_down_sample: o_temp_ptr malloc fail\n"), 4);
+  EXPECT_EQ(log.count("L 1652, pyramid_reconstruct_y: o_temp_ptr malloc fail\n"), 4);
+  EXPECT_EQ(coarse, U16(t.n(1), 0xBEEF));
+  EXPECT_EQ(lap, S16(t.n(0), 0x5A5A));
+  EXPECT_EQ(fused, S16(t.n(0), 3));
+  EXPECT_EQ(luma, Luma(t.n(0), 0xEE));
+}
+
+// Null arguments are reported with every pointer and the work goes on: the
+// collapse still runs without an output plane, while the reduction and
+// band-pass dispatchers read the tables they report, which ends the process
+// right after the report.
+TEST(PyramidDeathTest, NullArgumentsAreReported) {
+  const Tables t(8, 6, 0);
+  S16 fused(48, 5), top(12, 160);
+  auto levels = t.table(fused.data(), top.data());
+  LogCapture log;
+  EXPECT_EQ(pyramid_reconstruct_y_process(nullptr, levels.data(), t.w.data(), t.h.data(), 0), 0u);
+  char expect[160];
+  snprintf(expect, sizeof expect,
+           "L 760, pyramid_reconstruct_y_process: in_buffer is NULL,0x0,0x%x,0x%x,0x%x,0x0\n",
+           unsigned(uintptr_t(levels.data())), unsigned(uintptr_t(t.w.data())),
+           unsigned(uintptr_t(t.h.data())));
+  EXPECT_EQ(log.count(expect), 1) << log.joined();
+  EXPECT_EQ(fused, S16(48, 165));
+
+  GTEST_FLAG_SET(death_test_style, "fast");
+  auto logging = [] { setenv("TAVO_TEST_LOG", "1", 1); };
+  EXPECT_DEATH(
+      (logging(), pyramid_gaussian_down_sample_uint8_process(nullptr, 0, t.w.data(), t.h.data())),
+      "L 544, pyramid_gaussian_down_sample_uint8_process: in_buffer is "
+      "NULL,0x0,0x[0-9a-f]+,0x[0-9a-f]+,0x0\n");
+  EXPECT_DEATH((logging(), pyramid_laplacian_down_sample_process(nullptr, nullptr, 0, t.w.data(),
+                                                                 t.h.data(), 2)),
+               "L 607, pyramid_laplacian_down_sample_process: in_buffer is "
+               "NULL,0x0,0x0,0x[0-9a-f]+,0x[0-9a-f]+,0x0\n");
+}
+
+}  // namespace
+}  // namespace tavo
