@@ -10,11 +10,11 @@
 
 namespace {
 
-// The crop start, as the signed 32-bit offset xs + ys * stride; a negative one
-// lies before the frame and is reported (the copy still runs).
-void check_origin(int32_t xs, int32_t ys, uint32_t src_stride) {
+// The crop start as the signed 32-bit offset xs + ys * stride: a negative one
+// lies before the frame. It is reported, and the copy still runs.
+bool starts_before_frame(int32_t xs, int32_t ys, uint32_t src_stride) {
   const uint32_t p0 = static_cast<uint32_t>(xs) + static_cast<uint32_t>(ys) * src_stride;
-  if (static_cast<int32_t>(p0) < 0) HDR_LOG("p0 location error,xs:%d,ys:%d\n", xs, ys);
+  return static_cast<int32_t>(p0) < 0;
 }
 
 const uint8_t* crop_row(const uint8_t* src, uint32_t src_stride, int32_t xs, int32_t ys, int32_t r) {
@@ -47,7 +47,7 @@ struct SplitJob {
 extern "C" TAVO_HDR_EXPORT uint32_t imageAffine(const uint8_t* src, uint16_t* dst,
                                                 uint32_t src_stride, int32_t width, int32_t rows,
                                                 int32_t xs, int32_t ys) {
-  check_origin(xs, ys, src_stride);
+  if (starts_before_frame(xs, ys, src_stride)) HDR_LOG("p0 location error,xs:%d,ys:%d\n", xs, ys);
   if (rows < 1 || width < 1) return 0;
   const tavo::WidenRow widen = tavo::pick_widen_row();
   for (int32_t r = 0; r < rows; ++r) {
@@ -63,7 +63,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t imageAffine_uv(const uint8_t* src, uint8_t* 
   // The origin is a signed position carried in unsigned words; xs counts bytes.
   const auto x = static_cast<int32_t>(xs);
   const auto y = static_cast<int32_t>(ys);
-  check_origin(x, y, src_stride);
+  if (starts_before_frame(x, y, src_stride)) HDR_LOG("p0 location error,xs:%d,ys:%d\n", x, y);
   const auto n = static_cast<int32_t>(width);
   if (rows < 1 || n < 1) return 0;
   const tavo::SplitPairsRow split = tavo::pick_split_pairs_row();
