@@ -46,8 +46,10 @@ uint64_t mix64(uint64_t z) {
   return z ^ (z >> 31);
 }
 
+// One mix of the seed and two coordinates, each spread by an odd constant.
 uint64_t hash3(uint64_t seed, int64_t a, int64_t b) {
-  return mix64(mix64(mix64(seed) ^ static_cast<uint64_t>(a)) ^ static_cast<uint64_t>(b));
+  return mix64(seed + static_cast<uint64_t>(a) * 0xd1b54a32d192ed03ull +
+               static_cast<uint64_t>(b) * 0xabc98388fb8fac03ull);
 }
 
 // 0 ... 65535 at a lattice point.
@@ -266,22 +268,36 @@ Radiance radiance(const Scene& scene, int32_t x, int32_t y) {
 
 namespace {
 
+// Square roots the camera needs, computed once: the shot-noise scale of signals
+// up to twice the clipping level (beyond it no noise reaches back below the
+// clip), and the tone curve 255 * sqrt(value / 4096), rounded.
+struct CameraTables {
+  int32_t noise_root[8193];
+  uint8_t tone[4097];
+  CameraTables() {
+    for (uint64_t s = 0; s <= 8192; ++s) noise_root[s] = static_cast<int32_t>(isqrt(s));
+    for (uint64_t v = 0; v <= 4096; ++v) tone[v] = static_cast<uint8_t>((isqrt(v * 65025 / 1024) + 1) >> 1);
+  }
+};
+
+const CameraTables& camera_tables() {
+  static const CameraTables tables;
+  return tables;
+}
+
 // The camera: gain, noise, clipping and tone curve of one channel, 0 ... 255.
-int32_t expose(int64_t radiance, const Shot& shot, uint64_t random) {
+int32_t expose(int64_t radiance, const Shot& shot, uint64_t random, const CameraTables& tables) {
   const int64_t signal = std::max<int64_t>(0, (radiance * shot.gain_q8) >> 8);
   int64_t value = signal;
   if (shot.noise_q8 > 0) {
     // Shot noise grows with the square root of the signal; read noise is flat.
-    const int64_t sigma = ((static_cast<int64_t>(isqrt(static_cast<uint64_t>(signal))) + 4) *
-                           shot.noise_q8) >> 8;
+    const int64_t sigma = ((tables.noise_root[std::min<int64_t>(signal, 8192)] + 4) * shot.noise_q8) >> 8;
     // Four 16-bit uniforms: nearly Gaussian, standard deviation 37837.
     int64_t sum = -131070;
     for (int k = 0; k < 4; ++k) sum += static_cast<int64_t>((random >> (16 * k)) & 0xffff);
     value += sum * sigma / 37837;
   }
-  value = std::clamp<int64_t>(value, 0, 4096);
-  // Square-root tone curve, rounded: 255 * sqrt(value / 4096).
-  return static_cast<int32_t>((isqrt(static_cast<uint64_t>(value) * 65025 / 1024) + 1) >> 1);
+  return tables.tone[std::clamp<int64_t>(value, 0, 4096)];
 }
 
 struct Pixel {
@@ -293,9 +309,10 @@ struct Pixel {
 Pixel photograph(const Scene& scene, const Shot& shot, uint64_t noise_seed, int32_t r, int32_t j) {
   const Radiance rad = radiance(scene, j + shot.dx, r + shot.dy);
   const uint64_t h = hash3(noise_seed, r, j);
-  const int32_t red = expose(rad.r, shot, mix64(h));
-  const int32_t green = expose(rad.g, shot, mix64(h + 1));
-  const int32_t blue = expose(rad.b, shot, mix64(h + 2));
+  const CameraTables& tables = camera_tables();
+  const int32_t red = expose(rad.r, shot, mix64(h), tables);
+  const int32_t green = expose(rad.g, shot, mix64(h + 1), tables);
+  const int32_t blue = expose(rad.b, shot, mix64(h + 2), tables);
   // Full-range BT.601 in 1/256.
   return {(77 * red + 150 * green + 29 * blue + 128) >> 8, -43 * red - 85 * green + 128 * blue,
           128 * red - 107 * green - 21 * blue};
