@@ -18,12 +18,12 @@ const std::array<std::vector<uint8_t>, 3>& bracket(int32_t w, int32_t h) {
   static std::map<std::pair<int32_t, int32_t>, std::array<std::vector<uint8_t>, 3>> cache;
   auto it = cache.find({w, h});
   if (it == cache.end()) {
-    tavo::scene::BracketSpec spec;
-    spec.dx0 = 6;
-    spec.dy0 = -4;
-    spec.dx2 = -8;
-    spec.dy2 = 2;
-    it = cache.emplace(std::pair{w, h}, tavo::scene::render_bracket({w, h, 1}, spec)).first;
+    tavo::scene::BracketSetup setup;
+    setup.dx0 = 6;
+    setup.dy0 = -4;
+    setup.dx2 = -8;
+    setup.dy2 = 2;
+    it = cache.emplace(std::pair{w, h}, tavo::scene::render_bracket({w, h, 1}, setup)).first;
   }
   return it->second;
 }

@@ -287,12 +287,12 @@ TEST_F(Registration, FindsTheTranslationOfBothMovingFrames) {
     int16_t x0, y0, x2, y2;
   } cases[] = {{6, -4, -8, 2}, {-6, 4, 10, -12}, {0, 0, 2, 0}, {-12, 10, 12, -10}};
   for (const Case& c : cases) {
-    tavo::scene::BracketSpec spec;
-    spec.dx0 = c.x0;
-    spec.dy0 = c.y0;
-    spec.dx2 = c.x2;
-    spec.dy2 = c.y2;
-    const tavo::CropWindow window = register_bracket(tavo::scene::render_bracket(scene, spec), w, h);
+    tavo::scene::BracketSetup setup;
+    setup.dx0 = c.x0;
+    setup.dy0 = c.y0;
+    setup.dx2 = c.x2;
+    setup.dy2 = c.y2;
+    const tavo::CropWindow window = register_bracket(tavo::scene::render_bracket(scene, setup), w, h);
     EXPECT_EQ(window.shift0[0], c.x0);
     EXPECT_EQ(window.shift0[1], c.y0);
     EXPECT_EQ(window.shift2[0], c.x2);
@@ -317,7 +317,7 @@ TEST_F(Registration, UnmovedFramesGiveTheWholeFrame) {
   // Identical frames, then three exposures with their own noise.
   const std::vector<uint8_t> one = tavo::scene::render(scene, {});
   for (const auto& frames : {std::array{one, one, one},
-                             tavo::scene::render_bracket(scene, tavo::scene::BracketSpec{})}) {
+                             tavo::scene::render_bracket(scene, tavo::scene::BracketSetup{})}) {
     const tavo::CropWindow window = register_bracket(frames, w, h);
     EXPECT_EQ(window.shift0[0], 0);
     EXPECT_EQ(window.shift0[1], 0);
@@ -337,10 +337,10 @@ TEST_F(Registration, UnmovedFramesGiveTheWholeFrame) {
 TEST_F(Registration, EveryAllocationFailureIsReportedAndLeavesNothingBehind) {
   const int32_t w = 160, h = 120;
   const tavo::scene::Scene scene{w, h, 5};
-  tavo::scene::BracketSpec spec;
-  spec.dx0 = 4;
-  spec.dy2 = -2;
-  const auto frames = tavo::scene::render_bracket(scene, spec);
+  tavo::scene::BracketSetup setup;
+  setup.dx0 = 4;
+  setup.dy2 = -2;
+  const auto frames = tavo::scene::render_bracket(scene, setup);
   const uint8_t* luma[3] = {frames[0].data(), frames[1].data(), frames[2].data()};
   const struct {
     long successes;

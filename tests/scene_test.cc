@@ -8,14 +8,14 @@
 
 namespace {
 
-using tavo::scene::BracketSpec;
+using tavo::scene::BracketSetup;
 using tavo::scene::Layout;
 using tavo::scene::Scene;
 using tavo::scene::Shot;
 
-uint64_t bracket_hash(const Scene& scene, const BracketSpec& spec) {
+uint64_t bracket_hash(const Scene& scene, const BracketSetup& setup) {
   uint64_t hash = 14695981039346656037ull;
-  for (const auto& frame : tavo::scene::render_bracket(scene, spec)) {
+  for (const auto& frame : tavo::scene::render_bracket(scene, setup)) {
     hash = tavo::scene::fnv1a64(frame.data(), frame.size(), hash);
   }
   return hash;
@@ -25,15 +25,15 @@ TEST(Scene, SameBytesOnEveryArchitecture) {
   // Recorded once; the end-to-end checksums of the library rest on it, so it
   // must hold on x86-64 and aarch64 alike.
   const Scene scene{96, 64, 9};
-  BracketSpec spec;
-  spec.dx0 = 6;
-  spec.dy0 = -4;
-  spec.dx2 = -8;
-  spec.dy2 = 2;
-  EXPECT_EQ(bracket_hash(scene, spec), 0xd18d99c3bb76fc82ull);
-  spec.layout = Layout::kSemiPlanar;
-  spec.noise_seed = 4;
-  EXPECT_EQ(bracket_hash(scene, spec), 0x6b8915ad29aaea39ull);
+  BracketSetup setup;
+  setup.dx0 = 6;
+  setup.dy0 = -4;
+  setup.dx2 = -8;
+  setup.dy2 = 2;
+  EXPECT_EQ(bracket_hash(scene, setup), 0xd18d99c3bb76fc82ull);
+  setup.layout = Layout::kSemiPlanar;
+  setup.noise_seed = 4;
+  EXPECT_EQ(bracket_hash(scene, setup), 0x6b8915ad29aaea39ull);
 }
 
 TEST(Scene, TranslatedFrameShowsTheSameScenePoints) {
@@ -65,7 +65,7 @@ TEST(Scene, TranslatedFrameShowsTheSameScenePoints) {
 
 TEST(Scene, ExposuresSpanTheDynamicRangeAndLayoutsCarryTheSameSamples) {
   const Scene scene{160, 120, 1};
-  const auto frames = tavo::scene::render_bracket(scene, BracketSpec{});
+  const auto frames = tavo::scene::render_bracket(scene, BracketSetup{});
   const int32_t n = scene.width * scene.height;
   double mean[3] = {};
   int32_t clipped[3] = {}, black[3] = {};

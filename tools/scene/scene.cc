@@ -357,18 +357,18 @@ std::vector<uint8_t> render(const Scene& scene, const Shot& shot) {
   return frame;
 }
 
-std::array<std::vector<uint8_t>, 3> render_bracket(const Scene& scene, const BracketSpec& spec) {
-  const int32_t dx[3] = {spec.dx0, 0, spec.dx2};
-  const int32_t dy[3] = {spec.dy0, 0, spec.dy2};
+std::array<std::vector<uint8_t>, 3> render_bracket(const Scene& scene, const BracketSetup& setup) {
+  const int32_t dx[3] = {setup.dx0, 0, setup.dx2};
+  const int32_t dy[3] = {setup.dy0, 0, setup.dy2};
   std::array<std::vector<uint8_t>, 3> frames;
   for (int32_t i = 0; i < 3; ++i) {
     Shot shot;
-    shot.gain_q8 = spec.gains_q8[i];
+    shot.gain_q8 = setup.gains_q8[i];
     shot.dx = dx[i];
     shot.dy = dy[i];
-    shot.noise_seed = spec.noise_seed * 3 + static_cast<uint32_t>(i);
-    shot.noise_q8 = spec.noise_q8;
-    shot.layout = spec.layout;
+    shot.noise_seed = setup.noise_seed * 3 + static_cast<uint32_t>(i);
+    shot.noise_q8 = setup.noise_q8;
+    shot.layout = setup.layout;
     frames[i] = render(scene, shot);
   }
   return frames;

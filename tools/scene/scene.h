@@ -67,7 +67,7 @@ void render_into(const Scene& scene, const Shot& shot, uint8_t* frame);
 // The usual three frames: 0 dark, 1 normal (the reference, unshifted), 2
 // bright; frames 0 and 2 translated by (dx0, dy0) and (dx2, dy2), every frame
 // with its own noise.
-struct BracketSpec {
+struct BracketSetup {
   Layout layout = Layout::kPlanar;
   int32_t dx0 = 0, dy0 = 0;
   int32_t dx2 = 0, dy2 = 0;
@@ -75,7 +75,7 @@ struct BracketSpec {
   uint32_t noise_seed = 1;
   int32_t noise_q8 = 256;
 };
-std::array<std::vector<uint8_t>, 3> render_bracket(const Scene& scene, const BracketSpec& spec);
+std::array<std::vector<uint8_t>, 3> render_bracket(const Scene& scene, const BracketSetup& setup);
 
 // 64-bit FNV-1a, to fingerprint frames.
 uint64_t fnv1a64(const uint8_t* data, size_t size, uint64_t hash = 14695981039346656037ull);
