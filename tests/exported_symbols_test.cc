@@ -17,6 +17,12 @@ const std::set<std::string> kExported = {
     // worker pool and band jobs
     "pool_init", "pool_add_worker", "pool_destroy", "thread_routine", "pool", "g_args", "count",
     "arg", "p",
+    // frame alignment
+    "loadImg", "loadImg_process", "loadImg_parameter", "imageCrop", "image_resize",
+    "wltDecompose", "wltDecompose_process", "wltDecompose_parameter", "GetExpShift",
+    "imageAffine_xor_and", "imageAffine_xor_and_process", "imageAffine_xor_and_parameter",
+    "imageAffine", "imageAffine_process", "imageAffine_parameter", "imageAffine_uv",
+    "imageAffine_uv_process", "imageAffine_uv_parameter",
     // luma exposure fusion
     "pyramid_level", "pyramid_size", "weight_Initialize", "weight_Initialize_c",
     "pyramid_gaussian_down_sample_uint8", "pyramid_gaussian_down_sample_uint8_process",

@@ -1,0 +1,172 @@
+// Translation of a differently exposed frame against the reference, found
+// coarse to fine over the registration levels. Each frame is thresholded at its
+// own luma percentile, so bright-versus-dark bitmaps agree across exposures
+// wherever the scene agrees; a candidate shift is scored by the pixels whose
+// bitmaps disagree or that a mask marks untrusted, plus the moving pixels that
+// fall outside the reference.
+#include <algorithm>
+#include <cstdint>
+
+#include "align/mismatch_rows.h"
+#include "include/tavo_lumo_hdr.h"
+#include "platform/log.h"
+#include "pool/band_jobs.h"
+
+namespace {
+
+struct MismatchJob {
+  const uint8_t* moving_mask;
+  const uint8_t* moving_bitmap;
+  const uint8_t* ref_bitmap;
+  const uint8_t* ref_mask;
+  int32_t width;
+  int32_t x;
+  int32_t y;
+  int32_t m_begin;  // moving rows of the band, relative to its first row
+  int32_t m_end;
+  uint32_t partial;  // the band's score, read after the batch
+};
+
+struct RowRange {
+  int32_t begin, end;
+};
+
+// Moving rows a band pairs with reference rows m + y. Each pair is scored by
+// the band that holds the reference row: with y > 0 a band reaches y rows back
+// into the band above (the first band has none), with y < 0 |y| rows forward
+// into the band below (the last band has none).
+RowRange band_moving_rows(int32_t rows, int32_t y, int32_t band_index) {
+  const int64_t r = rows, dy = y;
+  int64_t begin = 0, end = r;
+  if (y > 0) {
+    begin = band_index == 0 ? 0 : -dy;
+    end = r - dy;
+  } else if (y < 0) {
+    begin = -dy;
+    end = band_index == 3 ? r : r - dy;
+  }
+  auto clamp32 = [](int64_t v) {
+    return static_cast<int32_t>(std::clamp<int64_t>(v, INT32_MIN, INT32_MAX));
+  };
+  return {clamp32(begin), clamp32(end)};
+}
+
+}  // namespace
+
+extern "C" TAVO_HDR_EXPORT uint32_t imageAffine_xor_and(const uint8_t* moving_mask,
+                                                        const uint8_t* moving_bitmap,
+                                                        const uint8_t* ref_bitmap,
+                                                        const uint8_t* ref_mask, int32_t width,
+                                                        int32_t rows, int32_t x, int32_t y,
+                                                        uint32_t* count, int32_t band_index) {
+  const RowRange m = band_moving_rows(rows, y, band_index);
+  *count += tavo::count_mismatches(moving_mask, moving_bitmap, ref_bitmap, ref_mask, width,
+                                   m.begin, m.end, x, y, tavo::pick_mismatch_row());
+  return 0;
+}
+
+extern "C" TAVO_HDR_EXPORT int32_t imageAffine_xor_and_parameter(void* record) {
+  auto& a = tavo::band_payload<MismatchJob>(record);
+  a.partial = tavo::count_mismatches(a.moving_mask, a.moving_bitmap, a.ref_bitmap, a.ref_mask,
+                                     a.width, a.m_begin, a.m_end, a.x, a.y,
+                                     tavo::pick_mismatch_row());
+  tavo::band_done();
+  return 0;
+}
+
+// Four bands of height/4 rows (the last takes the rest); the band scores are
+// added once all four have finished.
+extern "C" TAVO_HDR_EXPORT uint32_t imageAffine_xor_and_process(
+    const uint8_t* moving_mask, const uint8_t* moving_bitmap, const uint8_t* ref_bitmap,
+    const uint8_t* ref_mask, int32_t width, int32_t height, int32_t x, int32_t y,
+    uint32_t* count_out) {
+  *count_out = 0;
+  if (moving_mask == nullptr || moving_bitmap == nullptr || ref_bitmap == nullptr ||
+      ref_mask == nullptr) {
+    using tavo::platform::log_hex;
+    HDR_LOG("in_buffer is NULL,0x%x,0x%x,0x%x,0x%x\n", log_hex(moving_mask),
+            log_hex(moving_bitmap), log_hex(ref_bitmap), log_hex(ref_mask));
+  }
+  const tavo::BandSplit split = tavo::split_rows(height, tavo::SplitRule::kFour);
+  tavo::run_bands<MismatchJob>(
+      split.bands, imageAffine_xor_and_parameter, [&](int32_t b, MismatchJob& a) {
+        const int64_t first = split.first(b);
+        const int32_t rows = split.rows(b);
+        // The described reach of a band stays inside the plane whenever a band
+        // has at least |y| rows; for shorter bands it is cut at the plane's
+        // edges, so that no row outside the plane is ever read.
+        const RowRange m = band_moving_rows(rows, y, b);
+        const int64_t begin = std::max<int64_t>({m.begin, -first, -first - y});
+        const int64_t end = std::min<int64_t>({m.end, height - first, height - first - y});
+        const int64_t offset = first * width;
+        a = MismatchJob{moving_mask + offset,
+                        moving_bitmap + offset,
+                        ref_bitmap + offset,
+                        ref_mask + offset,
+                        width,
+                        x,
+                        y,
+                        static_cast<int32_t>(begin),
+                        static_cast<int32_t>(std::max(begin, end)),
+                        0};
+      });
+  uint32_t total = 0;
+  for (int32_t b = 0; b < split.bands; ++b) total += tavo::band_payload<MismatchJob>(&arg[b]).partial;
+  *count_out = total;
+  return 0;
+}
+
+namespace {
+
+int32_t magnitude(int8_t v) { return v < 0 ? -static_cast<int32_t>(v) : v; }
+
+}  // namespace
+
+extern "C" TAVO_HDR_EXPORT uint32_t GetExpShift(const uint8_t* frame_luma, uint32_t levels,
+                                                uint8_t threshold, uint8_t** moving_approx,
+                                                uint8_t** ref_bitmap, uint8_t** ref_mask,
+                                                uint8_t** moving_bitmap, uint8_t** moving_mask,
+                                                const int32_t* widths, const int32_t* heights,
+                                                int16_t* shift_out) {
+  shift_out[0] = 0;
+  shift_out[1] = 0;
+  if (levels < 2) return 0;
+
+  // The moving frame's levels, thresholded at its own value at every level.
+  for (uint32_t i = 0; i + 1 < levels; ++i) {
+    wltDecompose_process(i == 0 ? frame_luma : moving_approx[i], widths[i], heights[i],
+                         moving_approx[i + 1], threshold, moving_bitmap[i + 1],
+                         moving_mask[i + 1]);
+  }
+
+  // Coarse to fine: the nine shifts around twice the shift found one level up.
+  // Candidates are signed 8-bit values; a level where no candidate beats the
+  // no-overlap score leaves the shift as it was, undoubled.
+  for (uint32_t level = levels - 1; level >= 1; --level) {
+    const int32_t w = widths[level], h = heights[level];
+    const auto sx = static_cast<int8_t>(shift_out[0]);
+    const auto sy = static_cast<int8_t>(shift_out[1]);
+    uint32_t best = static_cast<uint32_t>(w) * static_cast<uint32_t>(h);
+    for (int32_t dx = -1; dx <= 1; ++dx) {
+      const auto cx = static_cast<int8_t>(2 * sx + dx);
+      for (int32_t dy = -1; dy <= 1; ++dy) {
+        const auto cy = static_cast<int8_t>(2 * sy + dy);
+        uint32_t count = 0;
+        imageAffine_xor_and_process(moving_mask[level], moving_bitmap[level], ref_bitmap[level],
+                                    ref_mask[level], w, h, cx, cy, &count);
+        const auto ax = static_cast<uint32_t>(magnitude(cx));
+        const auto ay = static_cast<uint32_t>(magnitude(cy));
+        // Score plus the moving pixels that land outside the reference, in
+        // wrapping 32-bit arithmetic.
+        const uint32_t cost = count + static_cast<uint32_t>(w) * ay +
+                              (static_cast<uint32_t>(h) - ay) * ax;
+        if (cost < best) {
+          best = cost;
+          shift_out[0] = cx;
+          shift_out[1] = cy;
+        }
+      }
+    }
+  }
+  return 0;
+}

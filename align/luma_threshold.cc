@@ -1,0 +1,78 @@
+// Registration threshold of a frame: a percentile of its luma histogram. Frame 0
+// takes the 37.5th percentile, every other frame the median; each frame is then
+// thresholded at its own value, which makes the bitmaps comparable across
+// exposures.
+#include <cstdint>
+
+#include "include/tavo_lumo_hdr.h"
+#include "pool/band_jobs.h"
+
+namespace {
+
+struct ThresholdJob {
+  const uint8_t* luma;
+  int32_t width;
+  int32_t height;
+  uint8_t* threshold_out;
+  int32_t frame_index;
+};
+
+}  // namespace
+
+extern "C" TAVO_HDR_EXPORT uint32_t loadImg(const uint8_t* luma, int32_t width, int32_t height,
+                                            uint8_t* threshold_out, int32_t frame_index) {
+  *threshold_out = 0;
+  // Four partial histograms, so that runs of equal bytes do not serialise on
+  // one counter.
+  uint32_t partial[4][256] = {};
+  if (width > 0) {
+    const uint8_t* row = luma;
+    for (int32_t r = 0; r < height; ++r, row += width) {
+      int32_t j = 0;
+      for (; j + 4 <= width; j += 4) {
+        ++partial[0][row[j]];
+        ++partial[1][row[j + 1]];
+        ++partial[2][row[j + 2]];
+        ++partial[3][row[j + 3]];
+      }
+      for (; j < width; ++j) ++partial[0][row[j]];
+    }
+  }
+  uint32_t histogram[256];
+  for (int32_t level = 0; level < 256; ++level) {
+    histogram[level] = partial[0][level] + partial[1][level] + partial[2][level] + partial[3][level];
+  }
+  // The target is a signed 32-bit quotient (w*h wraps like the 32-bit product it
+  // is); the walk compares it unsigned, so a negative target is never reached.
+  const int32_t pixels =
+      static_cast<int32_t>(static_cast<uint32_t>(width) * static_cast<uint32_t>(height));
+  const int32_t target =
+      frame_index == 0
+          ? static_cast<int32_t>(static_cast<uint32_t>(pixels) * 3u) / 8
+          : pixels / 2;
+  uint32_t running = 0;
+  for (int32_t level = 0; level < 256; ++level) {
+    running += histogram[level];
+    if (running >= static_cast<uint32_t>(target)) {
+      *threshold_out = static_cast<uint8_t>(level);
+      break;
+    }
+  }
+  return 0;
+}
+
+extern "C" TAVO_HDR_EXPORT int32_t loadImg_parameter(void* record) {
+  const auto& a = tavo::band_payload<ThresholdJob>(record);
+  loadImg(a.luma, a.width, a.height, a.threshold_out, a.frame_index);
+  tavo::band_done();
+  return 0;
+}
+
+// One job per frame rather than per band: the three histograms build at once.
+extern "C" TAVO_HDR_EXPORT uint32_t loadImg_process(const uint8_t* const* frames, int32_t width,
+                                                    int32_t height, uint8_t* thresholds_out) {
+  tavo::run_bands<ThresholdJob>(3, loadImg_parameter, [&](int32_t b, ThresholdJob& a) {
+    a = ThresholdJob{frames[b], width, height, thresholds_out + b, b};
+  });
+  return 0;
+}

@@ -1,0 +1,49 @@
+#include "align/mismatch_rows.h"
+
+#include <algorithm>
+#include <bit>
+
+#include "platform/cpu.h"
+
+namespace tavo {
+
+uint32_t mismatch_row_c(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+                        const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
+  uint32_t total = 0;
+  for (int32_t j = 0; j < n; ++j) {
+    const uint8_t d = moving_bitmap[j] ^ ref_bitmap[j];
+    const uint8_t e = moving_mask[j] == d ? 1 : d;
+    const uint8_t f = ref_mask[j] == e ? 1 : e;
+    total += static_cast<uint32_t>(std::popcount(f));
+  }
+  return total;
+}
+
+MismatchRow pick_mismatch_row() {
+  using platform::Isa;
+#if defined(__aarch64__)
+  if (platform::cpu_has(Isa::kNeon)) return mismatch_row_neon;
+#endif
+#if defined(__x86_64__)
+  if (platform::cpu_has(Isa::kSse41)) return mismatch_row_sse41;
+#endif
+  return mismatch_row_c;
+}
+
+uint32_t count_mismatches(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+                          const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t width,
+                          int32_t m_begin, int32_t m_end, int32_t x, int32_t y, MismatchRow row) {
+  const int64_t j_begin = std::max<int64_t>(-static_cast<int64_t>(x), 0);
+  const int64_t j_end = std::min<int64_t>(static_cast<int64_t>(width) - x, width);
+  if (j_end <= j_begin) return 0;
+  const auto n = static_cast<int32_t>(j_end - j_begin);
+  uint32_t total = 0;
+  for (int64_t m = m_begin; m < m_end; ++m) {
+    const int64_t moving = m * width + j_begin;
+    const int64_t ref = (m + y) * width + j_begin + x;
+    total += row(moving_mask + moving, moving_bitmap + moving, ref_bitmap + ref, ref_mask + ref, n);
+  }
+  return total;
+}
+
+}  // namespace tavo

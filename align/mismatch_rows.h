@@ -1,0 +1,38 @@
+// Row functions of the bitmap comparison that scores a candidate shift. Per
+// pixel: d = moving_bitmap ^ ref_bitmap; e = 1 if moving_mask == d, else d;
+// f = 1 if ref_mask == e, else e; the row's score is the number of set bits of
+// all f. With bitmaps of 0/1 and masks of 0/255 that is one point for every
+// pixel whose bitmaps differ or that either mask marks as untrusted.
+#pragma once
+
+#include <cstdint>
+
+namespace tavo {
+
+// Score of n pixels; the moving pointers and the reference pointers are already
+// placed at the pixels being paired.
+using MismatchRow = uint32_t (*)(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+                                 const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
+
+uint32_t mismatch_row_c(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+                        const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
+#if defined(__aarch64__)
+uint32_t mismatch_row_neon(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+                           const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
+#endif
+#if defined(__x86_64__)
+uint32_t mismatch_row_sse41(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+                            const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
+#endif
+
+// The best row this processor runs (the portable one when forced).
+MismatchRow pick_mismatch_row();
+
+// Score of moving rows m_begin ... m_end - 1 (relative to the plane pointers,
+// which may be negative) against reference rows m + y, over the columns j whose
+// partner j + x lies inside the width.
+uint32_t count_mismatches(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+                          const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t width,
+                          int32_t m_begin, int32_t m_end, int32_t x, int32_t y, MismatchRow row);
+
+}  // namespace tavo

@@ -1,0 +1,28 @@
+// Registration of a capture: the shifts of frames 0 and 2 against the reference
+// frame 1 and the crop window the three frames share once shifted.
+#pragma once
+
+#include <cstdint>
+
+namespace tavo {
+
+struct CropWindow {
+  int32_t width, height;  // even
+  int32_t origins[6];     // frame 0 x, y; frame 1 x, y; frame 2 x, y
+  int16_t shift0[2];      // full-resolution shift (x, y) of frame 0
+  int16_t shift2[2];      // full-resolution shift (x, y) of frame 2
+};
+
+// Number of registration levels (level 0 is the frame itself): 1 below a
+// smaller side of 33; otherwise one more than the halvings of the smaller side
+// taken while the value halved is above 65.
+uint8_t registration_level_count(int32_t width, int32_t height);
+
+// Thresholds of the three frames, the reference's levels, the shift search for
+// frame 0 then frame 2 (in level-1 pixels, doubled here), and the crop window.
+// frames[i] points at frame i's luma plane (width x height, stride width).
+// Returns 0, or -1 after logging an allocation failure (as "GetAlignImg").
+int32_t register_frames(const uint8_t* const* frames, int32_t width, int32_t height,
+                        CropWindow* window);
+
+}  // namespace tavo

@@ -1,0 +1,120 @@
+// Nearest-neighbour resize of the fused crop into the caller's layout.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "include/tavo_lumo_hdr.h"
+
+namespace {
+
+std::vector<uint8_t> random_frame(int32_t w, int32_t h, uint32_t seed) {
+  std::mt19937 rng(seed);
+  std::vector<uint8_t> f(static_cast<size_t>(w) * h * 3 / 2);
+  for (auto& v : f) v = static_cast<uint8_t>(rng());
+  return f;
+}
+
+// Pixel-by-pixel statement of the sampling, written independently of the
+// library's per-call column tables.
+std::vector<uint8_t> reference_resize(const std::vector<uint8_t>& src, int32_t sw, int32_t sh,
+                                      int32_t dw, int32_t dh, bool interleave, size_t size) {
+  std::vector<uint8_t> dst(size, 0xEE);
+  const float sx = static_cast<float>(sw) / static_cast<float>(dw);
+  const float sy = static_cast<float>(sh) / static_cast<float>(dh);
+  for (int32_t i = 0; i < dh; ++i) {
+    for (int32_t j = 0; j < dw; ++j) {
+      const int32_t r = std::min(sh - 1, static_cast<int32_t>(sy * static_cast<float>(i)));
+      const int32_t c = std::min(sw - 1, static_cast<int32_t>(sx * static_cast<float>(j)));
+      dst[static_cast<size_t>(i) * dw + j] = src[static_cast<size_t>(r) * sw + c];
+    }
+  }
+  if (dw < 2 || dh < 2) return dst;
+  for (int32_t i = 0; i < dh / 2; ++i) {
+    for (int32_t j = 0; j < dw / 2; ++j) {
+      int32_t r = static_cast<int32_t>(sy * static_cast<float>(i));
+      int32_t c = static_cast<int32_t>(sx * static_cast<float>(j));
+      if (r >= sh / 2) r = sh / 2 - 1;
+      if (c >= sw / 2) c = sw / 2 - 1;
+      const uint8_t u = src[sw * sh + (r * sw) / 2 + c];
+      const uint8_t v = src[(sw * sh * 5) / 4 + (r * sw) / 2 + c];
+      if (interleave) {
+        dst[dw * dh + 2 * (i * (dw / 2) + j)] = v;
+        dst[dw * dh + 2 * (i * (dw / 2) + j) + 1] = u;
+      } else {
+        dst[dw * dh + (i * dw) / 2 + j] = u;
+        dst[(dw * dh * 5) / 4 + (i * dw) / 2 + j] = v;
+      }
+    }
+  }
+  return dst;
+}
+
+std::vector<uint8_t> resize(const std::vector<uint8_t>& src, int32_t sw, int32_t sh, int32_t dw,
+                            int32_t dh, const char* layout, size_t size) {
+  std::vector<uint8_t> dst(size, 0xEE);
+  image_resize(src.data(), dst.data(), sw, sh, dw, dh, layout);
+  return dst;
+}
+
+TEST(ImageResize, SameSizeCopiesAndInterleaves) {
+  const int32_t w = 10, h = 6;
+  const std::vector<uint8_t> src = random_frame(w, h, 1);
+  const size_t size = src.size();
+  EXPECT_EQ(resize(src, w, h, w, h, "YUV420_PLANAR", size), src);
+  // Any other layout name is planar too.
+  EXPECT_EQ(resize(src, w, h, w, h, "NV21?", size), src);
+
+  const std::vector<uint8_t> semi = resize(src, w, h, w, h, "YVU420_SEMIPLANAR", size);
+  EXPECT_TRUE(std::equal(src.begin(), src.begin() + w * h, semi.begin()));
+  const uint8_t* u = src.data() + w * h;
+  const uint8_t* v = u + (w / 2) * (h / 2);
+  for (int32_t k = 0; k < (w / 2) * (h / 2); ++k) {
+    EXPECT_EQ(semi[w * h + 2 * k], v[k]) << k;
+    EXPECT_EQ(semi[w * h + 2 * k + 1], u[k]) << k;
+  }
+}
+
+TEST(ImageResize, SourcePickedBySinglePrecisionTruncation) {
+  // 93 -> 21 columns: sx = 93/21 rounds down in single precision, so column 7
+  // lands on 30.99999... and takes source column 30, where exact arithmetic
+  // would take 31.
+  const int32_t sw = 93, sh = 4, dw = 21, dh = 4;
+  std::vector<uint8_t> src(sw * sh * 3 / 2, 0);
+  for (int32_t c = 0; c < sw; ++c) src[c] = static_cast<uint8_t>(c);
+  const std::vector<uint8_t> dst = resize(src, sw, sh, dw, dh, "YUV420_PLANAR", dw * dh * 3 / 2);
+  EXPECT_EQ(dst[7], 30);
+  EXPECT_EQ(dst[14], 61);  // 62 exactly, 61.99999 in single precision
+  EXPECT_EQ(dst[20], 88);
+}
+
+TEST(ImageResize, MatchesPixelByPixelSamplingOnAnySize) {
+  struct Case {
+    int32_t sw, sh, dw, dh;
+  } cases[] = {{3994, 2, 4000, 4},  {16, 16, 4100, 6}, {8200, 4, 4099, 3}, {7, 5, 13, 9},
+               {20, 12, 6, 4},      {5, 3, 2, 2},      {64, 48, 3, 7},     {2, 2, 9, 11},
+               {100, 80, 1, 5},     {30, 20, 7, 1},    {1998, 8, 2000, 10}};
+  for (const Case& c : cases) {
+    const std::vector<uint8_t> src = random_frame(c.sw, c.sh, static_cast<uint32_t>(c.dw));
+    const size_t size = static_cast<size_t>(c.dw) * c.dh * 3 / 2 + 8;
+    for (const char* layout : {"YUV420_PLANAR", "YVU420_SEMIPLANAR"}) {
+      const bool interleave = strcmp(layout, "YVU420_SEMIPLANAR") == 0;
+      EXPECT_EQ(resize(src, c.sw, c.sh, c.dw, c.dh, layout, size),
+                reference_resize(src, c.sw, c.sh, c.dw, c.dh, interleave, size))
+          << c.sw << "x" << c.sh << " -> " << c.dw << "x" << c.dh << " " << layout;
+    }
+  }
+}
+
+TEST(ImageResize, EmptyDestinationWritesNothing) {
+  const std::vector<uint8_t> src = random_frame(8, 8, 3);
+  for (auto [dw, dh] : {std::pair{8, 0}, std::pair{0, 8}, std::pair{8, -2}}) {
+    std::vector<uint8_t> dst(64, 0xEE);
+    image_resize(src.data(), dst.data(), 8, 8, dw, dh, "YUV420_PLANAR");
+    EXPECT_EQ(dst, std::vector<uint8_t>(64, 0xEE)) << dw << "x" << dh;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,376 @@
+// Bitmap comparison of a candidate shift, the coarse-to-fine shift search and
+// the registration of a capture.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "align/crop_window.h"
+#include "align/registration.h"
+#include "include/tavo_lumo_hdr.h"
+#include "platform/memory.h"
+#include "support/test_support.h"
+#include "tools/scene/scene.h"
+
+namespace {
+
+using tavo::test::LogCapture;
+using tavo::test::PoolTest;
+
+// The captured lines that contain `text` (the workers log lines of their own).
+std::vector<std::string> lines_with(const LogCapture& log, const std::string& text) {
+  std::vector<std::string> found;
+  for (const std::string& line : log.lines()) {
+    if (line.find(text) != std::string::npos) found.push_back(line);
+  }
+  return found;
+}
+
+// ---- Scoring one shift ---------------------------------------------------
+
+struct Maps {
+  int32_t w, h;
+  std::vector<uint8_t> moving_mask, moving_bitmap, ref_bitmap, ref_mask;
+};
+
+// Bitmaps of 0/1 and masks of 0/255 as the level decomposition writes them,
+// with about a quarter of the pixels untrusted.
+Maps random_maps(int32_t w, int32_t h, uint32_t seed) {
+  std::mt19937 rng(seed);
+  Maps m{w, h, {}, {}, {}, {}};
+  for (auto* plane : {&m.moving_mask, &m.moving_bitmap, &m.ref_bitmap, &m.ref_mask}) {
+    plane->resize(static_cast<size_t>(w) * h);
+  }
+  for (size_t i = 0; i < m.moving_mask.size(); ++i) {
+    m.moving_bitmap[i] = rng() & 1;
+    m.ref_bitmap[i] = rng() & 1;
+    m.moving_mask[i] = rng() % 4 == 0 ? 0 : 255;
+    m.ref_mask[i] = rng() % 4 == 0 ? 0 : 255;
+  }
+  return m;
+}
+
+// Moving pixel (m, j) against reference pixel (m + y, j + x), every pair inside
+// the plane once: a point where the bitmaps differ or a mask is 0.
+uint32_t brute_force(const Maps& m, int32_t x, int32_t y) {
+  uint32_t n = 0;
+  for (int32_t r = 0; r < m.h; ++r) {
+    for (int32_t j = 0; j < m.w; ++j) {
+      const int32_t rr = r + y, jj = j + x;
+      if (rr < 0 || rr >= m.h || jj < 0 || jj >= m.w) continue;
+      const size_t a = static_cast<size_t>(r) * m.w + j, b = static_cast<size_t>(rr) * m.w + jj;
+      n += m.moving_bitmap[a] != m.ref_bitmap[b] || m.moving_mask[a] == 0 || m.ref_mask[b] == 0;
+    }
+  }
+  return n;
+}
+
+uint32_t whole_plane_kernel(const Maps& m, int32_t x, int32_t y) {
+  // One band covering the plane: the first band when the reference lies below
+  // (y >= 0), the last when it lies above.
+  uint32_t n = 5;  // the kernel adds to what is there
+  imageAffine_xor_and(m.moving_mask.data(), m.moving_bitmap.data(), m.ref_bitmap.data(),
+                      m.ref_mask.data(), m.w, m.h, x, y, &n, y >= 0 ? 0 : 3);
+  return n - 5;
+}
+
+uint32_t dispatched(const Maps& m, int32_t x, int32_t y) {
+  uint32_t n = 12345;
+  EXPECT_EQ(imageAffine_xor_and_process(m.moving_mask.data(), m.moving_bitmap.data(),
+                                        m.ref_bitmap.data(), m.ref_mask.data(), m.w, m.h, x, y, &n),
+            0u);
+  return n;
+}
+
+class MismatchCount : public PoolTest {};
+
+TEST_F(MismatchCount, OneBandAndFourBandsCountEveryOverlappingPairOnce) {
+  // Plane sizes with bands of 0 ... 16 rows and shifts up to beyond the plane:
+  // the dispatcher never reads outside the plane, even where a band is shorter
+  // than the vertical shift. The kernel alone is given one band of the whole
+  // plane.
+  const int32_t sizes[][2] = {{1, 4}, {7, 8}, {16, 13}, {17, 12}, {40, 31}, {64, 50},
+                              {9, 3}, {12, 5}, {5, 7},  {8, 2},   {6, 1}};
+  uint32_t seed = 1;
+  for (const auto& [w, h] : sizes) {
+    const Maps m = random_maps(w, h, seed++);
+    for (int32_t x : {-9, -3, -2, -1, 0, 1, 2, 3, 12}) {
+      for (int32_t y : {-9, -3, -2, -1, 0, 1, 2, 3, 8}) {
+        const uint32_t expected = brute_force(m, x, y);
+        EXPECT_EQ(dispatched(m, x, y), expected) << w << "x" << h << " " << x << "," << y;
+        EXPECT_EQ(whole_plane_kernel(m, x, y), expected) << w << "x" << h << " " << x << "," << y;
+      }
+    }
+  }
+}
+
+TEST_F(MismatchCount, BandsReachIntoTheirNeighboursByTheVerticalShift) {
+  // Calling the kernel band by band as the dispatcher cuts them (height/4 rows,
+  // last band the rest), the band scores add up to the whole-plane score.
+  const Maps m = random_maps(23, 30, 9);
+  const int32_t q = m.h / 4;
+  for (int32_t y : {-7, -2, -1, 0, 1, 5, 7}) {
+    uint32_t sum = 0;
+    for (int32_t b = 0; b < 4; ++b) {
+      const size_t offset = static_cast<size_t>(b) * q * m.w;
+      const int32_t rows = b == 3 ? m.h - 3 * q : q;
+      imageAffine_xor_and(m.moving_mask.data() + offset, m.moving_bitmap.data() + offset,
+                          m.ref_bitmap.data() + offset, m.ref_mask.data() + offset, m.w, rows, 2,
+                          y, &sum, b);
+    }
+    EXPECT_EQ(sum, brute_force(m, 2, y)) << y;
+  }
+}
+
+TEST_F(MismatchCount, NullPlanesAreReportedAndCountIsReset) {
+  LogCapture log;
+  uint32_t n = 99;
+  const uint8_t* some = reinterpret_cast<const uint8_t*>(0x1230);
+  EXPECT_EQ(imageAffine_xor_and_process(nullptr, some, some, some, 8, 0, 0, 0, &n), 0u);
+  EXPECT_EQ(n, 0u);
+  const std::vector<std::string> lines = lines_with(log, "in_buffer");
+  ASSERT_EQ(lines.size(), 1u) << log.joined();
+  EXPECT_NE(lines[0].find(", imageAffine_xor_and_process: in_buffer is NULL,0x0,0x1230,0x1230,0x1230\n"),
+            std::string::npos)
+      << lines[0];
+}
+
+// ---- The shift search ----------------------------------------------------
+
+// The level planes of a registration, one vector each.
+struct LevelPlanes {
+  int32_t levels;
+  std::vector<int32_t> w, h;
+  std::vector<std::vector<uint8_t>> store;
+  std::vector<uint8_t*> ref_approx, moving_approx, ref_bitmap, ref_mask, moving_bitmap, moving_mask;
+
+  LevelPlanes(int32_t width, int32_t height, int32_t n) : levels(n), w(n), h(n) {
+    w[0] = width;
+    h[0] = height;
+    for (int32_t k = 1; k < n; ++k) {
+      w[k] = (w[k - 1] & 1) + w[k - 1] / 2;
+      h[k] = (h[k - 1] & 1) + h[k - 1] / 2;
+    }
+    for (auto* table : {&ref_approx, &moving_approx, &ref_bitmap, &ref_mask, &moving_bitmap, &moving_mask}) {
+      for (int32_t k = 0; k < n; ++k) {
+        store.emplace_back(static_cast<size_t>(w[k]) * h[k], 0);
+        table->push_back(store.back().data());
+      }
+    }
+  }
+  void build_reference(const uint8_t* luma, uint8_t t) {
+    for (int32_t k = 0; k + 1 < levels; ++k) {
+      wltDecompose_process(k == 0 ? luma : ref_approx[k], w[k], h[k], ref_approx[k + 1], t,
+                           ref_bitmap[k + 1], ref_mask[k + 1]);
+    }
+  }
+  std::pair<int32_t, int32_t> shift(const uint8_t* luma, uint8_t t) {
+    int16_t s[2] = {77, 77};
+    EXPECT_EQ(GetExpShift(luma, static_cast<uint32_t>(levels), t, moving_approx.data(),
+                          ref_bitmap.data(), ref_mask.data(), moving_bitmap.data(),
+                          moving_mask.data(), w.data(), h.data(), s),
+              0u);
+    return {s[0], s[1]};
+  }
+};
+
+uint8_t median_of(const uint8_t* luma, int32_t w, int32_t h, int32_t index) {
+  uint8_t t = 0;
+  loadImg(luma, w, h, &t, index);
+  return t;
+}
+
+class ShiftSearch : public PoolTest {};
+
+TEST_F(ShiftSearch, ReachIsBoundedByTheLevelCount) {
+  const tavo::scene::Scene scene{256, 192, 3};
+  const std::vector<uint8_t> ref = tavo::scene::render(scene, {});
+  // Far beyond what three levels can reach (3 at level 1): the search stops at
+  // its bound; with two levels it moves one step at most.
+  for (auto [dx, dy] : {std::pair{20, -20}, std::pair{-24, 16}, std::pair{0, 0}}) {
+    tavo::scene::Shot shot;
+    shot.dx = dx;
+    shot.dy = dy;
+    const std::vector<uint8_t> moving = tavo::scene::render(scene, shot);
+    for (int32_t levels : {2, 3}) {
+      LevelPlanes planes(scene.width, scene.height, levels);
+      planes.build_reference(ref.data(), median_of(ref.data(), 256, 192, 1));
+      const auto [sx, sy] = planes.shift(moving.data(), median_of(moving.data(), 256, 192, 1));
+      const int32_t reach = (1 << (levels - 1)) - 1;
+      EXPECT_LE(std::abs(sx), reach) << dx << "," << dy << " levels " << levels;
+      EXPECT_LE(std::abs(sy), reach) << dx << "," << dy << " levels " << levels;
+      if (dx == 0) {
+        EXPECT_EQ(std::pair(sx, sy), std::pair(0, 0));
+      }
+    }
+  }
+}
+
+TEST_F(ShiftSearch, FewerThanTwoLevelsOrNoTrustedPixelsGiveNoShift) {
+  const int32_t w = 64, h = 48;
+  std::vector<uint8_t> flat(w * h, 100);
+  LevelPlanes planes(w, h, 3);
+  planes.build_reference(flat.data(), 100);
+  // Every mean equals the threshold: every mask is 0, every candidate scores
+  // exactly w*h, so nothing is taken.
+  EXPECT_EQ(planes.shift(flat.data(), 100), std::pair(0, 0));
+
+  std::vector<uint8_t> textured(w * h);
+  for (int32_t i = 0; i < w * h; ++i) textured[i] = static_cast<uint8_t>((i * 37) ^ (i / w) * 11);
+  LevelPlanes one(w, h, 1);
+  const std::vector<uint8_t> untouched = one.store[1];
+  EXPECT_EQ(one.shift(textured.data(), 100), std::pair(0, 0));
+  EXPECT_EQ(one.store[1], untouched);
+}
+
+TEST_F(ShiftSearch, ALevelWithoutImprovementKeepsTheShiftUndoubled) {
+  // Level 2 finds a shift of one column; at level 1 every reference pixel is
+  // untrusted, no candidate scores below w*h, and the level-2 shift comes back
+  // as it is instead of doubled.
+  const int32_t w = 96, h = 64;
+  std::mt19937 rng(4);
+  std::vector<uint8_t> luma(w * h);
+  for (auto& v : luma) v = static_cast<uint8_t>(rng());
+  const uint8_t t = 128;
+  LevelPlanes planes(w, h, 3);
+  // The moving planes as the search will build them, then a reference that is
+  // the moving level 2 moved one column right: moving (m, j) = reference (m, j + 1).
+  wltDecompose_process(luma.data(), w, h, planes.moving_approx[1], t, planes.moving_bitmap[1],
+                       planes.moving_mask[1]);
+  wltDecompose_process(planes.moving_approx[1], planes.w[1], planes.h[1], planes.moving_approx[2],
+                       t, planes.moving_bitmap[2], planes.moving_mask[2]);
+  const int32_t w2 = planes.w[2];
+  for (int32_t r = 0; r < planes.h[2]; ++r) {
+    for (int32_t j = 0; j + 1 < w2; ++j) {
+      planes.ref_bitmap[2][r * w2 + j + 1] = planes.moving_bitmap[2][r * w2 + j];
+      planes.ref_mask[2][r * w2 + j + 1] = 255;
+    }
+  }
+  // Level 1 reference masks stay 0.
+  EXPECT_EQ(planes.shift(luma.data(), t), std::pair(1, 0));
+}
+
+// ---- Registration of a capture -------------------------------------------
+
+class Registration : public PoolTest {};
+
+tavo::CropWindow register_bracket(const std::array<std::vector<uint8_t>, 3>& frames, int32_t w,
+                                  int32_t h) {
+  const uint8_t* luma[3] = {frames[0].data(), frames[1].data(), frames[2].data()};
+  tavo::CropWindow window{};
+  EXPECT_EQ(tavo::register_frames(luma, w, h, &window), 0);
+  return window;
+}
+
+TEST_F(Registration, LevelCount) {
+  EXPECT_EQ(tavo::registration_level_count(8, 2), 1);
+  EXPECT_EQ(tavo::registration_level_count(4000, 32), 1);
+  EXPECT_EQ(tavo::registration_level_count(33, 100), 2);
+  EXPECT_EQ(tavo::registration_level_count(65, 65), 2);
+  EXPECT_EQ(tavo::registration_level_count(66, 500), 3);
+  EXPECT_EQ(tavo::registration_level_count(131, 131), 3);
+  EXPECT_EQ(tavo::registration_level_count(132, 200), 4);
+  EXPECT_EQ(tavo::registration_level_count(4000, 3000), 8);
+  EXPECT_EQ(tavo::registration_level_count(1920, 1080), 7);
+}
+
+TEST_F(Registration, FindsTheTranslationOfBothMovingFrames) {
+  // Dark and bright frames, each with its own noise, moved by known even
+  // amounts against the normal exposure.
+  const int32_t w = 320, h = 240;
+  const tavo::scene::Scene scene{w, h, 7};
+  struct Case {
+    int16_t x0, y0, x2, y2;
+  } cases[] = {{6, -4, -8, 2}, {-6, 4, 10, -12}, {0, 0, 2, 0}, {-12, 10, 12, -10}};
+  for (const Case& c : cases) {
+    tavo::scene::BracketSetup setup;
+    setup.dx0 = c.x0;
+    setup.dy0 = c.y0;
+    setup.dx2 = c.x2;
+    setup.dy2 = c.y2;
+    const tavo::CropWindow window = register_bracket(tavo::scene::render_bracket(scene, setup), w, h);
+    EXPECT_EQ(window.shift0[0], c.x0);
+    EXPECT_EQ(window.shift0[1], c.y0);
+    EXPECT_EQ(window.shift2[0], c.x2);
+    EXPECT_EQ(window.shift2[1], c.y2);
+    const tavo::CropRect rect = tavo::crop_window_from_shifts(w, h, c.x0, c.y0, c.x2, c.y2);
+    EXPECT_EQ(window.width, rect.width);
+    EXPECT_EQ(window.height, rect.height);
+    for (int k = 0; k < 6; ++k) EXPECT_EQ(window.origins[k], rect.origins[k]) << k;
+  }
+  // The first case worked by hand: left 6, right 312, top 2, bottom 236; 306 x 234,
+  // height trimmed to 306 * 240 / 320 = 229.5 -> 228.
+  const tavo::CropRect rect = tavo::crop_window_from_shifts(w, h, 6, -4, -8, 2);
+  EXPECT_EQ(rect.width, 306);
+  EXPECT_EQ(rect.height, 228);
+  const int32_t origins[6] = {0, 6, 6, 2, 14, 0};
+  for (int k = 0; k < 6; ++k) EXPECT_EQ(rect.origins[k], origins[k]) << k;
+}
+
+TEST_F(Registration, UnmovedFramesGiveTheWholeFrame) {
+  const int32_t w = 200, h = 150;
+  const tavo::scene::Scene scene{w, h, 2};
+  // Identical frames, then three exposures with their own noise.
+  const std::vector<uint8_t> one = tavo::scene::render(scene, {});
+  for (const auto& frames : {std::array{one, one, one},
+                             tavo::scene::render_bracket(scene, tavo::scene::BracketSetup{})}) {
+    const tavo::CropWindow window = register_bracket(frames, w, h);
+    EXPECT_EQ(window.shift0[0], 0);
+    EXPECT_EQ(window.shift0[1], 0);
+    EXPECT_EQ(window.shift2[0], 0);
+    EXPECT_EQ(window.shift2[1], 0);
+    EXPECT_EQ(window.width, w);
+    EXPECT_EQ(window.height, h);
+    for (int k = 0; k < 6; ++k) EXPECT_EQ(window.origins[k], 0);
+  }
+  // A frame too small for a second level: nothing is searched.
+  std::vector<uint8_t> tiny(8 * 2 * 3 / 2, 50);
+  const tavo::CropWindow window = register_bracket({tiny, tiny, tiny}, 8, 2);
+  EXPECT_EQ(window.width, 8);
+  EXPECT_EQ(window.height, 2);
+}
+
+TEST_F(Registration, EveryAllocationFailureIsReportedAndLeavesNothingBehind) {
+  const int32_t w = 160, h = 120;
+  const tavo::scene::Scene scene{w, h, 5};
+  tavo::scene::BracketSetup setup;
+  setup.dx0 = 4;
+  setup.dy2 = -2;
+  const auto frames = tavo::scene::render_bracket(scene, setup);
+  const uint8_t* luma[3] = {frames[0].data(), frames[1].data(), frames[2].data()};
+  const struct {
+    long successes;
+    const char* message;
+  } failures[] = {{0, ", GetAlignImg: lyerW||lyerH malloc error"},
+                  {1, ", GetAlignImg: lyerW||lyerH malloc error"},
+                  {2, ", GetAlignImg: mem malloc fail.\n"}};
+  for (const auto& f : failures) {
+    const long live = tavo::platform::live_allocations();
+    LogCapture log;
+    tavo::platform::fail_allocations_after(f.successes);
+    tavo::CropWindow window{};
+    EXPECT_EQ(tavo::register_frames(luma, w, h, &window), -1);
+    tavo::platform::fail_allocations_after(-1);
+    EXPECT_EQ(tavo::platform::live_allocations(), live);
+    const std::vector<std::string> lines = lines_with(log, "GetAlignImg");
+    ASSERT_EQ(lines.size(), 1u) << log.joined();
+    const std::string& line = lines[0];
+    EXPECT_EQ(line.rfind("L ", 0), 0u);
+    ASSERT_GE(line.size(), std::string(f.message).size());
+    EXPECT_EQ(line.substr(line.size() - std::string(f.message).size()), f.message) << line;
+  }
+  // With its own blocks granted but no job records, every band runs on the
+  // calling thread and the result is the same.
+  tavo::platform::fail_allocations_after(3);
+  tavo::CropWindow inline_window{};
+  EXPECT_EQ(tavo::register_frames(luma, w, h, &inline_window), 0);
+  tavo::platform::fail_allocations_after(-1);
+  EXPECT_EQ(inline_window.shift0[0], 4);
+  EXPECT_EQ(inline_window.shift2[1], -2);
+}
+
+}  // namespace

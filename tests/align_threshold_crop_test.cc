@@ -1,0 +1,150 @@
+// Luma thresholds (histogram percentiles) and the crop window of shifted frames.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include "align/crop_window.h"
+#include "include/tavo_lumo_hdr.h"
+#include "support/test_support.h"
+
+namespace {
+
+uint8_t threshold_of(const std::vector<uint8_t>& luma, int32_t w, int32_t h, int32_t index) {
+  uint8_t t = 77;
+  EXPECT_EQ(loadImg(luma.data(), w, h, &t, index), 0u);
+  return t;
+}
+
+TEST(LumaThreshold, HandComputedPercentiles) {
+  // Uniform frames give their value whatever the frame index.
+  for (int32_t index : {0, 1, 2}) {
+    EXPECT_EQ(threshold_of(std::vector<uint8_t>(12, 93), 4, 3, index), 93);
+  }
+  // 0, 0, 0, 255: targets 1 (frame 0) and 2 (others) are both met at level 0.
+  const std::vector<uint8_t> quad = {0, 0, 0, 255};
+  for (int32_t index : {0, 1, 2}) EXPECT_EQ(threshold_of(quad, 2, 2, index), 0);
+  // Frame 0 has target 3*w*h/8, the others w*h/2: with the values 0 ... 15 once
+  // each (16 pixels) that is 6 -> level 5 and 8 -> level 7.
+  std::vector<uint8_t> ramp(16);
+  for (int i = 0; i < 16; ++i) ramp[i] = static_cast<uint8_t>(15 - i);
+  EXPECT_EQ(threshold_of(ramp, 4, 4, 0), 5);
+  EXPECT_EQ(threshold_of(ramp, 4, 4, 1), 7);
+  EXPECT_EQ(threshold_of(ramp, 8, 2, 2), 7);
+  // Two pixels: frame 0's target is 0, met at level 0 whatever the values.
+  EXPECT_EQ(threshold_of({200, 250}, 2, 1, 0), 0);
+  EXPECT_EQ(threshold_of({200, 250}, 2, 1, 1), 200);
+  // The running sum reaches the target exactly at a level (>=, not >).
+  EXPECT_EQ(threshold_of({10, 10, 20, 30}, 4, 1, 1), 10);
+  // Odd widths: every byte of every row counts (targets 1 and 2 of 5).
+  EXPECT_EQ(threshold_of({9, 1, 5, 3, 7}, 5, 1, 0), 1);
+  EXPECT_EQ(threshold_of({9, 1, 5, 3, 7, 9, 1, 5, 3, 7}, 5, 2, 2), 5);
+  // No pixels: target 0, met at level 0.
+  EXPECT_EQ(threshold_of({}, 0, 0, 1), 0);
+}
+
+class LumaThresholdJobs : public tavo::test::PoolTest {};
+
+TEST_F(LumaThresholdJobs, OneJobPerFrameWithItsOwnPercentile) {
+  const int32_t w = 16, h = 8;
+  std::vector<uint8_t> frames[3];
+  for (int f = 0; f < 3; ++f) {
+    frames[f].resize(w * h);
+    for (int i = 0; i < w * h; ++i) frames[f][i] = static_cast<uint8_t>(i + 40 * f);
+  }
+  const uint8_t* planes[3] = {frames[0].data(), frames[1].data(), frames[2].data()};
+  uint8_t thresholds[4] = {1, 1, 1, 0xAB};
+  EXPECT_EQ(loadImg_process(planes, w, h, thresholds), 0u);
+  // 128 distinct values: frame 0 target 48 -> value 47, frames 1 and 2 target 64 -> 63.
+  EXPECT_EQ(thresholds[0], 47);
+  EXPECT_EQ(thresholds[1], 63 + 40);
+  EXPECT_EQ(thresholds[2], 63 + 80);
+  EXPECT_EQ(thresholds[3], 0xAB);
+}
+
+struct Crop {
+  int32_t w, h;
+  std::array<int32_t, 6> origins;
+};
+
+Crop image_crop(int32_t width, int32_t height, int32_t x0, int32_t y0, int32_t x2, int32_t y2) {
+  Crop c{-1, -1, {}};
+  c.origins.fill(-99);
+  imageCrop(width, height, &c.w, &c.h, x0, y0, x2, y2, c.origins.data());
+  return c;
+}
+
+TEST(CropWindow, IntersectionAspectAndOrigins) {
+  // Both shifts 0: the whole frame, made even.
+  Crop c = image_crop(101, 75, 0, 0, 0, 0);
+  EXPECT_EQ(c.w, 100);
+  EXPECT_EQ(c.h, 74);
+  EXPECT_EQ(c.origins, (std::array<int32_t, 6>{0, 0, 0, 0, 0, 0}));
+
+  // x0 = 4, x2 = -2 on width 100: left 4, right 98, width 94 before the height
+  // is trimmed to the aspect ratio: 94 * 60 / 100 = 56.4 -> 56.
+  c = image_crop(100, 60, 4, 0, -2, 0);
+  EXPECT_EQ(c.w, 94);
+  EXPECT_EQ(c.h, 56);
+  EXPECT_EQ(c.origins, (std::array<int32_t, 6>{0, 0, 4, 0, 6, 0}));
+
+  // Frame 0 moved by (6, -4), frame 2 not: 3994 x 2996, trimmed to 2995, even 2994.
+  c = image_crop(4000, 3000, 6, -4, 0, 0);
+  EXPECT_EQ(c.w, 3994);
+  EXPECT_EQ(c.h, 2994);
+  EXPECT_EQ(c.origins, (std::array<int32_t, 6>{0, 4, 6, 0, 6, 0}));
+
+  // Trimming the width: a tall loss (y) keeps the full height loss and
+  // shortens the width; the origins keep the untrimmed left/top.
+  c = image_crop(400, 300, -6, 10, 8, -12);
+  // left 8, right 394 -> 386; top 10, bottom 288 -> 278; 386*300 > 278*400, so
+  // width = 278*400/300 = 370 (370.67 truncated).
+  EXPECT_EQ(c.w, 370);
+  EXPECT_EQ(c.h, 278);
+  EXPECT_EQ(c.origins, (std::array<int32_t, 6>{14, 0, 8, 10, 0, 22}));
+}
+
+TEST(CropWindow, DegenerateSizesDoNotTrap) {
+  // Zero width: the aspect division by zero yields 0.
+  Crop c = image_crop(0, 100, 0, 2, 0, 0);
+  EXPECT_EQ(c.w, 0);
+  EXPECT_EQ(c.h, 0);
+  // Zero height: the height is recomputed as 98 * 0 / 100.
+  c = image_crop(100, 0, 2, 0, 0, 0);
+  EXPECT_EQ(c.w, 98);
+  EXPECT_EQ(c.h, 0);
+  // Shifts larger than the frame: nothing in common, negative sides made even
+  // downward, no trap.
+  c = image_crop(8, 8, 30, 0, -30, 0);
+  EXPECT_EQ(c.origins[2], 30);
+  EXPECT_LE(c.w, 0);
+  EXPECT_EQ(c.w % 2, 0);
+  // The shifts are 16-bit quantities: 65536 + 6 behaves as 6.
+  const Crop wrapped = image_crop(4000, 3000, 65536 + 6, -4, 0, 0);
+  const Crop plain = image_crop(4000, 3000, 6, -4, 0, 0);
+  EXPECT_EQ(wrapped.w, plain.w);
+  EXPECT_EQ(wrapped.origins, plain.origins);
+}
+
+TEST(CropWindow, WindowLiesInsideEveryShiftedFrame) {
+  std::mt19937 rng(11);
+  for (int i = 0; i < 200; ++i) {
+    const int32_t w = 8 + static_cast<int32_t>(rng() % 500), h = 8 + static_cast<int32_t>(rng() % 500);
+    auto s = [&] { return static_cast<int16_t>(static_cast<int32_t>(rng() % 41) - 20); };
+    const int16_t sx[3] = {s(), 0, s()}, sy[3] = {s(), 0, s()};
+    const tavo::CropRect rect = tavo::crop_window_from_shifts(w, h, sx[0], sy[0], sx[2], sy[2]);
+    for (int f = 0; f < 3; ++f) {
+      // One corner in reference coordinates, seen from each frame.
+      EXPECT_EQ(rect.origins[2 * f], rect.origins[2] - sx[f]);
+      EXPECT_EQ(rect.origins[2 * f + 1], rect.origins[3] - sy[f]);
+      EXPECT_GE(rect.origins[2 * f], 0);
+      EXPECT_GE(rect.origins[2 * f + 1], 0);
+      EXPECT_LE(rect.origins[2 * f] + rect.width, w);
+      EXPECT_LE(rect.origins[2 * f + 1] + rect.height, h);
+    }
+  }
+}
+
+}  // namespace
