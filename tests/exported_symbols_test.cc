@@ -19,6 +19,12 @@ const std::set<std::string> kExported = {
     "arg", "p",
     // luma exposure fusion
     "pyramid_level", "pyramid_size", "weight_Initialize", "weight_Initialize_c",
+    "fusion_pyramid", "fusion_pyramid_process", "fusion_pyramid_parameter",
+    // chroma fusion and colour
+    "fusionUV_plane", "fusionUV_plane_process", "fusionUV_plane_parameter", "fusionUV_semiplane",
+    "fusionUV_semiplane_process", "fusionUV_semiplane_parameter", "fusionUV", "fusionUV_process",
+    "fusionUV_parameter", "FusionOnLayer", "saturation", "saturation_process",
+    "saturation_parameter", "memcpy_neon",
 };
 
 // Names of the defined, global or weak symbols in the .dynsym of a 64-bit ELF.
