@@ -222,13 +222,12 @@ TEST_F(FusionPyramidBands, FailedPointerArraysLeaveBandsUnwrittenWithoutLeaking)
   Level level(20, 16, 3);
   fill_random_valid(level, rng);
   const std::vector<int16_t> whole = blend_one_band(level);
+  // The fixture checks at the end that every allocation was given back.
   for (long budget = 0; budget <= 12; ++budget) {
-    const long live = platform::live_allocations();
     test::LogCapture log;
     platform::fail_allocations_after(budget);
     const std::vector<int16_t> out = blend_by_dispatcher(level);
     platform::fail_allocations_after(-1);
-    EXPECT_EQ(platform::live_allocations(), live) << budget;
     int unwritten = 0;
     for (int band = 0; band < 4; ++band) {  // four bands of 4 rows
       const auto first = out.begin() + band * 4 * 20, last = first + 4 * 20;
