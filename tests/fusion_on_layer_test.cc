@@ -11,33 +11,24 @@
 namespace tavo {
 namespace {
 
-// `frames` levels of width x height held as level 0 of one-level pyramids.
+// `frames` levels of w x h held as level 0 of one-level pyramids.
 struct Layer {
-  int32_t width, height;
+  int32_t w, h, n;
   std::vector<std::vector<uint8_t>> gauss;
   std::vector<std::vector<int16_t>> lap;
-  std::vector<uint8_t*> gauss_level;
-  std::vector<int16_t*> lap_level;
-  std::vector<uint8_t**> gauss_pyramids;
-  std::vector<int16_t**> lap_pyramids;
   std::vector<uint16_t> table = std::vector<uint16_t>(256, 0xbeef);
   std::vector<int16_t> out;
-
-  Layer(int32_t w, int32_t h, int frames, uint8_t g, int16_t l)
-      : width(w), height(h), gauss(frames, std::vector<uint8_t>(w * h, g)),
-        lap(frames, std::vector<int16_t>(w * h, l)), out(w * h, 0x7777) {
-    for (int f = 0; f < frames; ++f) {
-      gauss_level.push_back(gauss[f].data());
-      lap_level.push_back(lap[f].data());
-    }
-    for (int f = 0; f < frames; ++f) {
-      gauss_pyramids.push_back(&gauss_level[f]);
-      lap_pyramids.push_back(&lap_level[f]);
-    }
-  }
-  uint32_t fuse(float sigma) {
-    return FusionOnLayer(lap_pyramids.data(), gauss_pyramids.data(), out.data(), table.data(), width,
-                         height, 0, static_cast<int32_t>(gauss.size()), sigma);
+  Layer(int32_t width, int32_t height, int frames, uint8_t g, int16_t l)
+      : w(width), h(height), n(frames), gauss(frames, std::vector<uint8_t>(width * height, g)),
+        lap(frames, std::vector<int16_t>(width * height, l)), out(width * height, 0x7777) {}
+  void fuse(float sigma, int frames = -1) {
+    std::vector<uint8_t*> g_level;
+    std::vector<int16_t*> l_level;
+    for (int f = 0; f < n; ++f) g_level.push_back(gauss[f].data()), l_level.push_back(lap[f].data());
+    std::vector<uint8_t**> g_pyr;
+    std::vector<int16_t**> l_pyr;
+    for (int f = 0; f < n; ++f) g_pyr.push_back(&g_level[f]), l_pyr.push_back(&l_level[f]);
+    FusionOnLayer(l_pyr.data(), g_pyr.data(), out.data(), table.data(), w, h, 0, frames < 0 ? n : frames, sigma);
   }
 };
 
@@ -46,12 +37,11 @@ TEST(FusionOnLayer, TableCoversTheLevelRangeCentredOnHalfTheRange) {
   for (int i = 0; i < 256; ++i) span.gauss[0][i] = static_cast<uint8_t>(i);
   span.fuse(0.25f);
   EXPECT_EQ(span.table[127], 1024);  // R = 255: the centre is 127
-  EXPECT_LT(span.table[0], 1024);
   for (int i = 0; i < 256; ++i) EXPECT_NE(span.table[i], 0xbeef) << i;
 
   // Range 10 ... 20: the centre is 5, not 15; t = (i - 5) / 10.
-  Layer narrow(11, 1, 2, 0, 0);
-  for (int i = 0; i < 11; ++i) narrow.gauss[i % 2][i] = narrow.gauss[(i + 1) % 2][i] = static_cast<uint8_t>(10 + i);
+  Layer narrow(11, 1, 1, 0, 0);
+  for (int i = 0; i < 11; ++i) narrow.gauss[0][i] = static_cast<uint8_t>(10 + i);
   narrow.fuse(0.25f);
   EXPECT_EQ(narrow.table[10], 376);  // exp(-1) * 1024
   EXPECT_EQ(narrow.table[15], 18);   // exp(-4) * 1024
@@ -102,8 +92,7 @@ TEST(FusionOnLayer, RefusedInputsChangeNothing) {
   }
   Layer none(2, 2, 1, 40, 30);
   test::LogCapture log;
-  FusionOnLayer(none.lap_pyramids.data(), none.gauss_pyramids.data(), none.out.data(),
-                none.table.data(), 2, 2, 0, 0, 0.2f);
+  none.fuse(0.2f, 0);
   EXPECT_EQ(log.count("no frames"), 1);
   EXPECT_EQ(none.table, std::vector<uint16_t>(256, 0xbeef));
 }

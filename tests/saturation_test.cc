@@ -45,14 +45,10 @@ TEST_F(SaturationBands, FourBandsEqualOnePass) {
 }
 
 TEST(MemcpyNeon, CopiesTheFirstSixteenAndTheTailOnly) {
-  std::vector<uint8_t> src(40);
+  std::vector<uint8_t> src(40), dst(48, 0xee);
   std::iota(src.begin(), src.end(), 1);
-  std::vector<uint8_t> dst(48, 0xee);
   memcpy_neon(dst.data(), src.data(), 40);
-  for (int k = 0; k < 48; ++k) {
-    const bool copied = k < 16 || (k >= 32 && k < 40);
-    EXPECT_EQ(dst[k], copied ? src[k] : 0xee) << k;
-  }
+  for (int k = 0; k < 48; ++k) EXPECT_EQ(dst[k], k < 16 || (k >= 32 && k < 40) ? src[k] : 0xee) << k;
   // Overlapping blocks: the sixteen bytes are copied 16 times over, each copy
   // reading what the previous one wrote.
   std::vector<uint8_t> shift(17);

@@ -67,42 +67,35 @@ TEST(ChromaMean, WorkedValues) {
 }
 
 #if defined(__aarch64__)
+// The grouped rules written with the instructions, one lane.
+float32x4_t quotient(float32x4_t w, float32x4_t s) {
+  const float32x4_t r0 = vrecpeq_f32(w);
+  return vmulq_f32(s, vmulq_f32(r0, vrecpsq_f32(w, r0)));
+}
 uint8_t chroma_by_instructions(uint32_t w, uint32_t s) {
-  const float32x4_t wf = vcvtq_f32_u32(vdupq_n_u32(w));
-  const float32x4_t r0 = vrecpeq_f32(wf);
-  const float32x4_t r1 = vmulq_f32(r0, vrecpsq_f32(wf, r0));
-  const float32x4_t q = vaddq_f32(vdupq_n_f32(0.5f), vmulq_f32(r1, vcvtq_f32_u32(vdupq_n_u32(s))));
+  const float32x4_t q = vaddq_f32(vdupq_n_f32(0.5f), quotient(vcvtq_f32_u32(vdupq_n_u32(w)), vcvtq_f32_u32(vdupq_n_u32(s))));
   return vget_lane_u8(vqmovn_u16(vcombine_u16(vmovn_u32(vcvtq_u32_f32(q)), vdup_n_u16(0))), 0);
 }
-
 int16_t blend_by_instructions(uint32_t w, uint32_t s) {
-  const float32x4_t wf = vcvtq_f32_s32(vreinterpretq_s32_u32(vdupq_n_u32(w)));
-  const float32x4_t r0 = vrecpeq_f32(wf);
-  float32x4_t q = vmulq_f32(vcvtq_f32_s32(vreinterpretq_s32_u32(vdupq_n_u32(s))), vmulq_f32(r0, vrecpsq_f32(wf, r0)));
+  float32x4_t q = quotient(vcvtq_f32_s32(vdupq_n_s32(static_cast<int32_t>(w))), vcvtq_f32_s32(vdupq_n_s32(static_cast<int32_t>(s))));
   q = vaddq_f32(q, vbslq_f32(vcgeq_f32(q, vdupq_n_f32(0)), vdupq_n_f32(0.5f), vdupq_n_f32(-0.5f)));
   return vget_lane_s16(vmin_s16(vmovn_s32(vcvtq_s32_f32(q)), vdup_n_s16(4080)), 0);
 }
 
-// Sums around exact halves and multiples, and sums that wrapped.
+// Sums at and around exact halves and multiples, negated, and wrapped.
 std::vector<uint32_t> sums_for(uint32_t w) {
   std::vector<uint32_t> s = {0, 1, 0x7fffffffu, 0x80000000u, 0xffffffffu, 0x80000000u + w / 2};
   for (uint32_t k : {1u, 2u, 3u, 100u, 127u, 128u, 254u, 255u, 4079u, 4080u, 40000u}) {
-    for (uint32_t t : {k * w, k * w + w / 2, k * w + w / 2 - 1, k * w + (w + 1) / 2}) {
-      s.push_back(t);
-      s.push_back(0u - t);
-    }
+    for (uint32_t t : {k * w, k * w + w / 2, k * w + w / 2 - 1, k * w + (w + 1) / 2}) s.insert(s.end(), {t, 0u - t});
   }
   return s;
 }
 
-TEST(WeightedMeanHardware, ChromaGroupedRuleForEveryWeightSum) {
-  for (uint32_t w = 3; w <= 3 * 1025; ++w) {
+TEST(WeightedMeanHardware, GroupedRulesMatchTheInstructions) {
+  for (uint32_t w = 3; w <= 3 * 1025; ++w) {  // every chroma weight sum
     for (uint32_t s : sums_for(w)) ASSERT_EQ(chroma_mean_grouped(w, s), chroma_by_instructions(w, s)) << w << " " << s;
   }
-}
-
-TEST(WeightedMeanHardware, BlendGroupedRuleOverTheWeightRange) {
-  for (uint32_t w = 1; w <= 3u * 1024u * 255u; w += w < 4096 ? 1 : 97) {
+  for (uint32_t w = 1; w <= 3u * 1024u * 255u; w += w < 4096 ? 1 : 97) {  // blending weight sums
     for (uint32_t s : sums_for(w)) ASSERT_EQ(blend_mean_grouped(w, s), blend_by_instructions(w, s)) << w << " " << s;
   }
 }
