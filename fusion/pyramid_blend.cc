@@ -29,7 +29,9 @@ struct BlendBand {
 // Blends `rows` rows of a level. The band's first row is the level's top row
 // when band_index is 0, its last row the level's bottom row when band_index is
 // band_count - 1; those rows and columns 0 and width-1 are weighted by exposure
-// alone, every other sample also by contrast.
+// alone and divided by the exact rule. Inside, weights include contrast;
+// columns 1 ... 8*floor((width-2)/8) divide by the grouped rule in runs of
+// eight, the remaining columns by the exact rule (fusion/weighted_mean.h).
 extern "C" TAVO_HDR_EXPORT uint32_t fusion_pyramid(int16_t* out, const uint16_t* lut,
                                                    int16_t** lap_rows, uint16_t** gauss_rows,
                                                    int32_t width, int32_t rows, int32_t frames,
@@ -86,7 +88,7 @@ extern "C" TAVO_HDR_EXPORT int32_t fusion_pyramid_process(int16_t** out_levels, 
     return 0;  // nothing a band could read
   }
   if (frames < 1 || frames > INT32_MAX) {
-    HDR_LOG("no frames to blend (%u)\n", frames);
+    HDR_LOG("%u frames, nothing blended\n", frames);
     return 0;
   }
   const int32_t width = widths[level];
