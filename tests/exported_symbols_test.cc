@@ -13,7 +13,8 @@ namespace {
 
 const std::set<std::string> kExported = {
     // entry points
-    "tavo_hdr_pool_init", "tavo_hdr_pool_destroy", "tavo_hdr_set_stop_flag",
+    "tavo_hdr_pool_init", "tavo_hdr_pool_destroy", "tavo_hdr_set_stop_flag", "HDR_Function",
+    "GetAlignImg",
     // worker pool and band jobs
     "pool_init", "pool_add_worker", "pool_destroy", "thread_routine", "pool", "g_args", "count",
     "arg", "p",
@@ -24,11 +25,17 @@ const std::set<std::string> kExported = {
     "imageAffine", "imageAffine_process", "imageAffine_parameter", "imageAffine_uv",
     "imageAffine_uv_process", "imageAffine_uv_parameter",
     // luma exposure fusion
-    "pyramid_level", "pyramid_size", "weight_Initialize", "weight_Initialize_c",
+    "pyramid_level", "pyramid_size", "weight_Initialize", "weight_Initialize_c", "pyrFuse",
     "pyramid_gaussian_down_sample_uint8", "pyramid_gaussian_down_sample_uint8_process",
     "pyramid_gaussian_down_sample_uint8_parameter", "pyramid_laplacian_down_sample",
     "pyramid_laplacian_down_sample_process", "pyramid_laplacian_down_sample_parameter",
     "pyramid_reconstruct_y", "pyramid_reconstruct_y_process", "pyramid_reconstruct_y_parameter",
+    "fusion_pyramid", "fusion_pyramid_process", "fusion_pyramid_parameter",
+    // chroma fusion and colour
+    "fusionUV_plane", "fusionUV_plane_process", "fusionUV_plane_parameter", "fusionUV_semiplane",
+    "fusionUV_semiplane_process", "fusionUV_semiplane_parameter", "fusionUV", "fusionUV_process",
+    "fusionUV_parameter", "FusionOnLayer", "saturation", "saturation_process",
+    "saturation_parameter", "memcpy_neon",
 };
 
 // Names of the defined, global or weak symbols in the .dynsym of a 64-bit ELF.

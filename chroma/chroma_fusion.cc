@@ -1,0 +1,189 @@
+// Chroma fusion of the three frames into the planar chroma of the fused crop,
+// from planar (U plane, V plane) or semi-planar (V,U pairs) sources. Each frame
+// is read through its own crop origin, halved to chroma resolution.
+#include "chroma/chroma_fusion.h"
+
+#include <array>
+
+#include "chroma/chroma_rows.h"
+#include "include/tavo_lumo_hdr.h"
+#include "platform/log.h"
+#include "pool/band_jobs.h"
+
+namespace tavo {
+
+inline constexpr int kChromaFrames = 3;
+
+void fuse_chroma_plane(const uint8_t* const* src, int32_t frames, ptrdiff_t src_stride,
+                       uint8_t* out, const uint16_t* lut, int32_t width, int32_t rows) {
+  if (rows < 1 || width < 1) return;
+  std::array<int32_t, kChromaWeights> weights;
+  build_chroma_weights(lut, weights.data());
+  const ChromaGroupsFn groups = select_chroma_rows().plane;
+  for (int32_t y = 0; y < rows; ++y) {
+    const ChromaRowArgs row{src, weights.data(), y * src_stride, frames};
+    FuseChromaRow(row, out + static_cast<ptrdiff_t>(y) * width, width, groups);
+  }
+}
+
+namespace {
+
+struct PlaneBand {
+  const uint8_t* u[kChromaFrames];
+  const uint8_t* v[kChromaFrames];
+  uint8_t* out_u;
+  uint8_t* out_v;
+  const uint16_t* lut;
+  int32_t src_stride;
+  int32_t width;
+  int32_t rows;
+};
+
+struct PairBand {
+  const uint8_t* src[kChromaFrames];
+  uint8_t* out_u;
+  uint8_t* out_v;
+  const uint16_t* lut;
+  int32_t src_stride;
+  int32_t pairs;
+  int32_t rows;
+};
+
+// Everything a band dereferences must exist; the message names what the
+// caller gave.
+bool frames_present(const uint8_t* const* frames, const int32_t* crop, const char* caller) {
+  if (crop == nullptr) {
+    HDR_LOG_AS(__LINE__, caller, "crop origins are NULL, chroma not fused\n");
+    return false;
+  }
+  for (int f = 0; f < kChromaFrames; ++f) {
+    if (frames[f] == nullptr) {
+      HDR_LOG_AS(__LINE__, caller, "frame %d is NULL, chroma not fused\n", f);
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+}  // namespace tavo
+
+// One chroma plane of `rows` rows: three source planes of stride src_stride
+// into out of stride width.
+extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_plane(const uint8_t** src, uint8_t* out,
+                                                   const uint16_t* lut, int32_t src_stride,
+                                                   int32_t width, int32_t rows) {
+  tavo::fuse_chroma_plane(src, tavo::kChromaFrames, src_stride, out, lut, width, rows);
+  return 0;
+}
+
+// V,U pair rows of stride src_stride into the planes out_u and out_v, both of
+// stride `pairs`.
+extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_semiplane(const uint8_t** src, uint8_t* out_u,
+                                                       uint8_t* out_v, const uint16_t* lut,
+                                                       int32_t src_stride, int32_t pairs,
+                                                       int32_t rows) {
+  if (rows < 1 || pairs < 1) return 0;
+  std::array<int32_t, tavo::kChromaWeights> weights;
+  tavo::build_chroma_weights(lut, weights.data());
+  const tavo::ChromaPairGroupsFn groups = tavo::select_chroma_rows().pairs;
+  for (int32_t y = 0; y < rows; ++y) {
+    const tavo::ChromaRowArgs row{src, weights.data(), static_cast<ptrdiff_t>(y) * src_stride,
+                                  tavo::kChromaFrames};
+    const ptrdiff_t at = static_cast<ptrdiff_t>(y) * pairs;
+    tavo::FuseChromaPairRow(row, out_u + at, out_v + at, pairs, groups);
+  }
+  return 0;
+}
+
+extern "C" TAVO_HDR_EXPORT int32_t fusionUV_plane_parameter(void* record) {
+  auto& a = tavo::band_payload<tavo::PlaneBand>(record);
+  fusionUV_plane(a.u, a.out_u, a.lut, a.src_stride, a.width, a.rows);
+  fusionUV_plane(a.v, a.out_v, a.lut, a.src_stride, a.width, a.rows);
+  tavo::band_done();
+  return 0;
+}
+
+extern "C" TAVO_HDR_EXPORT int32_t fusionUV_semiplane_parameter(void* record) {
+  auto& a = tavo::band_payload<tavo::PairBand>(record);
+  fusionUV_semiplane(a.src, a.out_u, a.out_v, a.lut, a.src_stride, a.pairs, a.rows);
+  tavo::band_done();
+  return 0;
+}
+
+// Planar sources of Ws x Hs = (2*src_stride) x (2*src_rows): U plane at byte
+// Ws*Hs, V plane at Ws*Hs*5/4. Frame f's chroma row r starts at
+// (r + yf/2) * src_stride + xf/2 in each plane. Four bands of rows/4 rows.
+extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_plane_process(const uint8_t* const* frames,
+                                                           uint8_t* out_u, uint8_t* out_v,
+                                                           const uint16_t* lut, int32_t src_stride,
+                                                           int32_t src_rows, int32_t width,
+                                                           int32_t rows, const int32_t* crop) {
+  using tavo::platform::log_hex;
+  if (frames == nullptr || out_u == nullptr || out_v == nullptr || lut == nullptr) {
+    HDR_LOG_AS(930, "fusionUV_plane_process", "in_buffer is NULL,0x%x,0x%x,0x%x,0x%x\n",
+               log_hex(frames), log_hex(out_u), log_hex(out_v), log_hex(lut));
+    return 0;
+  }
+  if (!tavo::frames_present(frames, crop, "fusionUV_plane_process")) return 0;
+  const int64_t luma_bytes = (2 * static_cast<int64_t>(src_stride)) * (2 * static_cast<int64_t>(src_rows));
+  const int64_t u_plane = luma_bytes;
+  const int64_t v_plane = luma_bytes * 5 / 4;
+  const tavo::BandSplit split = tavo::split_rows(rows, tavo::SplitRule::kFour);
+  tavo::run_bands<tavo::PlaneBand>(split.bands, fusionUV_plane_parameter, [&](int32_t b, tavo::PlaneBand& a) {
+    const int32_t r0 = split.first(b);
+    for (int f = 0; f < tavo::kChromaFrames; ++f) {
+      const int64_t row = static_cast<int64_t>(r0) + crop[2 * f + 1] / 2;
+      const int64_t row_start = row * src_stride + crop[2 * f] / 2;
+      a.u[f] = frames[f] + u_plane + row_start;
+      a.v[f] = frames[f] + v_plane + row_start;
+    }
+    const ptrdiff_t out_at = static_cast<ptrdiff_t>(r0) * width;
+    a.out_u = out_u + out_at;
+    a.out_v = out_v + out_at;
+    a.lut = lut;
+    a.src_stride = src_stride;
+    a.width = width;
+    a.rows = split.rows(b);
+  });
+  return 0;
+}
+
+// Semi-planar sources of Ws x Hs = src_stride x src_height: V,U pair rows of Ws
+// bytes from byte Ws*Hs. Frame f's chroma row r starts at (r + yf/2) * Ws + xf
+// (an odd xf starts inside a pair and swaps the bytes' roles for that frame).
+// The output planes have out_width/2 samples per row.
+extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_semiplane_process(const uint8_t* const* frames,
+                                                               uint8_t* out_u, uint8_t* out_v,
+                                                               const uint16_t* lut,
+                                                               int32_t src_stride,
+                                                               int32_t src_height,
+                                                               int32_t out_width, int32_t rows,
+                                                               const int32_t* crop) {
+  using tavo::platform::log_hex;
+  if (frames == nullptr || out_u == nullptr || out_v == nullptr || lut == nullptr) {
+    HDR_LOG_AS(992, "fusionUV_semiplane_process", "in_buffer is NULL,0x%x,0x%x,0x%x,0x%x\n",
+               log_hex(frames), log_hex(out_u), log_hex(out_v), log_hex(lut));
+    return 0;
+  }
+  if (!tavo::frames_present(frames, crop, "fusionUV_semiplane_process")) return 0;
+  const int64_t pair_plane = static_cast<int64_t>(src_stride) * src_height;
+  const int32_t pairs = out_width / 2;
+  const tavo::BandSplit split = tavo::split_rows(rows, tavo::SplitRule::kFour);
+  tavo::run_bands<tavo::PairBand>(split.bands, fusionUV_semiplane_parameter, [&](int32_t b, tavo::PairBand& a) {
+    const int32_t r0 = split.first(b);
+    for (int f = 0; f < tavo::kChromaFrames; ++f) {
+      const int64_t row = static_cast<int64_t>(r0) + crop[2 * f + 1] / 2;
+      const int64_t row_start = row * src_stride + crop[2 * f];
+      a.src[f] = frames[f] + pair_plane + row_start;
+    }
+    const ptrdiff_t out_at = static_cast<ptrdiff_t>(r0) * pairs;
+    a.out_u = out_u + out_at;
+    a.out_v = out_v + out_at;
+    a.lut = lut;
+    a.src_stride = src_stride;
+    a.pairs = pairs;
+    a.rows = split.rows(b);
+  });
+  return 0;
+}

@@ -1,0 +1,81 @@
+// The ARMv8 reciprocal estimate and step of platform/arm_float.h, eight lanes
+// at a time with AVX2 and FMA, for the grouped division rules on x86-64.
+// Include only from files built with -mavx2 -mfma.
+//
+// Valid for the lanes these rules form: floats converted from 32-bit integers,
+// that is zero or a normal number with |x| in [1, 2^32]. For such an x the
+// estimate is sign | (253 - exponent) << 23 | T[top 8 fraction bits] << 15,
+// with T the 9-bit table-free estimate; zero gives infinity.
+#pragma once
+
+#include <immintrin.h>
+
+#include <array>
+#include <cstdint>
+
+#include "platform/arm_float.h"
+
+namespace tavo::arm::avx2 {
+
+// Fraction bits of the estimate for each top-8-bit input fraction.
+inline constexpr std::array<int32_t, 256> kEstimateFraction = [] {
+  std::array<int32_t, 256> t{};
+  for (uint32_t i = 0; i < 256; ++i) t[i] = static_cast<int32_t>((recip_estimate_u9(256 + i) & 0xffu) << 15);
+  return t;
+}();
+
+// FRECPE of each lane.
+inline __m256 recip_estimate(__m256 x) {
+  const __m256i bits = _mm256_castps_si256(x);
+  const __m256i sign = _mm256_and_si256(bits, _mm256_set1_epi32(INT32_MIN));
+  const __m256i exponent = _mm256_and_si256(bits, _mm256_set1_epi32(0x7f800000));
+  const __m256i top8 = _mm256_and_si256(_mm256_srli_epi32(bits, 15), _mm256_set1_epi32(0xff));
+  const __m256i fraction = _mm256_i32gather_epi32(kEstimateFraction.data(), top8, 4);
+  __m256i r = _mm256_sub_epi32(_mm256_set1_epi32(253 << 23), exponent);
+  r = _mm256_or_si256(_mm256_or_si256(r, sign), fraction);
+  const __m256i zero = _mm256_cmpeq_epi32(exponent, _mm256_setzero_si256());
+  const __m256i infinity = _mm256_or_si256(sign, _mm256_set1_epi32(0x7f800000));
+  return _mm256_castsi256_ps(_mm256_blendv_epi8(r, infinity, zero));
+}
+
+// r0 * FRECPS(x, r0), with FRECPS = 2 - x*r0 fused (2 for a zero lane, whose
+// estimate is infinite).
+inline __m256 refined_reciprocal(__m256 x) {
+  const __m256 r0 = recip_estimate(x);
+  const __m256 two = _mm256_set1_ps(2.0f);
+  __m256 step = _mm256_fnmadd_ps(x, r0, two);
+  step = _mm256_blendv_ps(step, two, _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_EQ_OQ));
+  return _mm256_mul_ps(r0, step);
+}
+
+// Unsigned 32-bit lanes to float, rounded to nearest: the high half times 2^16
+// is exact, so the one addition rounds once.
+inline __m256 u32_to_float(__m256i v) {
+  const __m256 hi = _mm256_cvtepi32_ps(_mm256_srli_epi32(v, 16));
+  const __m256 lo = _mm256_cvtepi32_ps(_mm256_and_si256(v, _mm256_set1_epi32(0xffff)));
+  return _mm256_add_ps(_mm256_mul_ps(hi, _mm256_set1_ps(65536.0f)), lo);
+}
+
+// FCVTZS: truncation, saturating, NaN giving 0.
+inline __m256i to_s32(__m256 v) {
+  __m256i r = _mm256_cvttps_epi32(v);  // 0x80000000 for NaN and out of range
+  const __m256 too_big = _mm256_cmp_ps(v, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ);
+  r = _mm256_blendv_epi8(r, _mm256_set1_epi32(INT32_MAX), _mm256_castps_si256(too_big));
+  const __m256 ordered = _mm256_cmp_ps(v, v, _CMP_ORD_Q);
+  return _mm256_and_si256(r, _mm256_castps_si256(ordered));
+}
+
+// FCVTZU: truncation, saturating, negative and NaN giving 0.
+inline __m256i to_u32(__m256 v) {
+  const __m256 two31 = _mm256_set1_ps(2147483648.0f);
+  const __m256 high = _mm256_cmp_ps(v, two31, _CMP_GE_OQ);
+  const __m256 folded = _mm256_sub_ps(v, _mm256_and_ps(high, two31));  // exact
+  __m256i r = _mm256_cvttps_epi32(folded);
+  r = _mm256_xor_si256(r, _mm256_and_si256(_mm256_castps_si256(high), _mm256_set1_epi32(INT32_MIN)));
+  const __m256 too_big = _mm256_cmp_ps(v, _mm256_set1_ps(4294967296.0f), _CMP_GE_OQ);
+  r = _mm256_or_si256(r, _mm256_castps_si256(too_big));
+  const __m256 positive = _mm256_cmp_ps(v, _mm256_setzero_ps(), _CMP_GT_OQ);
+  return _mm256_and_si256(r, _mm256_castps_si256(positive));
+}
+
+}  // namespace tavo::arm::avx2

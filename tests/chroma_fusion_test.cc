@@ -1,0 +1,214 @@
+// Chroma fusion: worked samples, the rule of every column in every row
+// variant, the source addressing of both dispatchers, the generic form for any
+// frame count, and the logged null arguments.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "fusion/fusion_weights.h"
+#include "fusion/weighted_mean.h"
+#include "include/tavo_lumo_hdr.h"
+#include "platform/log.h"
+#include "support/row_variants.h"
+#include "support/test_support.h"
+
+namespace tavo {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+std::vector<uint16_t> fusion_chroma_table() {
+  std::vector<uint16_t> exposure(256), chroma(256);
+  build_fusion_weight_tables(exposure.data(), chroma.data());
+  return chroma;
+}
+
+std::vector<uint16_t> random_table(std::mt19937& rng) {
+  std::vector<uint16_t> lut(256);
+  const uint16_t edges[] = {0, 1, 981, 32767, 32768, 65535};
+  for (auto& v : lut) v = rng() % 3 ? static_cast<uint16_t>(rng() % 1100) : edges[rng() % 6];
+  return lut;
+}
+
+// Sample x of a row of n from the frames' bytes c, by the rule of its column.
+uint8_t model_sample(const std::vector<uint16_t>& lut, const Bytes& c, int x, int n) {
+  int64_t w = 0, s = 0;
+  for (uint8_t v : c) w += static_cast<int16_t>(lut[v]), s += static_cast<int16_t>(lut[v]) * v;
+  const auto w32 = static_cast<uint32_t>(w), s32 = static_cast<uint32_t>(s);
+  return x < n / 8 * 8 ? chroma_mean_grouped(w32, s32) : chroma_mean_exact(w32, s32);
+}
+
+TEST(ChromaFusion, WorkedSamplesInRunsAndTail) {
+  // Width 9: samples 0 ... 7 by the grouped rule, sample 8 by the exact rule.
+  const std::vector<uint16_t> table = fusion_chroma_table();
+  std::vector<uint16_t> ones(256, 1);
+  ones[4] = 2;
+  struct Case {
+    const std::vector<uint16_t>& lut;
+    uint8_t c[3], grouped, exact;
+  };
+  const Case cases[] = {
+      {table, {128, 128, 0}, 0, 0},    // the saturated frame wins
+      {table, {77, 77, 77}, 77, 77},   // equal samples come back
+      {ones, {4, 1, 1}, 2, 3},         // W = 4, S = 10: an exact half
+  };
+  for (const Case& c : cases) {
+    Bytes planes[3], pairs[3], out(9), u(9), v(9);
+    for (int f = 0; f < 3; ++f) {
+      planes[f].assign(9, c.c[f]);
+      for (int p = 0; p < 9; ++p) pairs[f].insert(pairs[f].end(), {c.c[f], 200});  // V, then U
+    }
+    const uint8_t* src[3] = {planes[0].data(), planes[1].data(), planes[2].data()};
+    const uint8_t* pair_src[3] = {pairs[0].data(), pairs[1].data(), pairs[2].data()};
+    fusionUV_plane(src, out.data(), c.lut.data(), 9, 9, 1);
+    fusionUV_semiplane(pair_src, u.data(), v.data(), c.lut.data(), 18, 9, 1);
+    for (int x = 0; x < 9; ++x) {
+      EXPECT_EQ(out[x], x < 8 ? c.grouped : c.exact) << int{c.c[0]} << " at " << x;
+      EXPECT_EQ(v[x], out[x]) << x;
+      EXPECT_EQ(u[x], 200) << x;
+    }
+  }
+}
+
+TEST(ChromaFusion, EveryColumnFollowsItsRuleInEveryRowVariant) {
+  std::mt19937 rng(5);
+  for (bool portable : {true, false}) {
+    test::RowVariants variant(portable);
+    for (int width = 1; width <= 40; ++width) {
+      const int frames = 1 + width % 6, rows = 2, n = width * rows, skew = width % 5;
+      const std::vector<uint16_t> lut = random_table(rng);
+      std::vector<Bytes> planes(frames, Bytes(skew + n)), pairs(3, Bytes(skew + 2 * n));
+      std::vector<const uint8_t*> src, pair_src;
+      for (auto& p : planes) src.push_back(p.data() + skew);
+      for (auto& p : pairs) pair_src.push_back(p.data() + skew);
+      for (auto* set : {&planes, &pairs}) for (auto& p : *set) for (auto& b : p) b = static_cast<uint8_t>(rng());
+
+      Bytes generic(n), planar(n), u(n), v(n);
+      fusionUV(src.data(), generic.data(), lut.data(), width, rows, frames);
+      if (frames == 3) {
+        fusionUV_plane(src.data(), planar.data(), lut.data(), width, width, rows);
+      } else {
+        planar = generic;
+      }
+      fusionUV_semiplane(pair_src.data(), u.data(), v.data(), lut.data(), 2 * width, width, rows);
+      for (int i = 0; i < n; ++i) {
+        Bytes c, cu, cv;
+        for (int f = 0; f < frames; ++f) c.push_back(src[f][i]);
+        for (int f = 0; f < 3; ++f) cv.push_back(pair_src[f][2 * i]), cu.push_back(pair_src[f][2 * i + 1]);
+        ASSERT_EQ(generic[i], model_sample(lut, c, i % width, width)) << frames << " frames, width " << width << " at " << i;
+        ASSERT_EQ(planar[i], generic[i]) << width << " at " << i;
+        ASSERT_EQ(u[i], model_sample(lut, cu, i % width, width)) << "pairs " << width << " at " << i;
+        ASSERT_EQ(v[i], model_sample(lut, cv, i % width, width)) << "pairs " << width << " at " << i;
+      }
+    }
+  }
+}
+
+class ChromaDispatch : public test::PoolTest {
+ protected:
+  // Three random frames of ws x hs.
+  void make_frames(int ws, int hs) {
+    std::mt19937 rng(ws + hs);
+    for (int f = 0; f < 3; ++f) {
+      frames_[f] = Bytes(ws * hs * 3 / 2);
+      for (auto& b : frames_[f]) b = static_cast<uint8_t>(rng());
+      pointers_[f] = frames_[f].data();
+    }
+  }
+  Bytes frames_[3];
+  const uint8_t* pointers_[3];
+  const std::vector<uint16_t> lut_ = fusion_chroma_table();
+};
+
+TEST_F(ChromaDispatch, PlanarSourcesAreReadThroughEachCropOrigin) {
+  for (int rows : {1, 3, 4, 9, 17}) {  // below 4 rows one band does everything
+    const int ws = 64, hs = 2 * rows + 12, width = 19;
+    make_frames(ws, hs);
+    const int32_t crop[6] = {3, 5, 0, 0, 10, 11};
+    Bytes out_u(width * rows), out_v(width * rows);
+    fusionUV_plane_process(pointers_, out_u.data(), out_v.data(), lut_.data(), ws / 2, hs / 2, width, rows, crop);
+    for (int i = 0; i < width * rows; ++i) {
+      Bytes cu, cv;
+      for (int f = 0; f < 3; ++f) {
+        const int at = (i / width + crop[2 * f + 1] / 2) * (ws / 2) + crop[2 * f] / 2 + i % width;
+        cu.push_back(frames_[f][ws * hs + at]);
+        cv.push_back(frames_[f][ws * hs * 5 / 4 + at]);
+      }
+      ASSERT_EQ(out_u[i], model_sample(lut_, cu, i % width, width)) << rows << " rows, at " << i;
+      ASSERT_EQ(out_v[i], model_sample(lut_, cv, i % width, width)) << rows << " rows, at " << i;
+    }
+  }
+}
+
+TEST_F(ChromaDispatch, SemiPlanarSourcesTakeTheLumaColumnAsByteOffset) {
+  for (int rows : {1, 3, 4, 10}) {
+    const int ws = 72, hs = 2 * rows + 8, pairs = 19;
+    make_frames(ws, hs);
+    const int32_t crop[6] = {4, 2, 0, 1, 7, 6};  // odd x: that frame's bytes swap roles
+    Bytes out_u(pairs * rows), out_v(pairs * rows);
+    fusionUV_semiplane_process(pointers_, out_u.data(), out_v.data(), lut_.data(), ws, hs, 2 * pairs, rows, crop);
+    for (int i = 0; i < pairs * rows; ++i) {
+      Bytes cu, cv;
+      for (int f = 0; f < 3; ++f) {
+        const int at = ws * hs + (i / pairs + crop[2 * f + 1] / 2) * ws + crop[2 * f] + 2 * (i % pairs);
+        cv.push_back(frames_[f][at]);
+        cu.push_back(frames_[f][at + 1]);
+      }
+      ASSERT_EQ(out_u[i], model_sample(lut_, cu, i % pairs, pairs)) << rows << " rows, at " << i;
+      ASSERT_EQ(out_v[i], model_sample(lut_, cv, i % pairs, pairs)) << rows << " rows, at " << i;
+    }
+  }
+}
+
+TEST_F(ChromaDispatch, GenericBandsEqualOnePassAndTakeExtraPlanesBeyondThree) {
+  std::mt19937 rng(8);
+  const std::vector<uint16_t> lut = random_table(rng);
+  const int width = 21, rows = 10;
+  std::vector<Bytes> planes(6, Bytes(width * rows));
+  const uint8_t* all[6];
+  for (int f = 0; f < 6; ++f) {
+    for (auto& b : planes[f]) b = static_cast<uint8_t>(rng());
+    all[f] = planes[f].data();
+  }
+  // Only the second element of each extra array is a plane.
+  const uint8_t* e0[2] = {nullptr, all[3]};
+  const uint8_t* e1[2] = {nullptr, all[4]};
+  const uint8_t* e2[2] = {nullptr, all[5]};
+  const uint8_t* const* extra[3] = {e0, e1, e2};
+  for (int frames : {1, 3, 5}) {
+    Bytes one(width * rows), four(width * rows);
+    fusionUV(all, one.data(), lut.data(), width, rows, frames);
+    fusionUV_process(all, four.data(), lut.data(), width, rows, frames, extra);
+    EXPECT_EQ(four, one) << frames << " frames";
+  }
+}
+
+TEST(ChromaFusion, RefusalsAndNullArgumentsAreLogged) {  // nothing reaches the pool
+  uint8_t out[4] = {9, 9, 9, 9};
+  const uint16_t lut[256] = {};
+  const uint8_t* src[3] = {out, out, out};
+  const int32_t crop[6] = {};
+  test::LogCapture log;
+  fusionUV(src, out, lut, 4, 1, 0);
+  fusionUV_process(src, out, lut, 4, 1, 4, nullptr);  // a fourth plane needs the extras
+  fusionUV_plane_process(nullptr, out, out, lut, 2, 2, 4, 1, crop);
+  fusionUV_semiplane_process(src, out, nullptr, lut, 2, 2, 4, 1, crop);
+  EXPECT_EQ(Bytes(out, out + 4), Bytes(4, 9));
+  const unsigned o = platform::log_hex(out), l = platform::log_hex(lut), s = platform::log_hex(src);
+  char null_lines[3][128];
+  snprintf(null_lines[0], 128, "L 868, fusionUV_process: in_buffer is NULL,0x%x,0x%x,0x%x,0x0\n", s, o, l);
+  snprintf(null_lines[1], 128, "L 930, fusionUV_plane_process: in_buffer is NULL,0x0,0x%x,0x%x,0x%x\n", o, o, l);
+  snprintf(null_lines[2], 128, "L 992, fusionUV_semiplane_process: in_buffer is NULL,0x%x,0x%x,0x0,0x%x\n", s, o, l);
+  const std::vector<std::string> lines = log.lines();
+  ASSERT_EQ(lines.size(), 5u) << log.joined();
+  EXPECT_NE(lines[0].find("no frames"), std::string::npos) << lines[0];
+  EXPECT_EQ(lines[1], null_lines[0]);
+  EXPECT_NE(lines[2].find("not all planes"), std::string::npos) << lines[2];
+  EXPECT_EQ(lines[3], null_lines[1]);
+  EXPECT_EQ(lines[4], null_lines[2]);
+}
+
+}  // namespace
+}  // namespace tavo

@@ -1,0 +1,207 @@
+// Pyramid blending: the rule each sample gets (border, runs of eight,
+// remainder), wrapped sums, a per-pixel model, the band split, the row
+// variants against each other, and the dispatcher's failure paths.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <random>
+#include <vector>
+
+#include "fusion/weighted_mean.h"
+#include "include/tavo_lumo_hdr.h"
+#include "platform/log.h"
+#include "platform/memory.h"
+#include "support/row_variants.h"
+#include "support/test_support.h"
+
+namespace tavo {
+namespace {
+
+// One level of n frames; the planes start `pad` samples into their buffers so
+// that rows are unaligned.
+struct Level {
+  int w, h, n, pad;
+  std::vector<std::vector<uint16_t>> gauss;
+  std::vector<std::vector<int16_t>> lap;
+  std::vector<uint16_t> lut = std::vector<uint16_t>(256, 0);
+  Level(int width, int height, int frames, int pad_samples = 1)
+      : w(width), h(height), n(frames), pad(pad_samples),
+        gauss(frames, std::vector<uint16_t>(width * height + pad_samples)),
+        lap(frames, std::vector<int16_t>(width * height + pad_samples)) {}
+  uint16_t& g(int f, int x, int y) { return gauss[f][pad + y * w + x]; }
+  int16_t& l(int f, int x, int y) { return lap[f][pad + y * w + x]; }
+
+  // Kernel over the whole level as one band, or the dispatcher on it as level 1.
+  std::vector<int16_t> blend(bool dispatcher = false) {
+    std::vector<int16_t> out(w * h, 0x5a5a);
+    std::vector<int16_t*> lp;
+    std::vector<uint16_t*> gp;
+    for (int f = 0; f < n; ++f) lp.push_back(lap[f].data() + pad), gp.push_back(gauss[f].data() + pad);
+    if (!dispatcher) {
+      fusion_pyramid(out.data(), lut.data(), lp.data(), gp.data(), w, h, n, 0, 1);
+      return out;
+    }
+    std::vector<int16_t*> lap_levels;
+    std::vector<uint16_t*> gauss_levels;
+    for (int f = 0; f < n; ++f) lap_levels.insert(lap_levels.end(), {nullptr, lp[f]});
+    for (int f = 0; f < n; ++f) gauss_levels.insert(gauss_levels.end(), {nullptr, gp[f]});
+    std::vector<int16_t**> lap_pyramids;
+    std::vector<uint16_t**> gauss_pyramids;
+    for (int f = 0; f < n; ++f) lap_pyramids.push_back(&lap_levels[2 * f]), gauss_pyramids.push_back(&gauss_levels[2 * f]);
+    int16_t* out_levels[2] = {nullptr, out.data()};
+    const int32_t widths[2] = {0, w}, heights[2] = {0, h};
+    fusion_pyramid_process(out_levels, lut.data(), lap_pyramids.data(), gauss_pyramids.data(), widths, heights, 1, n);
+    return out;
+  }
+
+  void fill_valid(std::mt19937& rng) {
+    for (auto& p : gauss) for (auto& v : p) v = static_cast<uint16_t>(rng() % 4081);
+    for (auto& p : lap) for (auto& v : p) v = static_cast<int16_t>(static_cast<int>(rng() % 8161) - 4080);
+    for (auto& v : lut) v = static_cast<uint16_t>(rng() % 1025);
+  }
+};
+
+// A sample straight from the description of the weights, sums in 64 bits
+// reduced to 32 at the end. Valid Gaussian samples only (0 ... 4080).
+int16_t model_sample(Level& lv, int x, int y) {
+  const bool border = x == 0 || x == lv.w - 1 || y == 0 || y == lv.h - 1;
+  int64_t w_sum = 0, s_sum = 0;
+  for (int f = 0; f < lv.n; ++f) {
+    const int g = lv.g(f, x, y);
+    int64_t e = static_cast<int16_t>(lv.lut[(g + 8) >> 4]);
+    e = e == 0 ? 1 : e;
+    if (!border) {
+      const int d = lv.g(f, x, y - 1) + lv.g(f, x, y + 1) + lv.g(f, x - 1, y) + lv.g(f, x + 1, y) - 4 * g;
+      e *= std::max(std::abs(d) >> 6, 1);
+    }
+    w_sum += e;
+    s_sum += e * lv.l(f, x, y);
+  }
+  const auto w32 = static_cast<uint32_t>(w_sum), s32 = static_cast<uint32_t>(s_sum);
+  const bool grouped = !border && x <= (lv.w - 2) / 8 * 8;
+  return grouped ? blend_mean_grouped(w32, s32) : blend_mean_exact(w32, s32);
+}
+
+TEST(FusionPyramid, RuleByPosition) {
+  // Flat Gaussian samples (contrast 1), a table of zeros (weight 1): the rounded
+  // mean of two Laplacian samples by the rule of the sample's position. Width
+  // 13: column 0, runs at 1 ... 8, remainder 9 ... 11, column 12.
+  struct Case {
+    int16_t l0, l1, border, grouped;
+  };
+  for (const Case& c : {Case{1, 2, 2, 1}, {-1, -2, -2, -1}, {5000, 5000, 4080, 4080}, {-5000, -5000, -4080, -5000}}) {
+    Level lv(13, 3, 2);
+    for (auto& p : lv.gauss) std::fill(p.begin(), p.end(), 2000);
+    std::fill(lv.lap[0].begin(), lv.lap[0].end(), c.l0);
+    std::fill(lv.lap[1].begin(), lv.lap[1].end(), c.l1);
+    const std::vector<int16_t> out = lv.blend();
+    for (int i = 0; i < 39; ++i) {
+      const bool grouped = i / 13 == 1 && i % 13 >= 1 && i % 13 <= 8;
+      EXPECT_EQ(out[i], grouped ? c.grouped : c.border) << c.l0 << " at " << i;
+    }
+  }
+}
+
+TEST(FusionPyramid, WeightedSumWrapsAtExtremeContrast) {
+  // A 0/4080 checkerboard has contrast 255 inside; weight 1024 and three
+  // Laplacian samples of 4080 give S = 3196108800, which wraps negative.
+  Level lv(13, 4, 3);
+  lv.lut.assign(256, 1024);
+  for (int f = 0; f < 3; ++f) {
+    for (int i = 0; i < 52; ++i) lv.g(f, i % 13, i / 13) = (i % 13 + i / 13) % 2 ? 4080 : 0, lv.l(f, i % 13, i / 13) = 4080;
+  }
+  const std::vector<int16_t> out = lv.blend();
+  for (int i = 0; i < 52; ++i) {
+    const bool border = i % 13 == 0 || i % 13 == 12 || i / 13 == 0 || i / 13 == 3;
+    EXPECT_EQ(out[i], border ? 4080 : -1403) << i;
+  }
+}
+
+TEST(FusionPyramid, MatchesPerPixelModel) {
+  std::mt19937 rng(1);
+  for (int n : {1, 3, 4}) {
+    for (int w : {1, 2, 3, 9, 10, 11, 17, 18, 26, 40}) {
+      for (int h : {1, 2, 3, 6}) {
+        Level lv(w, h, n);
+        lv.fill_valid(rng);
+        const std::vector<int16_t> out = lv.blend();
+        for (int i = 0; i < w * h; ++i) {
+          ASSERT_EQ(out[i], model_sample(lv, i % w, i / w)) << n << " frames, " << w << "x" << h << " at " << i;
+        }
+      }
+    }
+  }
+}
+
+TEST(FusionPyramid, RowVariantsAgreeOnAnyInput) {
+  // Whole 16-bit ranges, tables with negative and zero entries, extreme
+  // Laplacian samples: sums wrap, weights cancel, conversions saturate.
+  std::mt19937 rng(2);
+  const uint16_t edge_g[] = {0, 7, 8, 4080, 4087, 4088, 32768, 65535};
+  const uint16_t edge_l[] = {0x8000, 0x8001, 0xf00f, 0xffff, 0, 1, 4081, 0x7fff};
+  const uint16_t edge_t[] = {0, 1, 1024, 32767, 32768, 65535};
+  auto pick = [&](const uint16_t* edges, size_t n) { return rng() % 2 ? edges[rng() % n] : static_cast<uint16_t>(rng()); };
+  for (int w = 1; w <= 70; w += w < 40 ? 1 : 9) {
+    for (int n : {1, 3, 5}) {
+      Level lv(w, 4, n, 1 + w % 3);
+      for (auto& p : lv.gauss) for (auto& v : p) v = pick(edge_g, 8);
+      // Lone 32768 samples among zeros: their neighbours' stencil is -32768 in 16 bits.
+      if (w % 4 == 0) for (auto& p : lv.gauss) for (auto& v : p) v = rng() % 5 ? 0 : 32768;
+      for (auto& p : lv.lap) for (auto& v : p) v = static_cast<int16_t>(pick(edge_l, 8));
+      for (auto& v : lv.lut) v = pick(edge_t, 6);
+      std::vector<int16_t> out[2];
+      for (bool portable : {false, true}) {
+        test::RowVariants rows(portable);
+        out[portable] = lv.blend();
+      }
+      ASSERT_EQ(out[0], out[1]) << w << " wide, " << n << " frames";
+    }
+  }
+}
+
+class FusionPyramidBands : public test::PoolTest {};
+
+TEST_F(FusionPyramidBands, FourBandsEqualOne) {
+  std::mt19937 rng(3);
+  for (auto [w, h] : {std::pair{13, 8}, {37, 9}, {10, 11}, {2, 8}, {1, 9}, {40, 7}, {64, 33}, {18, 2}}) {
+    Level lv(w, h, 3);
+    lv.fill_valid(rng);
+    EXPECT_EQ(lv.blend(true), lv.blend()) << w << "x" << h;
+  }
+}
+
+TEST_F(FusionPyramidBands, FailedPointerArraysLeaveBandsUnwritten) {
+  std::mt19937 rng(4);
+  Level lv(20, 16, 3);
+  lv.fill_valid(rng);
+  const std::vector<int16_t> whole = lv.blend();
+  for (long budget = 0; budget <= 12; ++budget) {  // the fixture checks nothing leaks
+    test::LogCapture log;
+    platform::fail_allocations_after(budget);
+    const std::vector<int16_t> out = lv.blend(true);
+    platform::fail_allocations_after(-1);
+    int unwritten = 0;
+    for (int b = 0; b < 4; ++b) {  // four bands of 4 rows
+      const auto first = out.begin() + b * 80, last = first + 80;
+      const bool blended = std::equal(first, last, whole.begin() + b * 80);
+      EXPECT_TRUE(blended || std::all_of(first, last, [](int16_t v) { return v == 0x5a5a; })) << budget << " " << b;
+      unwritten += !blended;
+    }
+    EXPECT_EQ(log.count("row pointer arrays not allocated"), unwritten) << budget;
+  }
+}
+
+TEST(FusionPyramid, NullArgumentIsLoggedWithEveryPointer) {
+  test::LogCapture log;
+  int16_t* out_levels[1] = {nullptr};
+  const int32_t sizes[1] = {8};
+  fusion_pyramid_process(out_levels, nullptr, nullptr, nullptr, sizes, sizes, 0, 3);
+  char expected[160];
+  snprintf(expected, sizeof expected, "L 679, fusion_pyramid_process: in_buffer is NULL,0x%x,0x0,0x0,0x0,0x%x,0x%x\n",
+           platform::log_hex(out_levels), platform::log_hex(sizes), platform::log_hex(sizes));
+  EXPECT_EQ(log.lines(), std::vector<std::string>{expected}) << log.joined();
+}
+
+}  // namespace
+}  // namespace tavo
