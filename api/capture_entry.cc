@@ -1,0 +1,135 @@
+// One HDR capture, as the camera service calls it: serialised on the pool's
+// capture lock, arguments checked, inputs and output optionally dumped as raw
+// frames, the pipeline run, the whole capture timed.
+#include <cstdio>
+#include <cstring>
+
+#include "api/capture_limits.h"
+#include "api/lifecycle.h"
+#include "include/tavo_lumo_hdr.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+#include "platform/properties.h"
+#include "pool/thread_pool.h"
+
+#ifndef TAVO_HDR_DUMP_DIR
+#define TAVO_HDR_DUMP_DIR "/data/misc/cameraserver"
+#endif
+
+namespace {
+
+int64_t hdr_start_ns = 0;
+constexpr size_t kDumpNameMax = 256;
+
+// "<dir>/IMG_<W>x<H><layout>_<date>_<time><suffix>" from the local time; false
+// when the name would not fit its buffer.
+bool dump_name(char (&name)[kDumpNameMax], int32_t width, int32_t height, const char* layout,
+               const char* suffix) {
+  const struct tm t = tavo::platform::local_time();
+  const int n = snprintf(name, kDumpNameMax, "%s/IMG_%dx%d%s_%04d%02d%02d_%02d%02d%02d%s",
+                         TAVO_HDR_DUMP_DIR, width, height, layout, t.tm_year + 1900, t.tm_mon + 1,
+                         t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec, suffix);
+  return n >= 0 && static_cast<size_t>(n) < kDumpNameMax;
+}
+
+// Dumps the three inputs under one time stamp; false after a failure, which
+// has been logged.
+bool dump_inputs(const uint8_t* const* frames, int32_t width, int32_t height, const char* layout) {
+  static constexpr const char* kOpenFail[] = {"fopen img0 fail!\n", "fopen img1 fail!\n", "fopen img2 fail!\n"};
+  static constexpr const char* kOpenOk[] = {"fopen img0 success!\n", "fopen img1 success!\n", "fopen img2 success!\n"};
+  static constexpr const char* kWriteFail[] = {"fwrite img0 error!\n", "fwrite img1 error!\n", "fwrite img2 error!\n"};
+  static constexpr const char* kWriteOk[] = {"fwrite img0 success!\n", "fwrite img1  success!\n", "fwrite img2 success!\n"};
+  char base[kDumpNameMax];
+  const bool base_fits = dump_name(base, width, height, layout, "");
+  const size_t bytes = static_cast<size_t>((width * height * 3) / 2);
+  for (int k = 0; k < 3; ++k) {
+    char name[kDumpNameMax];
+    const int n = snprintf(name, sizeof name, "%s_%d.yuv", base, k);
+    FILE* file = base_fits && n >= 0 && static_cast<size_t>(n) < sizeof name ? fopen(name, "wb") : nullptr;
+    if (file == nullptr) {
+      HDR_LOG_AS(__LINE__, "HDR_Function", "%s", kOpenFail[k]);
+      return false;
+    }
+    HDR_LOG_AS(__LINE__, "HDR_Function", "%s", kOpenOk[k]);
+    if (fwrite(frames[k], 1, bytes, file) < bytes) {
+      HDR_LOG_AS(__LINE__, "HDR_Function", "%s", kWriteFail[k]);
+      fclose(file);
+      return false;
+    }
+    HDR_LOG_AS(__LINE__, "HDR_Function", "%s", kWriteOk[k]);
+    fclose(file);
+  }
+  HDR_LOG_AS(__LINE__, "HDR_Function", "save input\n");
+  return true;
+}
+
+bool dump_output(const uint8_t* out, int32_t width, int32_t height, const char* layout) {
+  char name[kDumpNameMax];
+  FILE* file = dump_name(name, width, height, layout, "_hdr.yuv") ? fopen(name, "wb") : nullptr;
+  if (file == nullptr) {
+    HDR_LOG_AS(__LINE__, "HDR_Function", "fopen img fail!\n");
+    return false;
+  }
+  HDR_LOG_AS(__LINE__, "HDR_Function", "fopen img success!\n");
+  const size_t bytes = static_cast<size_t>((width * height * 3) / 2);
+  if (fwrite(out, 1, bytes, file) < bytes) {
+    HDR_LOG_AS(__LINE__, "HDR_Function", "fwrite img error!\n");
+    fclose(file);
+    return false;
+  }
+  HDR_LOG_AS(__LINE__, "HDR_Function", "fwrite img success!\n");
+  fclose(file);
+  HDR_LOG_AS(__LINE__, "HDR_Function", "save output\n");
+  return true;
+}
+
+}  // namespace
+
+extern "C" TAVO_HDR_EXPORT int32_t HDR_Function(const uint8_t* frame0, const uint8_t* frame1,
+                                                const uint8_t* frame2, uint8_t* out,
+                                                int32_t height, int32_t width,
+                                                const char* layout) {
+  thread_pool* tp = pool;
+  if (tp == nullptr) {
+    HDR_LOG("HDR_Function called without a thread pool, call tavo_hdr_pool_init first.\n");
+    return -1;
+  }
+  pthread_mutex_lock(&tp->t_lock);
+  struct Unlock {
+    pthread_mutex_t* lock;
+    ~Unlock() { pthread_mutex_unlock(lock); }
+  } unlock{&tp->t_lock};
+
+  hdr_start_ns = tavo::platform::monotonic_ns();
+  if (((width & 7) | (height & 1)) != 0 || frame0 == nullptr || frame1 == nullptr ||
+      frame2 == nullptr || out == nullptr || layout == nullptr ||
+      !tavo::capture_size_supported(width, height)) {
+    HDR_LOG("HDR_Function input error.");
+    return -1;
+  }
+
+  const uint8_t* const frames[3] = {frame0, frame1, frame2};
+  char value[tavo::platform::kPropertyValueMax];
+  tavo::platform::property_get("saveinput", value, "no");
+  HDR_LOG("value0=%s\n", value);
+  if (strcmp(value, "yes") == 0) {
+    if (!dump_inputs(frames, width, height, layout)) return -1;
+  } else if (strcmp(value, "no") == 0) {
+    HDR_LOG("no save input\n");
+  }
+  HDR_LOG("HDR_Function START.");
+
+  const int32_t result = GetAlignImg(frames, width, height, 3, out, layout);
+  if (result == -1) HDR_LOG("GetAlignImg error!");
+  HDR_LOG("HDR_Function END.");
+  tavo::endTime("hdr_function", hdr_start_ns);
+
+  tavo::platform::property_get("saveoutput", value, "no");
+  HDR_LOG("value1=%s\n", value);
+  if (strcmp(value, "yes") == 0) {
+    if (!dump_output(out, width, height, layout)) return -1;
+  } else if (strcmp(value, "no") == 0) {
+    HDR_LOG("no save output\n");
+  }
+  return result;
+}

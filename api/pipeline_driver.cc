@@ -1,0 +1,71 @@
+// The pipeline of one capture: registration, fusion inside the common crop
+// window, resize back to full size. The preset time limit and the camera's
+// stop request are checked at the end of every stage, never inside one.
+#include "align/registration.h"
+#include "api/capture_limits.h"
+#include "api/lifecycle.h"
+#include "include/tavo_lumo_hdr.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+#include "platform/memory.h"
+
+namespace {
+
+constexpr double kPresetSeconds = 3.3;
+int64_t align_start_ns = 0;
+
+bool stop_requested() {
+  if (tavo::stop_flag_value() != 1) return false;
+  HDR_LOG_AS(__LINE__, "GetAlignImg", "The camera set stop flag,please stop hdr processing\n");
+  return true;
+}
+
+bool over_time(const char* stage) {
+  if (tavo::endTime(stage, align_start_ns) <= kPresetSeconds) return false;
+  HDR_LOG_AS(__LINE__, "GetAlignImg", "hdr exceed the preset time.\n");
+  return true;
+}
+
+}  // namespace
+
+extern "C" TAVO_HDR_EXPORT int32_t GetAlignImg(const uint8_t* const* frames, int32_t width,
+                                               int32_t height, int32_t nframes, uint8_t* out,
+                                               const char* layout) {
+  if (frames == nullptr || nframes != 3 || frames[0] == nullptr || frames[1] == nullptr ||
+      frames[2] == nullptr || out == nullptr || layout == nullptr ||
+      !tavo::capture_size_supported(width, height)) {
+    HDR_LOG("GetAlignImg input error.\n");
+    return -1;
+  }
+  align_start_ns = tavo::platform::monotonic_ns();
+
+  tavo::CropWindow window{};
+  if (tavo::register_frames(frames, width, height, &window) != 0) return -1;
+  if (over_time("align")) return -1;
+
+  // Zero-filled, so that a crop whose luma or chroma the fusion leaves alone
+  // still resizes to the same bytes every time.
+  const size_t frame_bytes = static_cast<size_t>((width * height * 3) / 2);
+  auto* fused = static_cast<uint8_t*>(tavo::platform::mem_calloc(frame_bytes, 1));
+  if (fused == nullptr) {
+    HDR_LOG("fusiondata malloc fail.\n");
+    return -1;
+  }
+  struct FreeOnReturn {
+    uint8_t* buffer;
+    ~FreeOnReturn() { tavo::platform::mem_free(buffer); }
+  } release{fused};
+
+  if (stop_requested()) return 1;
+  if (pyrFuse(frames, 3, static_cast<uint32_t>(width), static_cast<uint32_t>(height), window.width,
+              window.height, window.origins, fused, layout) == -1) {
+    return -1;
+  }
+  if (over_time("pyrFuse")) return -1;
+  if (stop_requested()) return 1;
+
+  image_resize(fused, out, window.width, window.height, width, height, layout);
+  if (over_time("resize")) return -1;
+  if (stop_requested()) return 1;
+  return 0;
+}

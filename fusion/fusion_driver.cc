@@ -1,0 +1,186 @@
+// The fusion of a capture: crops each frame's luma into 16-bit samples, builds
+// its Gaussian and Laplacian pyramids, blends them level by level, collapses
+// the blend into the output luma and fuses the chroma. Every stage runs in
+// bands on the worker pool; the stages run one after another.
+#include <cstring>
+
+#include "fusion/fusion_weights.h"
+#include "fusion/pyramid_block.h"
+#include "fusion/pyramid_geometry.h"
+#include "include/tavo_lumo_hdr.h"
+#include "platform/log.h"
+#include "platform/memory.h"
+
+namespace tavo {
+
+PyramidBlockGeometry pyramid_block_geometry(uint32_t frames, const int32_t* widths,
+                                            const int32_t* heights, uint32_t levels) {
+  PyramidBlockGeometry g{frames, levels, 0, 0};
+  for (uint32_t l = 0; l < levels; ++l) {
+    const uint64_t level_samples = static_cast<uint64_t>(widths[l]) * static_cast<uint64_t>(heights[l]);
+    g.samples += level_samples;
+    if (l + 1 < levels) g.below_top += level_samples;
+  }
+  return g;
+}
+
+namespace {
+
+// Level-pointer tables and levels carved out of the block.
+struct FusionPyramids {
+  uint16_t*** gauss;   // per frame: its Gaussian level table
+  int16_t*** lap;      // per frame: its Laplacian level table
+  uint8_t** scratch;   // 8-bit scratch levels 0 ... L-2 (reserved, unused)
+  int16_t** fused;     // the fused pyramid's level table
+};
+
+// Pointer tables first (aligned), then per frame the Gaussian level l followed
+// by the Laplacian level l for every l, then the fused levels, then the 8-bit
+// scratch levels.
+FusionPyramids carve_block(void* block, uint32_t frames, uint32_t levels, const int32_t* widths,
+                           const int32_t* heights) {
+  void** pointers = static_cast<void**>(block);
+  FusionPyramids p{};
+  p.gauss = reinterpret_cast<uint16_t***>(pointers);
+  pointers += frames;
+  p.lap = reinterpret_cast<int16_t***>(pointers);
+  pointers += frames;
+  p.scratch = reinterpret_cast<uint8_t**>(pointers);
+  pointers += levels - 1;
+  p.fused = reinterpret_cast<int16_t**>(pointers);
+  pointers += levels;
+  for (uint32_t i = 0; i < frames; ++i) {
+    p.gauss[i] = reinterpret_cast<uint16_t**>(pointers);
+    pointers += levels;
+    p.lap[i] = reinterpret_cast<int16_t**>(pointers);
+    pointers += levels;
+  }
+  auto* data = reinterpret_cast<uint8_t*>(pointers);
+  auto level_bytes = [&](uint32_t l) {
+    return static_cast<size_t>(widths[l]) * static_cast<size_t>(heights[l]);
+  };
+  for (uint32_t i = 0; i < frames; ++i) {
+    for (uint32_t l = 0; l < levels; ++l) {
+      p.gauss[i][l] = reinterpret_cast<uint16_t*>(data);
+      data += 2 * level_bytes(l);
+      p.lap[i][l] = reinterpret_cast<int16_t*>(data);
+      data += 2 * level_bytes(l);
+    }
+  }
+  for (uint32_t l = 0; l < levels; ++l) {
+    p.fused[l] = reinterpret_cast<int16_t*>(data);
+    data += 2 * level_bytes(l);
+  }
+  for (uint32_t l = 0; l + 1 < levels; ++l) {
+    p.scratch[l] = data;
+    data += level_bytes(l);
+  }
+  return p;
+}
+
+}  // namespace
+}  // namespace tavo
+
+extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_t frame_count,
+                                           uint32_t stride, uint32_t frame_height, int32_t width,
+                                           int32_t height, const int32_t* offsets, uint8_t* out,
+                                           const char* layout) {
+  using tavo::platform::mem_alloc;
+  using tavo::platform::mem_free;
+
+  const uint8_t levels = tavo::pyramid_level_count(width, height);
+  if (frames == nullptr || offsets == nullptr || out == nullptr || layout == nullptr ||
+      frame_count < 1 || levels < 1) {
+    HDR_LOG("pyrFuse input error: %u frames, crop %dx%d\n", frame_count, width, height);
+    return -1;
+  }
+  for (uint32_t i = 0; i < frame_count; ++i) {
+    if (frames[i] == nullptr) {
+      HDR_LOG("pyrFuse input error: frame %u is NULL\n", i);
+      return -1;
+    }
+  }
+
+  uint16_t exposure_weight_lut[tavo::kWeightTableSize];
+  uint16_t chroma_weight_lut[tavo::kWeightTableSize];
+  tavo::build_fusion_weight_tables(exposure_weight_lut, chroma_weight_lut);
+
+  auto* w_pyramid_y = static_cast<int32_t*>(mem_alloc(sizeof(int32_t) * levels));
+  auto* h_pyramid_y = static_cast<int32_t*>(mem_alloc(sizeof(int32_t) * levels));
+  if (w_pyramid_y == nullptr || h_pyramid_y == nullptr) {
+    HDR_LOG_AT(106, "w_pyramid_y||h_pyramid_y malloc error");
+    mem_free(w_pyramid_y);
+    mem_free(h_pyramid_y);
+    return -1;
+  }
+  tavo::fill_pyramid_sizes(w_pyramid_y, h_pyramid_y, width, height, levels);
+
+  const tavo::PyramidBlockGeometry geometry =
+      tavo::pyramid_block_geometry(frame_count, w_pyramid_y, h_pyramid_y, levels);
+  void* block = nullptr;
+  if (tavo::pyramid_block_bytes_32(geometry) <= UINT32_MAX) {
+    block = mem_alloc(tavo::pyramid_block_bytes(geometry, sizeof(void*)));
+  }
+  auto release = [&]() {
+    mem_free(w_pyramid_y);
+    mem_free(h_pyramid_y);
+    mem_free(block);
+  };
+  if (block == nullptr) {
+    HDR_LOG_AT(137, "mem malloc fail.\n");
+    release();
+    return -1;
+  }
+  const tavo::FusionPyramids pyr =
+      tavo::carve_block(block, frame_count, levels, w_pyramid_y, h_pyramid_y);
+  const uint32_t top = levels - 1u;
+
+  for (uint32_t i = 0; i < frame_count; ++i) {
+    imageAffine_process(frames[i], pyr.gauss[i][0], stride, static_cast<uint32_t>(width), height,
+                        static_cast<uint32_t>(offsets[2 * i]), static_cast<uint32_t>(offsets[2 * i + 1]));
+    for (uint32_t l = 0; l < top; ++l) {
+      if (pyramid_gaussian_down_sample_uint8_process(pyr.gauss[i], l, w_pyramid_y, h_pyramid_y) == -1) {
+        HDR_LOG_AT(251, "pyramid_gaussian_down_sample_uint8_process malloc error and return -1\n");
+        release();
+        return -1;
+      }
+    }
+    for (uint32_t l = 0; l < top; ++l) {
+      if (pyramid_laplacian_down_sample_process(pyr.lap[i], pyr.gauss[i], l, w_pyramid_y, h_pyramid_y,
+                                                levels) == -1) {
+        HDR_LOG_AT(269, "pyramid_laplacian_down_sample_process malloc error and return -1\n");
+        release();
+        return -1;
+      }
+    }
+    // The top of the Laplacian pyramid is the Gaussian top itself.
+    memcpy(pyr.lap[i][top], pyr.gauss[i][top],
+           sizeof(uint16_t) * static_cast<size_t>(w_pyramid_y[top]) * static_cast<size_t>(h_pyramid_y[top]));
+  }
+
+  for (uint32_t l = levels >= 2 ? 0 : top; l < levels; ++l) {
+    fusion_pyramid_process(pyr.fused, exposure_weight_lut, pyr.lap, pyr.gauss, w_pyramid_y, h_pyramid_y,
+                           static_cast<int32_t>(l), frame_count);
+  }
+  for (int32_t l = static_cast<int32_t>(levels) - 2; l >= 0; --l) {
+    if (static_cast<int32_t>(pyramid_reconstruct_y_process(out, pyr.fused, w_pyramid_y, h_pyramid_y, l)) == -1) {
+      HDR_LOG_AT(385, "pyramid_reconstruct_y_process malloc error and return -1\n");
+      release();
+      return -1;
+    }
+  }
+
+  // Chroma, always written as planes: U after the luma, V after U.
+  uint8_t* out_u = out + width * height;
+  uint8_t* out_v = out + (width * height * 5) / 4;
+  if (strcmp(layout, "YVU420_SEMIPLANAR") == 0) {
+    fusionUV_semiplane_process(frames, out_u, out_v, chroma_weight_lut, static_cast<int32_t>(stride),
+                               static_cast<int32_t>(frame_height), width, height / 2, offsets);
+  } else if (strcmp(layout, "YUV420_PLANAR") == 0) {
+    fusionUV_plane_process(frames, out_u, out_v, chroma_weight_lut, static_cast<int32_t>(stride) / 2,
+                           static_cast<int32_t>(frame_height) / 2, width / 2, height / 2, offsets);
+  }
+
+  release();
+  return 0;
+}

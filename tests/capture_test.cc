@@ -1,0 +1,265 @@
+// A whole capture through HDR_Function: argument checks, stop flag, time
+// limit, capture lock, dumps.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include "api/lifecycle.h"
+#include "include/tavo_lumo_hdr.h"
+#include "platform/clock.h"
+#include "support/frames.h"
+#include "support/test_support.h"
+
+namespace tavo {
+namespace {
+
+using test::LogCapture;
+using test::ScopedProperties;
+
+class Capture : public test::PoolTest {
+ protected:
+  void SetUp() override {
+    test::PoolTest::SetUp();
+    tavo_hdr_set_stop_flag(0);
+  }
+  void TearDown() override {
+    tavo_hdr_set_stop_flag(0);
+    platform::set_monotonic_clock_for_testing(nullptr);
+    platform::set_wall_clock_for_testing(nullptr);
+    test::PoolTest::TearDown();
+  }
+  std::vector<uint8_t> run(int32_t w, int32_t h, const char* layout, int32_t* result,
+                           uint8_t fill = 0xAB) {
+    const auto frames = test::bracket(w, h, layout, 5);
+    std::vector<uint8_t> out(static_cast<size_t>(w) * h * 3 / 2, fill);
+    *result = HDR_Function(frames[0].data(), frames[1].data(), frames[2].data(), out.data(), h, w, layout);
+    return out;
+  }
+};
+
+TEST_F(Capture, RefusesBadArguments) {
+  std::vector<uint8_t> frame(64, 0), out(64, 0xAB);
+  const uint8_t* f = frame.data();
+  struct Case {
+    const uint8_t *f0, *f1, *f2;
+    uint8_t* out;
+    int32_t h, w;
+    const char* layout;
+  } cases[] = {
+      {f, f, f, out.data(), 3000, 4001, "YUV420_PLANAR"},
+      {f, f, f, out.data(), 3001, 4000, "YUV420_PLANAR"},
+      {nullptr, f, f, out.data(), 2, 8, "YUV420_PLANAR"},
+      {f, nullptr, f, out.data(), 2, 8, "YUV420_PLANAR"},
+      {f, f, nullptr, out.data(), 2, 8, "YUV420_PLANAR"},
+      {f, f, f, nullptr, 2, 8, "YUV420_PLANAR"},
+      {f, f, f, out.data(), 2, 8, nullptr},
+      {f, f, f, out.data(), 0, 8, "YUV420_PLANAR"},
+      {f, f, f, out.data(), 2, 0, "YUV420_PLANAR"},
+      {f, f, f, out.data(), -2, 8, "YUV420_PLANAR"},
+      {f, f, f, out.data(), 2, -8, "YUV420_PLANAR"},
+      {f, f, f, out.data(), 65536, 65536, "YUV420_PLANAR"},
+      {f, f, f, out.data(), 20000, 20000, "YUV420_PLANAR"},
+  };
+  for (const Case& c : cases) {
+    LogCapture log;
+    EXPECT_EQ(HDR_Function(c.f0, c.f1, c.f2, c.out, c.h, c.w, c.layout), -1) << c.w << "x" << c.h;
+    EXPECT_EQ(log.count("HDR_Function input error."), 1);
+    EXPECT_FALSE(log.contains("START"));
+  }
+  for (uint8_t b : out) ASSERT_EQ(b, 0xAB);
+}
+
+TEST_F(Capture, SmallestFrameRuns) {
+  int32_t result = -1;
+  const std::vector<uint8_t> out = run(8, 2, "YUV420_PLANAR", &result);
+  EXPECT_EQ(result, 0);
+}
+
+TEST_F(Capture, StopFlagBeforeTheCaptureIsHonouredAfterAlignment) {
+  tavo_hdr_set_stop_flag(1);
+  LogCapture log;
+  int32_t result = 0;
+  const std::vector<uint8_t> out = run(64, 48, "YUV420_PLANAR", &result);
+  EXPECT_EQ(result, 1);
+  const std::string text = log.joined();
+  const size_t align = text.find("Test: align, ");
+  const size_t stop = text.find("GetAlignImg: The camera set stop flag,please stop hdr processing\n");
+  ASSERT_NE(align, std::string::npos);
+  ASSERT_NE(stop, std::string::npos);
+  EXPECT_LT(align, stop);
+  EXPECT_FALSE(log.contains("Test: pyrFuse"));
+  EXPECT_FALSE(log.contains("GetAlignImg error!"));
+  for (uint8_t b : out) ASSERT_EQ(b, 0xAB);
+
+  tavo_hdr_set_stop_flag(2);  // only 1 stops
+  run(64, 48, "YUV420_PLANAR", &result);
+  EXPECT_EQ(result, 0);
+}
+
+// A clock that advances by a fixed step at every reading and can raise the
+// stop flag at a chosen reading.
+std::atomic<int64_t> g_now{0};
+std::atomic<int64_t> g_step{0};
+std::atomic<int> g_readings{0};
+std::atomic<int> g_stop_at{-1};
+int64_t stepping_clock() {
+  const int reading = ++g_readings;
+  if (reading == g_stop_at) tavo_hdr_set_stop_flag(1);
+  return g_now += g_step;
+}
+void install_stepping_clock(double step_seconds, int stop_at) {
+  g_now = 0;
+  g_readings = 0;
+  g_step = static_cast<int64_t>(step_seconds * 1e9);
+  g_stop_at = stop_at;
+  platform::set_monotonic_clock_for_testing(stepping_clock);
+}
+
+TEST_F(Capture, StageOverTheTimeLimitFails) {
+  install_stepping_clock(3.4, -1);
+  LogCapture log;
+  int32_t result = 0;
+  const std::vector<uint8_t> out = run(64, 48, "YUV420_PLANAR", &result);
+  EXPECT_EQ(result, -1);
+  EXPECT_TRUE(log.contains("GetAlignImg: hdr exceed the preset time.\n"));
+  EXPECT_TRUE(log.contains("GetAlignImg error!"));
+  EXPECT_TRUE(log.contains("HDR_Function END."));
+  EXPECT_FALSE(log.contains("Test: pyrFuse"));
+  for (uint8_t b : out) ASSERT_EQ(b, 0xAB);
+
+  install_stepping_clock(1.1, -1);  // each stage within the limit, the whole capture over it
+  run(64, 48, "YUV420_PLANAR", &result);
+  EXPECT_EQ(result, 0);
+}
+
+TEST_F(Capture, StopDuringTheResizeGivesOneWithACompleteOutput) {
+  int32_t result = -1;
+  const std::vector<uint8_t> reference = run(64, 48, "YVU420_SEMIPLANAR", &result);
+  ASSERT_EQ(result, 0);
+  // Readings: capture start, pipeline start, end of alignment, of fusion, of resize.
+  install_stepping_clock(0.01, 5);
+  const std::vector<uint8_t> out = run(64, 48, "YVU420_SEMIPLANAR", &result);
+  EXPECT_EQ(result, 1);
+  EXPECT_EQ(out, reference);
+}
+
+TEST_F(Capture, ConcurrentCallersRunOneAfterAnother) {
+  int32_t result = -1;
+  const std::vector<uint8_t> reference = run(96, 64, "YUV420_PLANAR", &result);
+  ASSERT_EQ(result, 0);
+  std::vector<std::vector<uint8_t>> outs(4);
+  std::vector<int32_t> results(4, -1);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] { outs[t] = run(96, 64, "YUV420_PLANAR", &results[t]); });
+  }
+  for (std::thread& t : threads) t.join();
+  for (int t = 0; t < 4; ++t) {
+    EXPECT_EQ(results[t], 0);
+    EXPECT_EQ(outs[t], reference) << "caller " << t;
+  }
+}
+
+TEST(CaptureWithoutPool, IsRefused) {
+  LogCapture log;
+  std::vector<uint8_t> frame(24, 0), out(24, 0);
+  EXPECT_EQ(HDR_Function(frame.data(), frame.data(), frame.data(), out.data(), 2, 8, "YUV420_PLANAR"), -1);
+  EXPECT_TRUE(log.contains("HDR_Function called without a thread pool"));
+}
+
+// Dumps go to the directory the build configured.
+class CaptureDumps : public Capture {
+ protected:
+  void SetUp() override {
+    if (std::string(TAVO_HDR_DUMP_DIR).starts_with("/data/")) GTEST_SKIP() << "dump directory of a phone";
+    Capture::SetUp();
+    std::filesystem::remove_all(TAVO_HDR_DUMP_DIR);
+    std::filesystem::create_directories(TAVO_HDR_DUMP_DIR);
+    g_seconds = 12;
+    platform::set_wall_clock_for_testing(wall_clock);
+  }
+  void TearDown() override {
+    if (IsSkipped()) return;
+    std::filesystem::remove_all(TAVO_HDR_DUMP_DIR);
+    Capture::TearDown();
+  }
+  // 23 August 2018, 09:08:12, one second later at every reading.
+  static inline std::atomic<int> g_seconds{12};
+  static struct tm wall_clock() {
+    struct tm t{};
+    t.tm_year = 118;
+    t.tm_mon = 7;
+    t.tm_mday = 23;
+    t.tm_hour = 9;
+    t.tm_min = 8;
+    t.tm_sec = g_seconds++;
+    return t;
+  }
+  static std::vector<uint8_t> read(const std::string& name) {
+    std::ifstream file(std::string(TAVO_HDR_DUMP_DIR) + "/" + name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  static size_t files() {
+    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(TAVO_HDR_DUMP_DIR),
+                                             std::filesystem::directory_iterator{}));
+  }
+};
+
+TEST_F(CaptureDumps, InputsAndOutputWithTheirTimeStamps) {
+  ScopedProperties props({{"saveinput", "yes"}, {"saveoutput", "yes"}});
+  LogCapture log;
+  const auto frames = test::bracket(64, 48, "YUV420_PLANAR", 5);
+  std::vector<uint8_t> out(64 * 48 * 3 / 2, 0);
+  ASSERT_EQ(HDR_Function(frames[0].data(), frames[1].data(), frames[2].data(), out.data(), 48, 64,
+                         "YUV420_PLANAR"),
+            0);
+  for (int k = 0; k < 3; ++k) {
+    EXPECT_EQ(read("IMG_64x48YUV420_PLANAR_20180823_090812_" + std::to_string(k) + ".yuv"), frames[k]);
+  }
+  EXPECT_EQ(read("IMG_64x48YUV420_PLANAR_20180823_090813_hdr.yuv"), out);
+  EXPECT_EQ(files(), 4u);
+  for (const char* line : {"fopen img0 success!\n", "fwrite img1  success!\n", "save input\n",
+                           "fopen img success!\n", "fwrite img success!\n", "save output\n", "value1=yes\n"}) {
+    EXPECT_TRUE(log.contains(line)) << line;
+  }
+}
+
+TEST_F(CaptureDumps, OnlyTheExactWordYesDumps) {
+  for (const char* value : {"YES", "1"}) {
+    ScopedProperties props({{"saveinput", value}, {"saveoutput", value}});
+    LogCapture log;
+    int32_t result = -1;
+    run(64, 48, "YUV420_PLANAR", &result);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(files(), 0u);
+    EXPECT_FALSE(log.contains("save input"));
+    EXPECT_FALSE(log.contains("save output"));
+    EXPECT_TRUE(log.contains("HDR_Function START."));
+  }
+  LogCapture log;
+  int32_t result = -1;
+  run(64, 48, "YUV420_PLANAR", &result);
+  EXPECT_TRUE(log.contains("no save input\n"));
+  EXPECT_TRUE(log.contains("no save output\n"));
+}
+
+TEST_F(CaptureDumps, MissingDirectoryFailsWithoutFusing) {
+  std::filesystem::remove_all(TAVO_HDR_DUMP_DIR);
+  ScopedProperties props({{"saveinput", "yes"}});
+  LogCapture log;
+  int32_t result = 0;
+  const std::vector<uint8_t> out = run(64, 48, "YUV420_PLANAR", &result);
+  EXPECT_EQ(result, -1);
+  EXPECT_TRUE(log.contains("HDR_Function: fopen img0 fail!\n"));
+  EXPECT_FALSE(log.contains("START"));
+  for (uint8_t b : out) ASSERT_EQ(b, 0xAB);
+  std::filesystem::create_directories(TAVO_HDR_DUMP_DIR);  // for TearDown
+}
+
+}  // namespace
+}  // namespace tavo

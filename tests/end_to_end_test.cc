@@ -1,0 +1,66 @@
+// Whole captures of the synthetic scene: the output bytes are pinned by
+// checksums recorded once, which every architecture and every row variant must
+// reproduce, and repeated captures give the same bytes.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "include/tavo_lumo_hdr.h"
+#include "support/test_support.h"
+#include "tools/scene/scene.h"
+
+namespace tavo {
+namespace {
+
+struct CaptureCase {
+  int32_t width, height;
+  scene::Layout layout;
+  int32_t dx0, dy0, dx2, dy2;  // hand shake of the outer frames
+  uint64_t checksum;           // of the fused frame
+};
+
+std::vector<uint8_t> capture(const CaptureCase& c, int32_t* result) {
+  scene::BracketSetup setup;
+  setup.layout = c.layout;
+  setup.dx0 = c.dx0;
+  setup.dy0 = c.dy0;
+  setup.dx2 = c.dx2;
+  setup.dy2 = c.dy2;
+  const auto frames = scene::render_bracket(scene::Scene{c.width, c.height, 3}, setup);
+  std::vector<uint8_t> out(frames[0].size(), 0);
+  *result = HDR_Function(frames[0].data(), frames[1].data(), frames[2].data(), out.data(), c.height,
+                         c.width, scene::layout_name(c.layout));
+  return out;
+}
+
+class EndToEnd : public test::PoolTest, public ::testing::WithParamInterface<CaptureCase> {};
+
+TEST_P(EndToEnd, FusedFrameMatchesItsChecksum) {
+  const CaptureCase& c = GetParam();
+  int32_t result = -1;
+  const std::vector<uint8_t> out = capture(c, &result);
+  ASSERT_EQ(result, 0);
+  const uint64_t checksum = scene::fnv1a64(out.data(), out.size());
+  EXPECT_EQ(checksum, c.checksum) << "0x" << std::hex << checksum;
+  const std::vector<uint8_t> again = capture(c, &result);
+  EXPECT_EQ(again, out);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Scenes, EndToEnd,
+    ::testing::Values(
+        CaptureCase{8, 2, scene::Layout::kPlanar, 0, 0, 0, 0, 0x7c877546bc121311},
+        CaptureCase{8, 2, scene::Layout::kSemiPlanar, 0, 0, 0, 0, 0xdf9bc261b7f77b33},
+        CaptureCase{200, 120, scene::Layout::kPlanar, 4, -2, -6, 2, 0xd99e01512780bd26},
+        CaptureCase{328, 246, scene::Layout::kSemiPlanar, -4, 6, 2, -4, 0xa2df5485a08e80fe},
+        CaptureCase{1928, 1090, scene::Layout::kPlanar, 6, -4, -8, 2, 0x7745dc87b259b1bf},
+        CaptureCase{1920, 1080, scene::Layout::kSemiPlanar, -6, 4, 8, -2, 0xf35f27225c3167e}),
+    [](const ::testing::TestParamInfo<CaptureCase>& info) {
+      const CaptureCase& c = info.param;
+      return std::to_string(c.width) + "x" + std::to_string(c.height) +
+             (c.layout == scene::Layout::kPlanar ? "Planar" : "SemiPlanar");
+    });
+
+}  // namespace
+}  // namespace tavo
