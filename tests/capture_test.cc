@@ -1,7 +1,9 @@
 // A whole capture through HDR_Function: argument checks, stop flag, time
 // limit, capture lock, dumps.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
@@ -172,11 +174,15 @@ TEST(CaptureWithoutPool, IsRefused) {
   EXPECT_TRUE(log.contains("HDR_Function called without a thread pool"));
 }
 
-// Dumps go to the directory the build configured.
+// Dumps go to the directory the build configured. The suite runs in several
+// processes at once, so each test holds a lock on that directory.
 class CaptureDumps : public Capture {
  protected:
   void SetUp() override {
     if (std::string(TAVO_HDR_DUMP_DIR).starts_with("/data/")) GTEST_SKIP() << "dump directory of a phone";
+    lock_fd_ = open(TAVO_HDR_DUMP_DIR ".lock", O_CREAT | O_RDWR, 0644);
+    ASSERT_GE(lock_fd_, 0);
+    ASSERT_EQ(flock(lock_fd_, LOCK_EX), 0);
     Capture::SetUp();
     std::filesystem::remove_all(TAVO_HDR_DUMP_DIR);
     std::filesystem::create_directories(TAVO_HDR_DUMP_DIR);
@@ -184,10 +190,12 @@ class CaptureDumps : public Capture {
     platform::set_wall_clock_for_testing(wall_clock);
   }
   void TearDown() override {
-    if (IsSkipped()) return;
+    if (lock_fd_ < 0) return;
     std::filesystem::remove_all(TAVO_HDR_DUMP_DIR);
     Capture::TearDown();
+    close(lock_fd_);  // releases the lock
   }
+  int lock_fd_ = -1;
   // 23 August 2018, 09:08:12, one second later at every reading.
   static inline std::atomic<int> g_seconds{12};
   static struct tm wall_clock() {
