@@ -77,33 +77,27 @@ Crop image_crop(int32_t width, int32_t height, int32_t x0, int32_t y0, int32_t x
 }
 
 TEST(CropWindow, IntersectionAspectAndOrigins) {
-  // Both shifts 0: the whole frame, made even.
-  Crop c = image_crop(101, 75, 0, 0, 0, 0);
-  EXPECT_EQ(c.w, 100);
-  EXPECT_EQ(c.h, 74);
-  EXPECT_EQ(c.origins, (std::array<int32_t, 6>{0, 0, 0, 0, 0, 0}));
-
-  // x0 = 4, x2 = -2 on width 100: left 4, right 98, width 94 before the height
-  // is trimmed to the aspect ratio: 94 * 60 / 100 = 56.4 -> 56.
-  c = image_crop(100, 60, 4, 0, -2, 0);
-  EXPECT_EQ(c.w, 94);
-  EXPECT_EQ(c.h, 56);
-  EXPECT_EQ(c.origins, (std::array<int32_t, 6>{0, 0, 4, 0, 6, 0}));
-
-  // Frame 0 moved by (6, -4), frame 2 not: 3994 x 2996, trimmed to 2995, even 2994.
-  c = image_crop(4000, 3000, 6, -4, 0, 0);
-  EXPECT_EQ(c.w, 3994);
-  EXPECT_EQ(c.h, 2994);
-  EXPECT_EQ(c.origins, (std::array<int32_t, 6>{0, 4, 6, 0, 6, 0}));
-
-  // Trimming the width: a tall loss (y) keeps the full height loss and
-  // shortens the width; the origins keep the untrimmed left/top.
-  c = image_crop(400, 300, -6, 10, 8, -12);
-  // left 8, right 394 -> 386; top 10, bottom 288 -> 278; 386*300 > 278*400, so
-  // width = 278*400/300 = 370 (370.67 truncated).
-  EXPECT_EQ(c.w, 370);
-  EXPECT_EQ(c.h, 278);
-  EXPECT_EQ(c.origins, (std::array<int32_t, 6>{14, 0, 8, 10, 0, 22}));
+  const struct {
+    int32_t width, height, x0, y0, x2, y2;
+    Crop expect;
+  } cases[] = {
+      // Both shifts 0: the whole frame, made even.
+      {101, 75, 0, 0, 0, 0, {100, 74, {0, 0, 0, 0, 0, 0}}},
+      // Left 4, right 98: width 94, height trimmed to the aspect: 94 * 60 / 100 = 56.4 -> 56.
+      {100, 60, 4, 0, -2, 0, {94, 56, {0, 0, 4, 0, 6, 0}}},
+      // 3994 x 2996, trimmed to 2995, even 2994.
+      {4000, 3000, 6, -4, 0, 0, {3994, 2994, {0, 4, 6, 0, 6, 0}}},
+      // A tall loss keeps the height loss and shortens the width: left 8, right
+      // 394; top 10, bottom 288 -> 278 * 400 / 300 = 370.67 -> 370; the origins
+      // keep the untrimmed left/top.
+      {400, 300, -6, 10, 8, -12, {370, 278, {14, 0, 8, 10, 0, 22}}},
+  };
+  for (const auto& c : cases) {
+    const Crop got = image_crop(c.width, c.height, c.x0, c.y0, c.x2, c.y2);
+    EXPECT_EQ(got.w, c.expect.w) << c.width << "x" << c.height;
+    EXPECT_EQ(got.h, c.expect.h) << c.width << "x" << c.height;
+    EXPECT_EQ(got.origins, c.expect.origins) << c.width << "x" << c.height;
+  }
 }
 
 TEST(CropWindow, DegenerateSizesDoNotTrap) {

@@ -110,10 +110,8 @@ class ChromaDispatch : public test::PoolTest {
  protected:
   // Three random frames of ws x hs.
   void make_frames(int ws, int hs) {
-    std::mt19937 rng(ws + hs);
     for (int f = 0; f < 3; ++f) {
-      frames_[f] = Bytes(ws * hs * 3 / 2);
-      for (auto& b : frames_[f]) b = static_cast<uint8_t>(rng());
+      frames_[f] = test::random_bytes(ws * hs * 3 / 2, ws + hs + f);
       pointers_[f] = frames_[f].data();
     }
   }

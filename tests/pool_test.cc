@@ -56,24 +56,21 @@ TEST(PoolLifecycle, DestroyStartedTwiceReturnsAtOnce) {
   EXPECT_EQ(pool_destroy(), 0);
 }
 
-TEST(PoolLifecycle, FailedRecordAllocationLeavesNoPool) {
-  LogCapture log;
-  platform::fail_allocations_after(0);
-  EXPECT_EQ(tavo_hdr_pool_init(), -1);
-  platform::fail_allocations_after(-1);
-  EXPECT_TRUE(log.contains("can't alloc thread pool\n"));
-  EXPECT_TRUE(log.contains("pool_init fail\n"));
-  EXPECT_EQ(pool, nullptr);
-}
-
-TEST(PoolLifecycle, FailedThreadTablesAreReleased) {
-  for (long budget : {1L, 2L}) {
+TEST(PoolLifecycle, FailedAllocationsAreReleasedAndLeaveNoPool) {
+  const struct {
+    long budget;
+    const char* message;
+  } failures[] = {{0, "can't alloc thread pool\n"},
+                  {1, "can't malloc threadid\n"},
+                  {2, "can't malloc thread_creatflag\n"}};
+  for (const auto& f : failures) {
     const long live = platform::live_allocations();
     LogCapture log;
-    platform::fail_allocations_after(budget);
-    EXPECT_EQ(pool_init(4), -1);
+    platform::fail_allocations_after(f.budget);
+    EXPECT_EQ(tavo_hdr_pool_init(), -1);
     platform::fail_allocations_after(-1);
-    EXPECT_TRUE(log.contains(budget == 1 ? "can't malloc threadid\n" : "can't malloc thread_creatflag\n"));
+    EXPECT_TRUE(log.contains(f.message)) << log.joined();
+    EXPECT_TRUE(log.contains("pool_init fail\n"));
     EXPECT_EQ(platform::live_allocations(), live);
     EXPECT_EQ(pool, nullptr);
   }
@@ -85,6 +82,17 @@ std::atomic<int> g_creations{0};
 int every_other_create(pthread_t* thread, platform::ThreadBody body, void* arg) {
   if (g_creations.fetch_add(1) % 2 == 0) return EAGAIN;
   return pthread_create(thread, nullptr, body, arg);
+}
+
+// Runs four bands that each count themselves; returns the count.
+int bands_run() {
+  std::atomic<int> ran{0};
+  run_bands<std::atomic<int>*>(4, [](void* record) -> int32_t {
+    band_payload<std::atomic<int>*>(record)->fetch_add(1);
+    band_done();
+    return 0;
+  }, [&](int32_t, std::atomic<int>*& payload) { payload = &ran; });
+  return ran;
 }
 
 TEST(PoolThreads, AllCreationsFailing) {
@@ -108,13 +116,7 @@ TEST(PoolThreads, SomeCreationsFailingStillRunsJobs) {
   EXPECT_EQ(pool->thread_creatflag[0] + pool->thread_creatflag[1] + pool->thread_creatflag[2] +
                 pool->thread_creatflag[3],
             2);
-  std::atomic<int> ran{0};
-  run_bands<std::atomic<int>*>(4, [](void* record) -> int32_t {
-    band_payload<std::atomic<int>*>(record)->fetch_add(1);
-    band_done();
-    return 0;
-  }, [&](int32_t, std::atomic<int>*& payload) { payload = &ran; });
-  EXPECT_EQ(ran, 4);
+  EXPECT_EQ(bands_run(), 4);
   EXPECT_EQ(pool_destroy(), 0);
 }
 
@@ -169,13 +171,7 @@ TEST(PoolBindCore, CoreBeyondMaskIsLoggedAndWorkerStillRuns) {
   ScopedProperties props({{"persist.bindcore.hdr", "c_4_32_33_200_-1"}});
   LogCapture log;
   ASSERT_EQ(pool_init(4), 0);
-  std::atomic<int> ran{0};
-  run_bands<std::atomic<int>*>(4, [](void* record) -> int32_t {
-    band_payload<std::atomic<int>*>(record)->fetch_add(1);
-    band_done();
-    return 0;
-  }, [&](int32_t, std::atomic<int>*& payload) { payload = &ran; });
-  EXPECT_EQ(ran, 4);
+  EXPECT_EQ(bands_run(), 4);
   EXPECT_EQ(pool_destroy(), 0);
   EXPECT_EQ(log.count("sched_setaffinity failed"), 4);
 }

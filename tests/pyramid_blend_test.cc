@@ -1,6 +1,6 @@
-// Pyramid blending: the rule each sample gets (border, runs of eight,
-// remainder), wrapped sums, a per-pixel model, the band split, the row
-// variants against each other, and the dispatcher's failure paths.
+// Pyramid blending: a per-pixel model (border, runs of eight, remainder,
+// wrapped sums), the band split, the row variants against each other, and the
+// dispatcher's failure paths.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -83,41 +83,6 @@ int16_t model_sample(Level& lv, int x, int y) {
   return grouped ? blend_mean_grouped(w32, s32) : blend_mean_exact(w32, s32);
 }
 
-TEST(FusionPyramid, RuleByPosition) {
-  // Flat Gaussian samples (contrast 1), a table of zeros (weight 1): the rounded
-  // mean of two Laplacian samples by the rule of the sample's position. Width
-  // 13: column 0, runs at 1 ... 8, remainder 9 ... 11, column 12.
-  struct Case {
-    int16_t l0, l1, border, grouped;
-  };
-  for (const Case& c : {Case{1, 2, 2, 1}, {-1, -2, -2, -1}, {5000, 5000, 4080, 4080}, {-5000, -5000, -4080, -5000}}) {
-    Level lv(13, 3, 2);
-    for (auto& p : lv.gauss) std::fill(p.begin(), p.end(), 2000);
-    std::fill(lv.lap[0].begin(), lv.lap[0].end(), c.l0);
-    std::fill(lv.lap[1].begin(), lv.lap[1].end(), c.l1);
-    const std::vector<int16_t> out = lv.blend();
-    for (int i = 0; i < 39; ++i) {
-      const bool grouped = i / 13 == 1 && i % 13 >= 1 && i % 13 <= 8;
-      EXPECT_EQ(out[i], grouped ? c.grouped : c.border) << c.l0 << " at " << i;
-    }
-  }
-}
-
-TEST(FusionPyramid, WeightedSumWrapsAtExtremeContrast) {
-  // A 0/4080 checkerboard has contrast 255 inside; weight 1024 and three
-  // Laplacian samples of 4080 give S = 3196108800, which wraps negative.
-  Level lv(13, 4, 3);
-  lv.lut.assign(256, 1024);
-  for (int f = 0; f < 3; ++f) {
-    for (int i = 0; i < 52; ++i) lv.g(f, i % 13, i / 13) = (i % 13 + i / 13) % 2 ? 4080 : 0, lv.l(f, i % 13, i / 13) = 4080;
-  }
-  const std::vector<int16_t> out = lv.blend();
-  for (int i = 0; i < 52; ++i) {
-    const bool border = i % 13 == 0 || i % 13 == 12 || i / 13 == 0 || i / 13 == 3;
-    EXPECT_EQ(out[i], border ? 4080 : -1403) << i;
-  }
-}
-
 TEST(FusionPyramid, MatchesPerPixelModel) {
   std::mt19937 rng(1);
   for (int n : {1, 3, 4}) {
@@ -164,7 +129,7 @@ class FusionPyramidBands : public test::PoolTest {};
 
 TEST_F(FusionPyramidBands, FourBandsEqualOne) {
   std::mt19937 rng(3);
-  for (auto [w, h] : {std::pair{13, 8}, {37, 9}, {10, 11}, {2, 8}, {1, 9}, {40, 7}, {64, 33}, {18, 2}}) {
+  for (auto [w, h] : {std::pair{13, 8}, {37, 9}, {1, 9}, {64, 33}, {18, 2}}) {
     Level lv(w, h, 3);
     lv.fill_valid(rng);
     EXPECT_EQ(lv.blend(true), lv.blend()) << w << "x" << h;

@@ -166,46 +166,6 @@ TEST_F(Pyramid, EveryStageMatchesTheModelInFourBandsAndInOne) {
   }
 }
 
-// Ramps along rows or columns. Reduce: 0, 16, 32, 48 gives 12, 30 (even size:
-// weight 7 on the last centre), 0 ... 64 gives 12, 32, 52 (odd size). Expand,
-// seen through the collapse of zero band-pass samples: coarse 0, 100 gives
-// 25, 50, 75 at fine size 3 and 25, 50, 75, 50 at fine size 4, whose last
-// sample averages with the reflected first one; a negative coarse sample
-// expands to a scratch value read back as a large unsigned one: white.
-TEST_F(Pyramid, BordersByHand) {
-  const struct {
-    int n;
-    std::vector<int> ramp, expect;
-  } reduce[] = {{4, {0, 16, 32, 48}, {12, 30}}, {5, {0, 16, 32, 48, 64}, {12, 32, 52}}},
-    expand[] = {{3, {0, 100}, {25, 50, 75}},
-                {4, {0, 100}, {25, 50, 75, 50}},
-                {4, {-16, -16}, {4080, 4080, 4080, 4080}}};
-  for (bool along_rows : {true, false}) {
-    auto at = [&](const std::vector<int>& v, int i, int w) {
-      return v[along_rows ? i % w : i / w];
-    };
-    for (const auto& c : reduce) {
-      const Tables t(along_rows ? c.n : 6, along_rows ? 7 : c.n, 0);
-      U16 in(t.n(0)), out(t.n(1));
-      for (int i = 0; i < t.n(0); ++i) in[i] = at(c.ramp, i, t.w[0]);
-      pyramid_gaussian_down_sample_uint8_process(t.table(in.data(), out.data()).data(), 0,
-                                                 t.w.data(), t.h.data());
-      for (int i = 0; i < t.n(1); ++i)
-        EXPECT_EQ(out[i], at(c.expect, i, t.w[1])) << c.n << " " << i;
-    }
-    for (const auto& c : expand) {
-      const Tables t(along_rows ? c.n : 5, along_rows ? 6 : c.n, 0);
-      S16 fused(t.n(0), 0), top(t.n(1));
-      Luma luma(t.n(0));
-      for (int i = 0; i < t.n(1); ++i) top[i] = at(c.ramp, i, t.w[1]);
-      pyramid_reconstruct_y_process(luma.data(), t.table(fused.data(), top.data()).data(),
-                                    t.w.data(), t.h.data(), 0);
-      for (int i = 0; i < t.n(0); ++i)
-        EXPECT_EQ(fused[i], at(c.expect, i, t.w[0])) << c.n << " " << i;
-    }
-  }
-}
-
 // Reduce, take band-pass levels, keep the top Gaussian level and collapse:
 // every level comes back exactly, and level 0 gives the 8-bit image again. A
 // flat image stays flat at every level, borders included, with band-pass

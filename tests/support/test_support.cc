@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
+#include <random>
 
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
@@ -52,6 +53,21 @@ LogCapture::~LogCapture() {
 std::vector<std::string> LogCapture::lines() const {
   std::lock_guard<std::mutex> lock(g_log_mutex);
   return g_lines;
+}
+
+std::vector<uint8_t> random_bytes(size_t n, uint32_t seed) {
+  std::mt19937 rng(seed);
+  std::vector<uint8_t> v(n);
+  for (auto& b : v) b = static_cast<uint8_t>(rng());
+  return v;
+}
+
+std::vector<std::string> LogCapture::matching(const std::string& text) const {
+  std::vector<std::string> found;
+  for (const std::string& line : lines()) {
+    if (line.find(text) != std::string::npos) found.push_back(line);
+  }
+  return found;
 }
 
 int LogCapture::count(const std::string& text) const {

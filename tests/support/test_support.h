@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <utility>
 #include <string>
@@ -18,9 +20,13 @@ class LogCapture {
   std::vector<std::string> lines() const;
   // Lines containing `text`.
   int count(const std::string& text) const;
+  std::vector<std::string> matching(const std::string& text) const;
   bool contains(const std::string& text) const { return count(text) > 0; }
   std::string joined() const;
 };
+
+// n bytes of a fixed pseudo-random sequence.
+std::vector<uint8_t> random_bytes(size_t n, uint32_t seed);
 
 // Properties of the host property file for as long as it lives.
 class ScopedProperties {
