@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
-# Builds and runs the whole test suite natively, cross-built for aarch64 under
-# qemu-user, and natively under AddressSanitizer, LeakSanitizer and
-# UndefinedBehaviorSanitizer. All three must pass.
+# Builds and runs the whole test suite natively (with whole captures under
+# valgrind), cross-built for aarch64 under qemu-user, natively under
+# AddressSanitizer, LeakSanitizer and UndefinedBehaviorSanitizer, and under
+# ThreadSanitizer. All four must pass.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 jobs=$(nproc 2>/dev/null || echo 2)
 status=0
-for preset in host aarch64 asan; do
+for preset in host aarch64 asan tsan; do
   echo "=== ${preset}: configure and build"
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset" -j "$jobs"

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <ostream>
 
 #include "include/tavo_lumo_hdr.h"
 #include "support/test_support.h"
@@ -19,6 +20,11 @@ struct CaptureCase {
   int32_t dx0, dy0, dx2, dy2;  // hand shake of the outer frames
   uint64_t checksum;           // of the fused frame
 };
+
+void PrintTo(const CaptureCase& c, std::ostream* os) {
+  *os << c.width << "x" << c.height << " " << scene::layout_name(c.layout) << " shifts (" << c.dx0 << ","
+      << c.dy0 << ") (" << c.dx2 << "," << c.dy2 << ")";
+}
 
 std::vector<uint8_t> capture(const CaptureCase& c, int32_t* result) {
   scene::BracketSetup setup;
@@ -37,6 +43,7 @@ std::vector<uint8_t> capture(const CaptureCase& c, int32_t* result) {
 class EndToEnd : public test::PoolTest, public ::testing::WithParamInterface<CaptureCase> {};
 
 TEST_P(EndToEnd, FusedFrameMatchesItsChecksum) {
+  const test::ScopedTickingClock clock;
   const CaptureCase& c = GetParam();
   int32_t result = -1;
   const std::vector<uint8_t> out = capture(c, &result);

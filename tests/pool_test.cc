@@ -50,9 +50,14 @@ TEST(PoolLifecycle, RejectsWorkerCountsOutsideThePool) {
 
 TEST(PoolLifecycle, DestroyStartedTwiceReturnsAtOnce) {
   ASSERT_EQ(pool_init(4), 0);
-  pool->shutdown = 1;  // as a destroy that is still joining leaves it
+  auto set_shutdown = [](int32_t value) {
+    pthread_mutex_lock(&pool->queue_lock);
+    __atomic_store_n(&pool->shutdown, value, __ATOMIC_RELEASE);
+    pthread_mutex_unlock(&pool->queue_lock);
+  };
+  set_shutdown(1);  // as a destroy that is still joining leaves it
   EXPECT_EQ(pool_destroy(), -1);
-  pool->shutdown = 0;
+  set_shutdown(0);
   EXPECT_EQ(pool_destroy(), 0);
 }
 
@@ -245,7 +250,11 @@ TEST_F(BandJobs, BatchFinishedBeforeTheWaitReturnsAtOnce) {
     new (arg[b].payload) Mark{rows.data(), 2 * b, 2};
     detail::queue_band(&arg[b]);
   }
-  while (__atomic_load_n(&count, __ATOMIC_ACQUIRE) != 4) std::this_thread::yield();
+  for (bool done = false; !done; std::this_thread::yield()) {
+    pthread_mutex_lock(&pool->pro_lock);
+    done = count == 4;
+    pthread_mutex_unlock(&pool->pro_lock);
+  }
   detail::wait_bands(4);  // must not block
   EXPECT_EQ(rows, (std::vector<int32_t>{1, 1, 2, 2, 3, 3, 4, 4}));
 }

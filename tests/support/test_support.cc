@@ -6,10 +6,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <atomic>
 #include <mutex>
 #include <random>
 
 #include "include/tavo_lumo_hdr.h"
+#include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/memory.h"
 #include "platform/properties.h"
@@ -110,6 +112,14 @@ void PoolTest::TearDown() {
   EXPECT_EQ(tavo_hdr_pool_destroy(), 0);
   EXPECT_EQ(platform::live_allocations(), live_at_start_) << "library allocations left behind";
 }
+
+namespace {
+std::atomic<int64_t> g_ticks{0};
+int64_t ticking_clock() { return g_ticks += 1'000'000; }
+}  // namespace
+
+ScopedTickingClock::ScopedTickingClock() { platform::set_monotonic_clock_for_testing(ticking_clock); }
+ScopedTickingClock::~ScopedTickingClock() { platform::set_monotonic_clock_for_testing(nullptr); }
 
 TempDir::TempDir() {
   char name[] = "/tmp/tavo_test_XXXXXX";

@@ -49,6 +49,15 @@ class PoolTest : public ::testing::Test {
   long live_at_start_ = 0;
 };
 
+// A monotonic clock that advances one millisecond at every reading, so that
+// no capture in a test runs into the time limit however slow the machine
+// (sanitizers, emulation).
+class ScopedTickingClock {
+ public:
+  ScopedTickingClock();
+  ~ScopedTickingClock();
+};
+
 // A fresh temporary directory, removed with its files at destruction.
 class TempDir {
  public:
