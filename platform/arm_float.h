@@ -57,9 +57,14 @@ inline float recip_estimate(float x) {
 }
 
 // FPRecipStepFused: 2 - a*b, fused; 2 exactly when one factor is infinite and
-// the other zero.
+// the other zero. The product of two floats is exact in double; when it lies in
+// [0.5, 4), as it does for an estimate times its operand, 2 - a*b is exact in
+// double too, so one rounding to float gives the fused result without the
+// (slow, software) fused multiply-add.
 inline float recip_step(float a, float b) {
   if ((std::isinf(a) && b == 0.0f) || (a == 0.0f && std::isinf(b))) return 2.0f;
+  const double product = static_cast<double>(a) * static_cast<double>(b);
+  if (std::fabs(product) >= 0.5 && std::fabs(product) < 4.0) return static_cast<float>(2.0 - product);
   return std::fma(-a, b, 2.0f);
 }
 

@@ -28,6 +28,25 @@ TEST(ArmFloat, EstimateOfKnownValues) {
   EXPECT_EQ(arm::to_s32(3.0f * r1 + 0.5f), 1);
 }
 
+// The step must equal the fused 2 - a*b for every pair, whichever way it is
+// computed; estimate-times-operand pairs and arbitrary ones alike.
+TEST(ArmFloat, StepIsTheFusedMultiplySubtract) {
+  std::mt19937 rng(5);
+  std::uniform_real_distribution<float> unit(0.5f, 2.0f);
+  for (int i = 0; i < 1000000; ++i) {
+    float a, b;
+    if (i % 2 == 0) {
+      a = static_cast<float>(rng() % (1u << 24) + 1);
+      b = arm::recip_estimate(a) * unit(rng);
+    } else {
+      a = std::bit_cast<float>(static_cast<uint32_t>(rng()) & 0xbfffffffu);  // finite
+      b = std::bit_cast<float>(static_cast<uint32_t>(rng()) & 0xbfffffffu);
+    }
+    ASSERT_EQ(std::bit_cast<uint32_t>(arm::recip_step(a, b)), std::bit_cast<uint32_t>(std::fma(-a, b, 2.0f)))
+        << a << " " << b;
+  }
+}
+
 TEST(ArmFloat, Conversions) {
   EXPECT_EQ(arm::to_s32(1.0e10f), INT32_MAX);
   EXPECT_EQ(arm::to_s32(-1.0e10f), INT32_MIN);
