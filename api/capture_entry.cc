@@ -2,6 +2,7 @@
 // capture lock, arguments checked, inputs and output optionally dumped as raw
 // frames, the pipeline run, the whole capture timed.
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "api/capture_limits.h"
@@ -21,13 +22,23 @@ namespace {
 int64_t hdr_start_ns = 0;
 constexpr size_t kDumpNameMax = 256;
 
+// The dump directory. A desktop build lets TAVO_HDR_DUMP_DIR in the environment
+// override the configured directory, so a replay tool can choose where a run
+// dumps; the phone build always uses the configured one.
+const char* dump_directory() {
+#if !defined(__ANDROID__)
+  if (const char* dir = getenv("TAVO_HDR_DUMP_DIR"); dir != nullptr && dir[0] != '\0') return dir;
+#endif
+  return TAVO_HDR_DUMP_DIR;
+}
+
 // "<dir>/IMG_<W>x<H><layout>_<date>_<time><suffix>" from the local time; false
 // when the name would not fit its buffer.
 bool dump_name(char (&name)[kDumpNameMax], int32_t width, int32_t height, const char* layout,
                const char* suffix) {
   const struct tm t = tavo::platform::local_time();
   const int n = snprintf(name, kDumpNameMax, "%s/IMG_%dx%d%s_%04d%02d%02d_%02d%02d%02d%s",
-                         TAVO_HDR_DUMP_DIR, width, height, layout, t.tm_year + 1900, t.tm_mon + 1,
+                         dump_directory(), width, height, layout, t.tm_year + 1900, t.tm_mon + 1,
                          t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec, suffix);
   return n >= 0 && static_cast<size_t>(n) < kDumpNameMax;
 }

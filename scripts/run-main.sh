@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Builds the library natively and runs the main job.
+# Builds the library and tavo-hdr natively and runs the demo: a synthetic
+# three-exposure bracket fused into out/demo_result.png and out/demo_contact_sheet.png.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 cmake --preset host >/dev/null
 cmake --build --preset host -j "$(nproc 2>/dev/null || echo 2)"
-./build/host/tools/tavo-hdr-smoke
+./build/host/tools/tavo-hdr demo --out-dir out "$@"

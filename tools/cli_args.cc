@@ -1,0 +1,112 @@
+#include "tools/cli_args.h"
+
+#include <cctype>
+#include <cstdlib>
+
+namespace tavo::tool {
+
+const char kUsage[] =
+    "usage: tavo-hdr [demo] [--size WxH] [--out-dir DIR]\n"
+    "       tavo-hdr fuse DARK NORMAL BRIGHT -o OUT [--size WxH --layout NAME]\n"
+    "       tavo-hdr replay PREFIX|DIR... [--out-dir DIR]\n"
+    "options for every command: --prop key=value (repeatable), --dump-dir DIR, --verbose\n"
+    "raw frames (.yuv or any other name) need --size; layouts: YUV420_PLANAR (default),\n"
+    "YVU420_SEMIPLANAR. Image files (.jpg, .jpeg, .png) carry their size.\n";
+
+namespace {
+
+bool positive_number(const std::string& s, int32_t* value) {
+  if (s.empty() || s.size() > 6) return false;
+  for (char c : s) {
+    if (!std::isdigit(static_cast<unsigned char>(c))) return false;
+  }
+  *value = std::atoi(s.c_str());
+  return *value > 0;
+}
+
+}  // namespace
+
+bool parse_size(const std::string& text, int32_t* width, int32_t* height) {
+  const size_t x = text.find('x');
+  return x != std::string::npos && positive_number(text.substr(0, x), width) &&
+         positive_number(text.substr(x + 1), height);
+}
+
+std::string frame_size_problem(int32_t width, int32_t height) {
+  if (width < 8 || width % 8 != 0) return "width " + std::to_string(width) + " is not a multiple of 8";
+  if (height < 2 || height % 2 != 0) return "height " + std::to_string(height) + " is odd";
+  return "";
+}
+
+bool parse_args(int argc, const char* const* argv, Options* options, std::string* error) {
+  int i = 1;
+  if (i < argc && argv[i][0] != '-') options->command = argv[i++];
+  if (options->command != "demo" && options->command != "fuse" && options->command != "replay" &&
+      options->command != "help") {
+    *error = "unknown command '" + options->command + "' (demo, fuse, replay)";
+    return false;
+  }
+  options->help = options->command == "help";
+  for (; i < argc; ++i) {
+    const std::string arg = argv[i];
+    auto value = [&](std::string* out) {
+      if (i + 1 >= argc) {
+        *error = "option " + arg + " needs a value";
+        return false;
+      }
+      *out = argv[++i];
+      return true;
+    };
+    std::string v;
+    if (arg == "-h" || arg == "--help") {
+      options->help = true;
+    } else if (arg == "--verbose" || arg == "-v") {
+      options->verbose = true;
+    } else if (arg == "--stop") {
+      options->stop = true;
+    } else if (arg == "-o" || arg == "--out") {
+      if (!value(&options->output)) return false;
+    } else if (arg == "--out-dir") {
+      if (!value(&options->out_dir)) return false;
+    } else if (arg == "--dump-dir") {
+      if (!value(&options->dump_dir)) return false;
+    } else if (arg == "--layout") {
+      if (!value(&options->layout)) return false;
+    } else if (arg == "--size") {
+      if (!value(&v)) return false;
+      if (!parse_size(v, &options->width, &options->height)) {
+        *error = "bad size '" + v + "' (expected WxH, e.g. 1920x1080)";
+        return false;
+      }
+    } else if (arg == "--prop") {
+      if (!value(&v)) return false;
+      const size_t eq = v.find('=');
+      if (eq == std::string::npos || eq == 0 || v.find('\n') != std::string::npos) {
+        *error = "bad property '" + v + "' (expected key=value)";
+        return false;
+      }
+      options->properties.emplace_back(v.substr(0, eq), v.substr(eq + 1));
+    } else if (arg.size() > 1 && arg[0] == '-') {
+      *error = "unknown option " + arg;
+      return false;
+    } else {
+      options->inputs.push_back(arg);
+    }
+  }
+  if (options->help) return true;
+  if (options->command == "fuse" && (options->inputs.size() != 3 || options->output.empty())) {
+    *error = "fuse takes three input files and -o OUTPUT";
+    return false;
+  }
+  if (options->command == "replay" && options->inputs.empty()) {
+    *error = "replay takes at least one capture prefix or directory";
+    return false;
+  }
+  if (options->command == "demo" && !options->inputs.empty()) {
+    *error = "demo takes no files";
+    return false;
+  }
+  return true;
+}
+
+}  // namespace tavo::tool

@@ -1,0 +1,36 @@
+// Command line of tavo-hdr: a command, its files and the options.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tavo::tool {
+
+struct Options {
+  std::string command = "demo";
+  std::vector<std::string> inputs;  // fuse: three frames; replay: prefixes or directories
+  std::string output;               // fuse: -o
+  std::string out_dir;              // demo, replay
+  int32_t width = 0, height = 0;    // --size
+  std::string layout = "YUV420_PLANAR";
+  std::vector<std::pair<std::string, std::string>> properties;  // --prop key=value
+  std::string dump_dir;
+  bool verbose = false;
+  bool stop = false;  // raise the stop request before the capture
+  bool help = false;
+};
+
+// Parses argv; false with a one-line reason in *error.
+bool parse_args(int argc, const char* const* argv, Options* options, std::string* error);
+
+// "WxH" with positive decimal numbers.
+bool parse_size(const std::string& text, int32_t* width, int32_t* height);
+
+// Why a frame size cannot be fused ("" when it can).
+std::string frame_size_problem(int32_t width, int32_t height);
+
+extern const char kUsage[];
+
+}  // namespace tavo::tool

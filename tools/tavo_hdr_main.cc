@@ -1,0 +1,474 @@
+// tavo-hdr: the library off the phone. Fuses raw frames or image files, replays
+// captures the library dumped, and runs a built-in demo on a synthetic scene.
+//
+// The tool links the library's objects and supplies the log writer itself: it
+// keeps the stage times the library logs, shows the other lines with --verbose,
+// and shows them anyway when a capture fails, so the user sees why.
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "align/registration.h"
+#include "include/tavo_lumo_hdr.h"
+#include "tools/cli_args.h"
+#include "tools/contact_sheet.h"
+#include "tools/dump_names.h"
+#include "tools/image_io.h"
+#include "tools/raw_io.h"
+#include "tools/scene/scene.h"
+#include "tools/yuv_convert.h"
+
+namespace fs = std::filesystem;
+using namespace tavo::tool;
+
+namespace {
+
+enum Exit {
+  kOk = 0,
+  kUsageError = 2,
+  kInputError = 3,
+  kLibraryFailed = 4,
+  kStopped = 5,
+  kReplayDiffers = 6,
+};
+
+int fail(int code, const std::string& message) {
+  fprintf(stderr, "tavo-hdr: %s\n", message.c_str());
+  return code;
+}
+
+// ---- Library log ---------------------------------------------------------
+
+// Seconds since the start of the pipeline (registration, fusion, resize) and
+// of the whole capture, as the library logs them; negative when not logged.
+struct StageTimes {
+  double align = -1, fused = -1, resized = -1, total = -1;
+};
+
+struct LogSink {
+  std::mutex lock;
+  bool verbose = false;
+  StageTimes times;
+  std::vector<std::string> lines;  // of the current capture
+} g_log;
+
+void keep_stage_time(const char* line) {
+  const char* test = strstr(line, ": Test: ");
+  if (test == nullptr) return;
+  char label[32];
+  double seconds = 0;
+  if (sscanf(test + 8, "%31[^,], %lf s", label, &seconds) != 2) return;
+  const std::string l = label;
+  if (l == "align") g_log.times.align = seconds;
+  if (l == "pyrFuse") g_log.times.fused = seconds;
+  if (l == "resize") g_log.times.resized = seconds;
+  if (l == "hdr_function") g_log.times.total = seconds;
+}
+
+// Stage times in milliseconds, one line each. The pipeline's times run from
+// its own start, so a stage's time is the difference of two readings.
+void print_stage_times(const StageTimes& t) {
+  const auto line = [](const char* name, double seconds) { printf("%-13s%9.1f ms\n", name, seconds * 1e3); };
+  if (t.align >= 0) line("registration", t.align);
+  if (t.fused >= 0) line("fusion", t.fused - t.align);
+  if (t.resized >= 0) line("resize", t.resized - t.fused);
+  if (t.total >= 0) line("total", t.total);
+}
+
+void add(StageTimes* sum, const StageTimes& t) {
+  const auto acc = [](double* s, double v) { *s = (*s < 0 ? 0 : *s) + v; };
+  if (t.align >= 0) acc(&sum->align, t.align);
+  if (t.fused >= 0) acc(&sum->fused, t.fused);
+  if (t.resized >= 0) acc(&sum->resized, t.resized);
+  if (t.total >= 0) acc(&sum->total, t.total);
+}
+
+// ---- Run-time settings of the library ------------------------------------
+
+// --prop values go to a property file named by TAVO_HDR_PROPERTIES, removed
+// at exit; --dump-dir sets TAVO_HDR_DUMP_DIR. Both before the pool starts.
+class LibrarySettings {
+ public:
+  bool apply(const Options& options, std::string* error) {
+    if (!options.dump_dir.empty()) setenv("TAVO_HDR_DUMP_DIR", options.dump_dir.c_str(), 1);
+    if (options.properties.empty()) return true;
+    std::string text;
+    for (const auto& [key, value] : options.properties) text += key + "=" + value + "\n";
+    char name[] = "/tmp/tavo-hdr-props-XXXXXX";
+    const int fd = mkstemp(name);
+    if (fd < 0) {
+      *error = std::string("cannot create a property file: ") + strerror(errno);
+      return false;
+    }
+    path_ = name;
+    const bool ok = write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    close(fd);
+    if (!ok) {
+      *error = "cannot write the property file " + path_;
+      return false;
+    }
+    setenv("TAVO_HDR_PROPERTIES", path_.c_str(), 1);
+    return true;
+  }
+  ~LibrarySettings() {
+    if (!path_.empty()) unlink(path_.c_str());
+  }
+
+ private:
+  std::string path_;
+};
+
+class Pool {
+ public:
+  Pool() : ok_(tavo_hdr_pool_init() == 0) {}
+  ~Pool() {
+    if (ok_) tavo_hdr_pool_destroy();
+  }
+  bool ok() const { return ok_; }
+
+ private:
+  bool ok_;
+};
+
+void request_stop(int) { tavo_hdr_set_stop_flag(1); }
+
+// ---- One capture ---------------------------------------------------------
+
+struct Frames {
+  int32_t width = 0, height = 0;
+  std::string layout;
+  std::vector<uint8_t> data[3];
+};
+
+size_t frame_bytes(int32_t width, int32_t height) {
+  return static_cast<size_t>(width) * static_cast<size_t>(height) * 3 / 2;
+}
+
+// HDR_Function on the three frames; the result's exit code (kOk, kLibraryFailed
+// or kStopped) with the error printed, and the stage times in *times.
+int capture(const Frames& frames, std::vector<uint8_t>* out, StageTimes* times) {
+  {
+    std::lock_guard<std::mutex> hold(g_log.lock);
+    g_log.times = {};
+    g_log.lines.clear();
+  }
+  out->assign(frame_bytes(frames.width, frames.height), 0);
+  const int32_t result = HDR_Function(frames.data[0].data(), frames.data[1].data(), frames.data[2].data(),
+                                      out->data(), frames.height, frames.width, frames.layout.c_str());
+  std::lock_guard<std::mutex> hold(g_log.lock);
+  *times = g_log.times;
+  if (result == 0) return kOk;
+  if (result == 1) return fail(kStopped, "the capture was stopped before it finished (result 1)");
+  if (!g_log.verbose) {
+    for (const std::string& line : g_log.lines) fputs(line.c_str(), stderr);
+  }
+  return fail(kLibraryFailed, "the library could not fuse the frames (result " + std::to_string(result) +
+                                  "; its log is above)");
+}
+
+// Reads three raw frames of the given size; kOk or the exit code after the
+// error was printed.
+int read_raw_frames(const std::vector<std::string>& paths, Frames* frames) {
+  const size_t expected = frame_bytes(frames->width, frames->height);
+  for (int k = 0; k < 3; ++k) {
+    std::string error;
+    if (!read_file(paths[k], &frames->data[k], &error)) return fail(kInputError, error);
+    if (frames->data[k].size() != expected) {
+      return fail(kInputError, paths[k] + " is " + std::to_string(frames->data[k].size()) + " bytes, a " +
+                                   std::to_string(frames->width) + "x" + std::to_string(frames->height) +
+                                   " frame is " + std::to_string(expected) + " (W*H*3/2)");
+    }
+  }
+  return kOk;
+}
+
+std::string layout_problem(const std::string& layout) {
+  ChromaLayout parsed;
+  return parse_layout(layout, &parsed) ? ""
+                                       : "unknown layout '" + layout + "' (YUV420_PLANAR or YVU420_SEMIPLANAR)";
+}
+
+// ---- fuse ----------------------------------------------------------------
+
+int fuse_command(const Options& options) {
+  int images = 0;
+  for (const std::string& in : options.inputs) images += image_format_of(in) != ImageFormat::kNone;
+  const bool image_out = image_format_of(options.output) != ImageFormat::kNone;
+  if (images != 0 && (images != 3 || !image_out)) {
+    return fail(kUsageError, "give three image files and an image output, or three raw frames and a raw output");
+  }
+  if (images == 0 && image_out) return fail(kUsageError, "raw frames fuse into a raw output, not " + options.output);
+  if (const std::string p = layout_problem(options.layout); !p.empty()) return fail(kUsageError, p);
+  ChromaLayout layout;
+  parse_layout(options.layout, &layout);
+
+  Frames frames;
+  frames.layout = options.layout;
+  RgbImage rgb[3];
+  if (images == 0) {
+    if (options.width == 0) return fail(kUsageError, "raw frames need --size WxH");
+    if (const std::string p = frame_size_problem(options.width, options.height); !p.empty()) {
+      return fail(kUsageError, p);
+    }
+    frames.width = options.width;
+    frames.height = options.height;
+    if (const int code = read_raw_frames(options.inputs, &frames); code != kOk) return code;
+  } else {
+    for (int k = 0; k < 3; ++k) {
+      std::string error;
+      if (!read_image(options.inputs[k], &rgb[k], &error)) return fail(kInputError, error);
+      if (rgb[k].width != rgb[0].width || rgb[k].height != rgb[0].height) {
+        return fail(kInputError, "images of different sizes: " + options.inputs[0] + " is " +
+                                     std::to_string(rgb[0].width) + "x" + std::to_string(rgb[0].height) + ", " +
+                                     options.inputs[k] + " is " + std::to_string(rgb[k].width) + "x" +
+                                     std::to_string(rgb[k].height));
+      }
+    }
+    frames.width = rgb[0].width;
+    frames.height = rgb[0].height;
+    if (const std::string p = frame_size_problem(frames.width, frames.height); !p.empty()) {
+      return fail(kInputError, options.inputs[0] + ": " + p);
+    }
+    for (int k = 0; k < 3; ++k) {
+      frames.data[k].resize(frame_bytes(frames.width, frames.height));
+      rgb_to_yuv420(rgb[k].pixels.data(), frames.width, frames.height, layout, frames.data[k].data());
+    }
+  }
+
+  Pool pool;
+  if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
+  std::vector<uint8_t> out;
+  StageTimes times;
+  const int code = capture(frames, &out, &times);
+  print_stage_times(times);
+  if (code != kOk) return code;
+
+  std::string error;
+  if (images == 0) {
+    if (!write_file_atomic(options.output, out.data(), out.size(), &error)) return fail(kInputError, error);
+  } else {
+    RgbImage result{frames.width, frames.height, std::vector<uint8_t>(rgb[0].pixels.size())};
+    yuv420_to_rgb(out.data(), frames.width, frames.height, layout, result.pixels.data());
+    if (!write_image(options.output, result, &error)) return fail(kInputError, error);
+  }
+  printf("wrote %s (%dx%d)\n", options.output.c_str(), frames.width, frames.height);
+  return kOk;
+}
+
+// ---- replay --------------------------------------------------------------
+
+std::string compare(const std::vector<uint8_t>& ours, const std::vector<uint8_t>& theirs) {
+  if (ours.size() != theirs.size()) {
+    return "dumped output is " + std::to_string(theirs.size()) + " bytes, not " + std::to_string(ours.size());
+  }
+  size_t differ = 0, first = 0;
+  for (size_t i = 0; i < ours.size(); ++i) {
+    if (ours[i] != theirs[i] && differ++ == 0) first = i;
+  }
+  if (differ == 0) return "identical";
+  return std::to_string(differ) + " bytes differ, first at byte " + std::to_string(first);
+}
+
+int replay_command(const Options& options) {
+  std::vector<Capture> captures;
+  std::string error;
+  if (!collect_captures(options.inputs, &captures, &error)) return fail(kUsageError, error);
+  if (captures.empty()) return fail(kInputError, "no captures (IMG_..._0.yuv with _1 and _2) found");
+  if (!options.out_dir.empty()) {
+    std::error_code ec;
+    fs::create_directories(options.out_dir, ec);
+  }
+
+  Pool pool;
+  if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
+  int identical = 0, different = 0, without = 0, failed = 0, first_failure = kOk;
+  StageTimes sum;
+  const size_t n = captures.size();
+  for (size_t i = 0; i < n; ++i) {
+    const Capture& c = captures[i];
+    const std::string base = fs::path(c.prefix).filename().string();
+    printf("[%zu/%zu] %s: ", i + 1, n, base.c_str());
+    fflush(stdout);
+    std::string verdict;
+    int code = kOk;
+    Frames frames;
+    frames.width = c.name.width;
+    frames.height = c.name.height;
+    frames.layout = c.name.layout;
+    if (std::string p = layout_problem(c.name.layout) + frame_size_problem(c.name.width, c.name.height);
+        !p.empty()) {
+      code = fail(kInputError, base + ": " + p);
+    } else {
+      code = read_raw_frames({c.prefix + "_0.yuv", c.prefix + "_1.yuv", c.prefix + "_2.yuv"}, &frames);
+    }
+    std::vector<uint8_t> out;
+    StageTimes times;
+    if (code == kOk) code = capture(frames, &out, &times);
+    add(&sum, times);
+    const std::string target =
+        options.out_dir.empty() ? c.prefix + "_replay.yuv" : (fs::path(options.out_dir) / (base + "_replay.yuv")).string();
+    if (code == kOk && !write_file_atomic(target, out.data(), out.size(), &error)) code = fail(kInputError, error);
+    if (code != kOk) {
+      ++failed;
+      if (first_failure == kOk) first_failure = code;
+      printf("failed\n");
+      continue;
+    }
+    const std::string dumped = find_dumped_output(c);
+    std::vector<uint8_t> theirs;
+    if (dumped.empty()) {
+      ++without;
+      verdict = "replayed, no dumped output to compare";
+    } else if (!read_file(dumped, &theirs, &error)) {
+      ++failed;
+      if (first_failure == kOk) first_failure = kInputError;
+      verdict = "failed: " + error;
+    } else {
+      verdict = compare(out, theirs);
+      verdict == "identical" ? ++identical : ++different;
+    }
+    printf("%s\n", verdict.c_str());
+  }
+  print_stage_times(sum);
+  printf("replayed %zu captures: %d identical, %d different, %d without output, %d failed\n", n, identical,
+         different, without, failed);
+  if (first_failure != kOk) return first_failure;
+  return different > 0 ? kReplayDiffers : kOk;
+}
+
+// ---- demo ----------------------------------------------------------------
+
+double ms_since(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
+
+RgbImage to_rgb(const std::vector<uint8_t>& yuv, int32_t width, int32_t height) {
+  RgbImage image{width, height, std::vector<uint8_t>(static_cast<size_t>(width) * height * 3)};
+  yuv420_to_rgb(yuv.data(), width, height, ChromaLayout::kPlanar, image.pixels.data());
+  return image;
+}
+
+int demo_command(const Options& options) {
+  const int32_t w = options.width ? options.width : 1920;
+  const int32_t h = options.height ? options.height : 1080;
+  if (const std::string p = frame_size_problem(w, h); !p.empty()) return fail(kUsageError, p);
+  if (w < 64 || h < 48) return fail(kUsageError, "the demo needs at least 64x48");
+  const fs::path dir = options.out_dir.empty() ? fs::path(".") : fs::path(options.out_dir);
+  std::error_code ec;
+  fs::create_directories(dir, ec);
+
+  // A hand-held bracket: the outer frames moved by a few pixels (even, as the
+  // registration works on half-resolution levels).
+  tavo::scene::BracketSetup setup;
+  setup.dx0 = 6;
+  setup.dy0 = -4;
+  setup.dx2 = -4;
+  setup.dy2 = 2;
+  const tavo::scene::Scene scene{w, h, 3};
+  printf("scene: %dx%d room with a sunlit window, exposures 1/4x, 1x, 4x (the 1x frame is the reference)\n", w, h);
+  auto start = std::chrono::steady_clock::now();
+  auto bracket = tavo::scene::render_bracket(scene, setup);
+  printf("rendered the bracket with sensor noise in %.1f ms\n", ms_since(start));
+
+  Pool pool;
+  if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
+  const uint8_t* luma[3] = {bracket[0].data(), bracket[1].data(), bracket[2].data()};
+  tavo::CropWindow window{};
+  if (tavo::register_frames(luma, w, h, &window) != 0) return fail(kLibraryFailed, "registration failed");
+  // The scene's shot (dx, dy) means: the frame's pixel (x, y) shows what the
+  // reference shows at (x + dx, y + dy). The registration's shift s means: the
+  // common window starts at reference origin - s in that frame. Both say the
+  // same thing, so a correct registration finds s = (dx, dy).
+  const auto report = [](const char* name, int32_t dx, int32_t dy, const int16_t* s) {
+    printf("shift of %-18s applied dx=%+d dy=%+d, found x=%+d y=%+d: %s\n", name, dx, dy, s[0], s[1],
+           s[0] == dx && s[1] == dy ? "agree" : "DIFFER");
+  };
+  report("frame 0 (dark):", setup.dx0, setup.dy0, window.shift0);
+  report("frame 2 (bright):", setup.dx2, setup.dy2, window.shift2);
+  printf("  (applied: frame pixel (x,y) shows the reference's (x+dx,y+dy); found: the crop window\n"
+         "   starts at the reference's origin minus the shift in that frame)\n");
+  printf("common window %dx%d, origins dark (%d,%d) normal (%d,%d) bright (%d,%d)\n", window.width, window.height,
+         window.origins[0], window.origins[1], window.origins[2], window.origins[3], window.origins[4],
+         window.origins[5]);
+
+  Frames frames;
+  frames.width = w;
+  frames.height = h;
+  frames.layout = "YUV420_PLANAR";
+  for (int k = 0; k < 3; ++k) frames.data[k] = std::move(bracket[k]);
+  std::vector<uint8_t> out;
+  StageTimes times;
+  const int code = capture(frames, &out, &times);
+  print_stage_times(times);
+  if (code != kOk) return code;
+
+  start = std::chrono::steady_clock::now();
+  const RgbImage dark = to_rgb(frames.data[0], w, h), normal = to_rgb(frames.data[1], w, h),
+                 bright = to_rgb(frames.data[2], w, h), fused = to_rgb(out, w, h);
+  const RgbImage sheet = contact_sheet(
+      {{&dark, "DARK"}, {&normal, "NORMAL (REFERENCE)"}, {&bright, "BRIGHT"}, {&fused, "FUSED"}}, 480);
+  std::string error;
+  const std::string result_path = (dir / "demo_result.png").string();
+  const std::string sheet_path = (dir / "demo_contact_sheet.png").string();
+  if (!write_image(result_path, fused, &error) || !write_image(sheet_path, sheet, &error)) {
+    return fail(kInputError, error);
+  }
+  printf("wrote %s (%dx%d) and %s (%dx%d) in %.1f ms\n", result_path.c_str(), w, h, sheet_path.c_str(),
+         sheet.width, sheet.height, ms_since(start));
+  return kOk;
+}
+
+}  // namespace
+
+// The library's log writer for this program.
+extern "C" int __android_log_print(int, const char* tag, const char* fmt, ...) {
+  char line[1024];
+  va_list ap;
+  va_start(ap, fmt);
+  const int n = vsnprintf(line, sizeof line, fmt, ap);
+  va_end(ap);
+  if (n < 0) return n;
+  std::string text = std::string(tag ? tag : "") + ": " + line;
+  if (text.back() != '\n') text += '\n';
+  std::lock_guard<std::mutex> hold(g_log.lock);
+  keep_stage_time(line);
+  if (g_log.verbose) fputs(text.c_str(), stderr);
+  g_log.lines.push_back(std::move(text));
+  return n;
+}
+
+int main(int argc, char** argv) {
+  Options options;
+  std::string error;
+  if (!parse_args(argc, argv, &options, &error)) {
+    fprintf(stderr, "tavo-hdr: %s\n%s", error.c_str(), kUsage);
+    return kUsageError;
+  }
+  if (options.help) {
+    fputs(kUsage, stdout);
+    return kOk;
+  }
+  g_log.verbose = options.verbose;
+  LibrarySettings settings;
+  if (!settings.apply(options, &error)) return fail(kInputError, error);
+  signal(SIGINT, request_stop);
+  signal(SIGTERM, request_stop);
+  if (options.stop) tavo_hdr_set_stop_flag(1);
+  const auto start = std::chrono::steady_clock::now();
+  int code = kOk;
+  if (options.command == "fuse") code = fuse_command(options);
+  if (options.command == "replay") code = replay_command(options);
+  if (options.command == "demo") code = demo_command(options);
+  if (code == kOk) printf("done in %.1f ms\n", ms_since(start));
+  return code;
+}
