@@ -244,53 +244,33 @@ TEST_F(Registration, LevelCount) {
   for (const auto& [w, h, levels] : cases) EXPECT_EQ(tavo::registration_level_count(w, h), levels) << w << "x" << h;
 }
 
+// Shifts found and the crop window they give; no shift gives the whole frame.
+void expect_window(const tavo::CropWindow& window, int32_t w, int32_t h, int16_t x0, int16_t y0,
+                   int16_t x2, int16_t y2) {
+  EXPECT_EQ(std::vector<int>({window.shift0[0], window.shift0[1], window.shift2[0], window.shift2[1]}),
+            std::vector<int>({x0, y0, x2, y2}));
+  const tavo::CropRect rect = tavo::crop_window_from_shifts(w, h, x0, y0, x2, y2);
+  EXPECT_EQ(window.width, rect.width);
+  EXPECT_EQ(window.height, rect.height);
+  for (int k = 0; k < 6; ++k) EXPECT_EQ(window.origins[k], rect.origins[k]) << k;
+}
+
 TEST_F(Registration, FindsTheTranslationOfBothMovingFrames) {
   // Dark and bright frames, each with its own noise, moved by known even
   // amounts against the normal exposure.
   const int32_t w = 320, h = 240;
   const tavo::scene::Scene scene{w, h, 7};
-  struct Case {
-    int16_t x0, y0, x2, y2;
-  } cases[] = {{6, -4, -8, 2}, {-6, 4, 10, -12}, {0, 0, 2, 0}, {-12, 10, 12, -10}};
-  for (const Case& c : cases) {
+  const int16_t cases[][4] = {{6, -4, -8, 2}, {-6, 4, 10, -12}, {0, 0, 2, 0}, {-12, 10, 12, -10}, {0, 0, 0, 0}};
+  for (const auto& [x0, y0, x2, y2] : cases) {
     tavo::scene::BracketSetup setup;
-    setup.dx0 = c.x0;
-    setup.dy0 = c.y0;
-    setup.dx2 = c.x2;
-    setup.dy2 = c.y2;
-    const tavo::CropWindow window = register_bracket(tavo::scene::render_bracket(scene, setup), w, h);
-    EXPECT_EQ(window.shift0[0], c.x0);
-    EXPECT_EQ(window.shift0[1], c.y0);
-    EXPECT_EQ(window.shift2[0], c.x2);
-    EXPECT_EQ(window.shift2[1], c.y2);
-    const tavo::CropRect rect = tavo::crop_window_from_shifts(w, h, c.x0, c.y0, c.x2, c.y2);
-    EXPECT_EQ(window.width, rect.width);
-    EXPECT_EQ(window.height, rect.height);
-    for (int k = 0; k < 6; ++k) EXPECT_EQ(window.origins[k], rect.origins[k]) << k;
+    setup.dx0 = x0, setup.dy0 = y0, setup.dx2 = x2, setup.dy2 = y2;
+    expect_window(register_bracket(tavo::scene::render_bracket(scene, setup), w, h), w, h, x0, y0, x2, y2);
   }
-}
-
-TEST_F(Registration, UnmovedFramesGiveTheWholeFrame) {
-  const int32_t w = 200, h = 150;
-  const tavo::scene::Scene scene{w, h, 2};
-  // Identical frames, then three exposures with their own noise.
+  // Identical frames; a frame too small for a second level is not searched.
   const std::vector<uint8_t> one = tavo::scene::render(scene, {});
-  for (const auto& frames : {std::array{one, one, one},
-                             tavo::scene::render_bracket(scene, tavo::scene::BracketSetup{})}) {
-    const tavo::CropWindow window = register_bracket(frames, w, h);
-    EXPECT_EQ(window.shift0[0], 0);
-    EXPECT_EQ(window.shift0[1], 0);
-    EXPECT_EQ(window.shift2[0], 0);
-    EXPECT_EQ(window.shift2[1], 0);
-    EXPECT_EQ(window.width, w);
-    EXPECT_EQ(window.height, h);
-    for (int k = 0; k < 6; ++k) EXPECT_EQ(window.origins[k], 0);
-  }
-  // A frame too small for a second level: nothing is searched.
+  expect_window(register_bracket({one, one, one}, w, h), w, h, 0, 0, 0, 0);
   std::vector<uint8_t> tiny(8 * 2 * 3 / 2, 50);
-  const tavo::CropWindow window = register_bracket({tiny, tiny, tiny}, 8, 2);
-  EXPECT_EQ(window.width, 8);
-  EXPECT_EQ(window.height, 2);
+  expect_window(register_bracket({tiny, tiny, tiny}, 8, 2), 8, 2, 0, 0, 0, 0);
 }
 
 TEST_F(Registration, EveryAllocationFailureIsReportedAndLeavesNothingBehind) {

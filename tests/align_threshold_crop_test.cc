@@ -19,30 +19,24 @@ uint8_t threshold_of(const std::vector<uint8_t>& luma, int32_t w, int32_t h, int
 }
 
 TEST(LumaThreshold, HandComputedPercentiles) {
-  // Uniform frames give their value whatever the frame index.
-  for (int32_t index : {0, 1, 2}) {
-    EXPECT_EQ(threshold_of(std::vector<uint8_t>(12, 93), 4, 3, index), 93);
-  }
-  // 0, 0, 0, 255: targets 1 (frame 0) and 2 (others) are both met at level 0.
-  const std::vector<uint8_t> quad = {0, 0, 0, 255};
-  for (int32_t index : {0, 1, 2}) EXPECT_EQ(threshold_of(quad, 2, 2, index), 0);
-  // Frame 0 has target 3*w*h/8, the others w*h/2: with the values 0 ... 15 once
-  // each (16 pixels) that is 6 -> level 5 and 8 -> level 7.
+  // Frame 0 meets 3*w*h/8 pixels, the others w*h/2; the running sum reaches
+  // the target at a level (>=, not >); odd widths count every byte.
   std::vector<uint8_t> ramp(16);
   for (int i = 0; i < 16; ++i) ramp[i] = static_cast<uint8_t>(15 - i);
-  EXPECT_EQ(threshold_of(ramp, 4, 4, 0), 5);
-  EXPECT_EQ(threshold_of(ramp, 4, 4, 1), 7);
-  EXPECT_EQ(threshold_of(ramp, 8, 2, 2), 7);
-  // Two pixels: frame 0's target is 0, met at level 0 whatever the values.
-  EXPECT_EQ(threshold_of({200, 250}, 2, 1, 0), 0);
-  EXPECT_EQ(threshold_of({200, 250}, 2, 1, 1), 200);
-  // The running sum reaches the target exactly at a level (>=, not >).
-  EXPECT_EQ(threshold_of({10, 10, 20, 30}, 4, 1, 1), 10);
-  // Odd widths: every byte of every row counts (targets 1 and 2 of 5).
-  EXPECT_EQ(threshold_of({9, 1, 5, 3, 7}, 5, 1, 0), 1);
-  EXPECT_EQ(threshold_of({9, 1, 5, 3, 7, 9, 1, 5, 3, 7}, 5, 2, 2), 5);
-  // No pixels: target 0, met at level 0.
-  EXPECT_EQ(threshold_of({}, 0, 0, 1), 0);
+  const struct {
+    std::vector<uint8_t> luma;
+    int32_t w, h, index;
+    uint8_t expect;
+  } cases[] = {
+      {std::vector<uint8_t>(12, 93), 4, 3, 0, 93}, {std::vector<uint8_t>(12, 93), 4, 3, 2, 93},
+      {{0, 0, 0, 255}, 2, 2, 0, 0},               {{0, 0, 0, 255}, 2, 2, 1, 0},
+      {ramp, 4, 4, 0, 5},                         {ramp, 4, 4, 1, 7},
+      {ramp, 8, 2, 2, 7},                         {{200, 250}, 2, 1, 0, 0},
+      {{200, 250}, 2, 1, 1, 200},                 {{10, 10, 20, 30}, 4, 1, 1, 10},
+      {{9, 1, 5, 3, 7}, 5, 1, 0, 1},              {{9, 1, 5, 3, 7, 9, 1, 5, 3, 7}, 5, 2, 2, 5},
+      {{}, 0, 0, 1, 0},
+  };
+  for (const auto& c : cases) EXPECT_EQ(threshold_of(c.luma, c.w, c.h, c.index), c.expect) << c.w << "x" << c.h << " " << c.index;
 }
 
 class LumaThresholdJobs : public tavo::test::PoolTest {};

@@ -14,7 +14,6 @@
 #include "api/lifecycle.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/clock.h"
-#include "support/frames.h"
 #include "support/test_support.h"
 
 namespace tavo {

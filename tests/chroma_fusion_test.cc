@@ -120,42 +120,32 @@ class ChromaDispatch : public test::PoolTest {
   const std::vector<uint16_t> lut_ = fusion_chroma_table();
 };
 
-TEST_F(ChromaDispatch, PlanarSourcesAreReadThroughEachCropOrigin) {
-  for (int rows : {1, 3, 4, 9, 17}) {  // below 4 rows one band does everything
-    const int ws = 64, hs = 2 * rows + 12, width = 19;
-    make_frames(ws, hs);
-    const int32_t crop[6] = {3, 5, 0, 0, 10, 11};
-    Bytes out_u(width * rows), out_v(width * rows);
-    fusionUV_plane_process(pointers_, out_u.data(), out_v.data(), lut_.data(), ws / 2, hs / 2, width, rows, crop);
-    for (int i = 0; i < width * rows; ++i) {
-      Bytes cu, cv;
-      for (int f = 0; f < 3; ++f) {
-        const int at = (i / width + crop[2 * f + 1] / 2) * (ws / 2) + crop[2 * f] / 2 + i % width;
-        cu.push_back(frames_[f][ws * hs + at]);
-        cv.push_back(frames_[f][ws * hs * 5 / 4 + at]);
+// Planar sources are read at half each crop origin; semi-planar ones take the
+// luma column as byte offset, so an odd x swaps that frame's U and V.
+TEST_F(ChromaDispatch, SourcesAreReadThroughEachCropOrigin) {
+  const int32_t crops[2][6] = {{3, 5, 0, 0, 10, 11}, {4, 2, 0, 1, 7, 6}};
+  for (bool semi : {false, true}) {
+    for (int rows : {1, 3, 4, 9, 17}) {  // below 4 rows one band does everything
+      const int ws = 72, hs = 2 * rows + 12, width = 19, luma = ws * hs;
+      const int32_t* crop = crops[semi];
+      make_frames(ws, hs);
+      Bytes out_u(width * rows), out_v(width * rows);
+      if (semi) {
+        fusionUV_semiplane_process(pointers_, out_u.data(), out_v.data(), lut_.data(), ws, hs, 2 * width, rows, crop);
+      } else {
+        fusionUV_plane_process(pointers_, out_u.data(), out_v.data(), lut_.data(), ws / 2, hs / 2, width, rows, crop);
       }
-      ASSERT_EQ(out_u[i], model_sample(lut_, cu, i % width, width)) << rows << " rows, at " << i;
-      ASSERT_EQ(out_v[i], model_sample(lut_, cv, i % width, width)) << rows << " rows, at " << i;
-    }
-  }
-}
-
-TEST_F(ChromaDispatch, SemiPlanarSourcesTakeTheLumaColumnAsByteOffset) {
-  for (int rows : {1, 3, 4, 10}) {
-    const int ws = 72, hs = 2 * rows + 8, pairs = 19;
-    make_frames(ws, hs);
-    const int32_t crop[6] = {4, 2, 0, 1, 7, 6};  // odd x: that frame's bytes swap roles
-    Bytes out_u(pairs * rows), out_v(pairs * rows);
-    fusionUV_semiplane_process(pointers_, out_u.data(), out_v.data(), lut_.data(), ws, hs, 2 * pairs, rows, crop);
-    for (int i = 0; i < pairs * rows; ++i) {
-      Bytes cu, cv;
-      for (int f = 0; f < 3; ++f) {
-        const int at = ws * hs + (i / pairs + crop[2 * f + 1] / 2) * ws + crop[2 * f] + 2 * (i % pairs);
-        cv.push_back(frames_[f][at]);
-        cu.push_back(frames_[f][at + 1]);
+      for (int i = 0; i < width * rows; ++i) {
+        Bytes cu, cv;
+        for (int f = 0; f < 3; ++f) {
+          const int r = i / width + crop[2 * f + 1] / 2, x = i % width;
+          const int at = semi ? luma + r * ws + crop[2 * f] + 2 * x : luma + r * (ws / 2) + crop[2 * f] / 2 + x;
+          cu.push_back(frames_[f][semi ? at + 1 : at]);
+          cv.push_back(frames_[f][semi ? at : at + luma / 4]);
+        }
+        ASSERT_EQ(out_u[i], model_sample(lut_, cu, i % width, width)) << semi << " " << rows << " rows, at " << i;
+        ASSERT_EQ(out_v[i], model_sample(lut_, cv, i % width, width)) << semi << " " << rows << " rows, at " << i;
       }
-      ASSERT_EQ(out_u[i], model_sample(lut_, cu, i % pairs, pairs)) << rows << " rows, at " << i;
-      ASSERT_EQ(out_v[i], model_sample(lut_, cv, i % pairs, pairs)) << rows << " rows, at " << i;
     }
   }
 }

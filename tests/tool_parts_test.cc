@@ -42,29 +42,6 @@ TEST(ToolColour, KnownColoursGiveFullRangeValues) {
   }
 }
 
-TEST(ToolColour, ChromaIsTheRoundedAverageOfItsFourPixelsInEitherLayout) {
-  const int32_t w = 6, h = 4;
-  const std::vector<uint8_t> rgb = tavo::test::random_bytes(w * h * 3, 11);
-  const auto planar = yuv_of(rgb, w, h, ChromaLayout::kPlanar);
-  const auto semi = yuv_of(rgb, w, h, ChromaLayout::kSemiPlanar);
-  EXPECT_TRUE(std::equal(planar.begin(), planar.begin() + w * h, semi.begin()));
-  for (int r = 0; r < h / 2; ++r) {
-    for (int c = 0; c < w / 2; ++c) {
-      int u = 0, v = 0;
-      for (int k = 0; k < 4; ++k) {
-        const uint8_t* p = &rgb[((2 * r + k / 2) * w + 2 * c + k % 2) * 3];
-        u += (-43 * p[0] - 85 * p[1] + 128 * p[2] + 32896) >> 8;
-        v += (128 * p[0] - 107 * p[1] - 21 * p[2] + 32896) >> 8;
-      }
-      const size_t i = static_cast<size_t>(r * (w / 2) + c);
-      EXPECT_EQ(planar[w * h + i], (u + 2) >> 2);
-      EXPECT_EQ(planar[w * h + w * h / 4 + i], (v + 2) >> 2);
-      EXPECT_EQ(semi[w * h + 2 * i], planar[w * h + w * h / 4 + i]);
-      EXPECT_EQ(semi[w * h + 2 * i + 1], planar[w * h + i]);
-    }
-  }
-}
-
 TEST(ToolColour, RoundTripOfFlatColourBlocksIsClose) {
   // Colours that YUV 4:2:0 can hold exactly (one colour per 2x2 block) come
   // back within the rounding of the two conversions.

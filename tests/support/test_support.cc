@@ -15,6 +15,7 @@
 #include "platform/log.h"
 #include "platform/memory.h"
 #include "platform/properties.h"
+#include "tools/scene/scene.h"
 
 namespace {
 std::mutex g_log_mutex;
@@ -82,6 +83,13 @@ std::string LogCapture::joined() const {
   std::string all;
   for (const std::string& line : lines()) all += line + (line.ends_with('\n') ? "" : "\n");
   return all;
+}
+
+std::array<std::vector<uint8_t>, 3> bracket(int32_t width, int32_t height, const std::string& layout,
+                                            uint32_t seed) {
+  scene::BracketSetup setup;
+  setup.layout = layout == "YVU420_SEMIPLANAR" ? scene::Layout::kSemiPlanar : scene::Layout::kPlanar;
+  return scene::render_bracket(scene::Scene{width, height, seed}, setup);
 }
 
 ScopedProperties::ScopedProperties(

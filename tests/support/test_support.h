@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -24,6 +25,11 @@ class LogCapture {
   bool contains(const std::string& text) const { return count(text) > 0; }
   std::string joined() const;
 };
+
+// Dark, normal and bright frames of the synthetic scene, unmoved, chroma laid
+// out as `layout` names ("YVU420_SEMIPLANAR" interleaves V,U; else planar).
+std::array<std::vector<uint8_t>, 3> bracket(int32_t width, int32_t height, const std::string& layout,
+                                            uint32_t seed);
 
 // n bytes of a fixed pseudo-random sequence.
 std::vector<uint8_t> random_bytes(size_t n, uint32_t seed);
