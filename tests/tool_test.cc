@@ -58,10 +58,8 @@ std::string line_starting(const std::string& text, const std::string& start) {
 bool stage_line_ok(const std::string& line, const std::string& stage) {
   if (!line.starts_with(stage + " ") || !line.ends_with(" ms")) return false;
   const std::string number = line.substr(stage.size(), line.size() - stage.size() - 3);
-  const size_t first = number.find_first_not_of(' ');
-  if (first == std::string::npos) return false;
+  const std::string digits = number.substr(std::min(number.find_first_not_of(' '), number.size()));
   char* end = nullptr;
-  const std::string digits = number.substr(first);
   strtod(digits.c_str(), &end);
   return *end == '\0' && digits.size() >= 3 && digits[digits.size() - 2] == '.';
 }
@@ -95,6 +93,9 @@ class Tool : public tavo::test::PoolTest {
     EXPECT_EQ(HDR_Function(f[0].data(), f[1].data(), f[2].data(), out.data(), h, w, layout), 0);
     return out;
   }
+  void write_inputs(const std::array<std::vector<uint8_t>, 3>& frames) {
+    for (int k = 0; k < 3; ++k) write_all(dir_.path() + "/in" + std::to_string(k) + ".yuv", frames[k]);
+  }
   tavo::test::TempDir dir_;
 };
 
@@ -103,7 +104,7 @@ TEST_F(Tool, RawFramesFuseToTheLibrarysBytesAndReportEveryStage) {
   for (auto layout : {tavo::scene::Layout::kPlanar, tavo::scene::Layout::kSemiPlanar}) {
     const std::string name = tavo::scene::layout_name(layout);
     const auto frames = bracket(w, h, layout);
-    for (int k = 0; k < 3; ++k) write_all(dir_.path() + "/in" + std::to_string(k) + ".yuv", frames[k]);
+    write_inputs(frames);
     const ToolRun run = run_tool(dir_.path(), "fuse in0.yuv in1.yuv in2.yuv -o out.yuv --size 96x64 --layout " + name);
     ASSERT_EQ(run.exit_code, 0) << run.err;
     EXPECT_EQ(read_all(dir_.path() + "/out.yuv"), fuse_here(frames, w, h, name.c_str())) << name;
@@ -154,7 +155,7 @@ TEST_F(Tool, ImageFilesFuseAsFullRangeYuvAndComeBackInTheirFormat) {
 
 TEST_F(Tool, ReplayOfTheLibrarysOwnDumpsIsIdenticalAndFindsTamperedBytes) {
   const auto frames = bracket(64, 48, tavo::scene::Layout::kSemiPlanar);
-  for (int k = 0; k < 3; ++k) write_all(dir_.path() + "/in" + std::to_string(k) + ".yuv", frames[k]);
+  write_inputs(frames);
   fs::create_directory(dir_.path() + "/dumps");
   const ToolRun fused = run_tool(dir_.path(), "fuse in0.yuv in1.yuv in2.yuv -o out.yuv --size 64x48 --layout "
                                           "YVU420_SEMIPLANAR --prop saveinput=yes --prop saveoutput=yes --dump-dir dumps");
@@ -187,7 +188,7 @@ TEST_F(Tool, ReplayOfTheLibrarysOwnDumpsIsIdenticalAndFindsTamperedBytes) {
 
 TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesNoOutput) {
   const auto frames = bracket(64, 48, tavo::scene::Layout::kPlanar);
-  for (int k = 0; k < 3; ++k) write_all(dir_.path() + "/in" + std::to_string(k) + ".yuv", frames[k]);
+  write_inputs(frames);
   write_all(dir_.path() + "/short.yuv", std::vector<uint8_t>(100, 7));
   for (const auto& [name, w] : {std::pair{"a.png", 64}, {"b.png", 64}, {"wide.png", 72}, {"odd.png", 60}}) {
     RgbImage image{w, 48, std::vector<uint8_t>(static_cast<size_t>(w) * 48 * 3, 90)};
