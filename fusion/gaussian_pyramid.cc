@@ -108,15 +108,12 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_process(
   const tavo::BandSplit split = tavo::split_rows(heights[level], tavo::SplitRule::kPyramidEven);
   tavo::run_bands<GaussianBand>(
       split.bands, pyramid_gaussian_down_sample_uint8_parameter, [&](int32_t b, GaussianBand& a) {
-        const int32_t src_first = split.first(b);
-        const int32_t dst_first = src_first / 2;
-        const int32_t dst_rows = b == split.bands - 1 ? dst_height - dst_first : split.step / 2;
-        a.pointers[0] = level_table[level] + static_cast<ptrdiff_t>(src_first) * src_width;
-        a.pointers[1] = level_table[level + 1] + static_cast<ptrdiff_t>(dst_first) * dst_width;
+        a.pointers[0] = level_table[level] + static_cast<ptrdiff_t>(split.first(b)) * src_width;
+        a.pointers[1] = level_table[level + 1] + static_cast<ptrdiff_t>(split.half_first(b)) * dst_width;
         a.widths[0] = src_width;
         a.widths[1] = dst_width;
         a.rows[0] = split.rows(b);
-        a.rows[1] = dst_rows;
+        a.rows[1] = split.half_rows(b, dst_height);
         a.level = level;
       });
   return 0;

@@ -10,10 +10,10 @@
 // The first band reflects at the top of the image and the last at the bottom.
 #include <cstddef>
 
+#include "fusion/expanded_band.h"
 #include "fusion/pyramid_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
-#include "platform/memory.h"
 #include "pool/band_jobs.h"
 
 namespace {
@@ -36,59 +36,23 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_laplacian_down_sample(int16_t* out, u
                                                                  const int32_t* band_rows,
                                                                  int32_t band, int32_t bands) {
   const int32_t fine_width = band_widths[0];
-  const int32_t coarse_width = band_widths[1];
-  const int32_t fine_rows = band_rows[0];
-  const int32_t coarse_rows = band_rows[1];
-  const bool first = band == 0;
-  const bool last = band == bands - 1;
-  const int32_t above = first ? 0 : 1;  // halo rows expanded above the band
-  const int32_t below = last ? 0 : 1;
-  const int32_t scratch_rows = coarse_rows + above + below;
-
-  auto* scratch = static_cast<uint16_t*>(tavo::platform::mem_alloc(
-      sizeof(uint16_t) * static_cast<size_t>(fine_width) * static_cast<size_t>(scratch_rows)));
-  if (scratch == nullptr) {
+  const tavo::PyramidRows& rows = tavo::pyramid_rows();
+  const tavo::ExpandedBand expanded(pointers[1], band_widths[1], band_rows[1], fine_width, band == 0,
+                                    band == bands - 1, rows.expand_h_unsigned);
+  if (!expanded.ok()) {
     HDR_LOG_AS(1184, "pyramid_laplacian_down_sample", "o_temp_ptr malloc fail\n");
     return -1;
   }
-  const tavo::PyramidRows& rows = tavo::pyramid_rows();
-
-  const uint16_t* coarse = pointers[1] - static_cast<ptrdiff_t>(above) * coarse_width;
-  for (int32_t s = 0; s < scratch_rows; ++s) {
-    rows.expand_h_unsigned(coarse + static_cast<ptrdiff_t>(s) * coarse_width, coarse_width,
-                           scratch + static_cast<ptrdiff_t>(s) * fine_width, fine_width);
-  }
-
-  // Scratch row of the band's coarse row j (-1 and coarse_rows are halo rows).
-  auto h = [&](int32_t j) -> const uint16_t* {
-    return scratch + static_cast<ptrdiff_t>(j + above) * fine_width;
-  };
   const uint16_t* gauss = pointers[0];
-  // Fine row y with the coarse row below it taken as `next`.
-  auto row = [&](int32_t y, const uint16_t* next) {
-    const int32_t j = y >> 1;
-    const ptrdiff_t at = static_cast<ptrdiff_t>(y) * fine_width;
-    if (y & 1) {
-      rows.laplacian_odd(gauss + at, h(j), next, out + at, fine_width);
-    } else {
-      rows.laplacian_even(gauss + at, h(j - 1), h(j), next, out + at, fine_width);
-    }
-  };
-
-  int32_t y = 0;
-  if (first) {
-    // Top of the image: coarse row -1 reflects to row 1.
-    rows.laplacian_even(gauss, h(1), h(0), h(1), out, fine_width);
-    y = 1;
-  }
-  const int32_t plain_end = last ? fine_rows - 2 : fine_rows;
-  for (; y < plain_end; ++y) row(y, h((y >> 1) + 1));
-  if (last) {
-    // Bottom of the image: the coarse row past the last reflects about it.
-    for (y = fine_rows - 2; y < fine_rows; ++y) row(y, h(2 * coarse_rows - 3 - (y >> 1)));
-  }
-
-  tavo::platform::mem_free(scratch);
+  auto at = [&](int32_t y) { return static_cast<ptrdiff_t>(y) * fine_width; };
+  expanded.for_each_fine_row(
+      band_rows[0],
+      [&](int32_t y, const uint16_t* above, const uint16_t* centre, const uint16_t* below) {
+        rows.laplacian_even(gauss + at(y), above, centre, below, out + at(y), fine_width);
+      },
+      [&](int32_t y, const uint16_t* centre, const uint16_t* below) {
+        rows.laplacian_odd(gauss + at(y), centre, below, out + at(y), fine_width);
+      });
   return 0;
 }
 
@@ -120,17 +84,14 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_laplacian_down_sample_process(
   tavo::run_bands<LaplacianBand>(
       split.bands, pyramid_laplacian_down_sample_parameter, [&](int32_t b, LaplacianBand& a) {
         const ptrdiff_t fine_first = split.first(b);
-        const int32_t coarse_first = split.first(b) / 2;
-        const int32_t coarse_rows =
-            b == split.bands - 1 ? coarse_height - coarse_first : split.step / 2;
         a.out = lap_table[level] + fine_first * fine_width;
         a.pointers[0] = gauss_table[level] + fine_first * fine_width;
         a.pointers[1] =
-            gauss_table[level + 1] + static_cast<ptrdiff_t>(coarse_first) * coarse_width;
+            gauss_table[level + 1] + static_cast<ptrdiff_t>(split.half_first(b)) * coarse_width;
         a.widths[0] = fine_width;
         a.widths[1] = coarse_width;
         a.rows[0] = split.rows(b);
-        a.rows[1] = coarse_rows;
+        a.rows[1] = split.half_rows(b, coarse_height);
         a.level = level;
       });
   return 0;

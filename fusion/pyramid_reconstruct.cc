@@ -10,10 +10,10 @@
 // coarse sample turns into a large positive one and clamps at 4080.
 #include <cstddef>
 
+#include "fusion/expanded_band.h"
 #include "fusion/pyramid_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
-#include "platform/memory.h"
 #include "pool/band_jobs.h"
 
 namespace {
@@ -36,60 +36,24 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_reconstruct_y(uint8_t* out_y, int16_t
                                                          int32_t level, int32_t band_index,
                                                          int32_t band_count) {
   const int32_t fine_width = widths[0];
-  const int32_t coarse_width = widths[1];
-  const int32_t fine_rows = rows[0];
-  const int32_t coarse_rows = rows[1];
-  const bool first = band_index == 0;
-  const bool last = band_index == band_count - 1;
-  const int32_t above = first ? 0 : 1;  // halo rows expanded above the band
-  const int32_t below = last ? 0 : 1;
-  const int32_t scratch_rows = coarse_rows + above + below;
-
-  auto* scratch = static_cast<uint16_t*>(tavo::platform::mem_alloc(
-      sizeof(uint16_t) * static_cast<size_t>(fine_width) * static_cast<size_t>(scratch_rows)));
-  if (scratch == nullptr) {
+  const tavo::PyramidRows& fns = tavo::pyramid_rows();
+  const tavo::ExpandedBand expanded(planes[1], widths[1], rows[1], fine_width, band_index == 0,
+                                    band_index == band_count - 1, fns.expand_h_signed);
+  if (!expanded.ok()) {
     HDR_LOG_AS(1652, "pyramid_reconstruct_y", "o_temp_ptr malloc fail\n");
     return -1;
   }
-  const tavo::PyramidRows& fns = tavo::pyramid_rows();
-
-  const int16_t* coarse = planes[1] - static_cast<ptrdiff_t>(above) * coarse_width;
-  for (int32_t s = 0; s < scratch_rows; ++s) {
-    fns.expand_h_signed(coarse + static_cast<ptrdiff_t>(s) * coarse_width, coarse_width,
-                        scratch + static_cast<ptrdiff_t>(s) * fine_width, fine_width);
-  }
-
-  // Scratch row of the band's coarse row j (-1 and coarse_rows are halo rows).
-  auto h = [&](int32_t j) -> const uint16_t* {
-    return scratch + static_cast<ptrdiff_t>(j + above) * fine_width;
-  };
   int16_t* fine = planes[0];
-  // Fine row y with the coarse row below it taken as `next`.
-  auto row = [&](int32_t y, const uint16_t* next) {
-    const int32_t j = y >> 1;
-    const ptrdiff_t at = static_cast<ptrdiff_t>(y) * fine_width;
-    uint8_t* luma = level == 0 && out_y != nullptr ? out_y + at : nullptr;
-    if (y & 1) {
-      fns.collapse_odd(fine + at, h(j), next, luma, fine_width);
-    } else {
-      fns.collapse_even(fine + at, h(j - 1), h(j), next, luma, fine_width);
-    }
-  };
-
-  int32_t y = 0;
-  if (first) {
-    // Top of the image: coarse row -1 reflects to row 1.
-    fns.collapse_even(fine, h(1), h(0), h(1), level == 0 ? out_y : nullptr, fine_width);
-    y = 1;
-  }
-  const int32_t plain_end = last ? fine_rows - 2 : fine_rows;
-  for (; y < plain_end; ++y) row(y, h((y >> 1) + 1));
-  if (last) {
-    // Bottom of the image: the coarse row past the last reflects about it.
-    for (y = fine_rows - 2; y < fine_rows; ++y) row(y, h(2 * coarse_rows - 3 - (y >> 1)));
-  }
-
-  tavo::platform::mem_free(scratch);
+  auto at = [&](int32_t y) { return static_cast<ptrdiff_t>(y) * fine_width; };
+  auto luma = [&](int32_t y) { return level == 0 && out_y != nullptr ? out_y + at(y) : nullptr; };
+  expanded.for_each_fine_row(
+      rows[0],
+      [&](int32_t y, const uint16_t* above, const uint16_t* centre, const uint16_t* below) {
+        fns.collapse_even(fine + at(y), above, centre, below, luma(y), fine_width);
+      },
+      [&](int32_t y, const uint16_t* centre, const uint16_t* below) {
+        fns.collapse_odd(fine + at(y), centre, below, luma(y), fine_width);
+      });
   return 0;
 }
 
@@ -121,16 +85,13 @@ extern "C" TAVO_HDR_EXPORT uint32_t pyramid_reconstruct_y_process(uint8_t* out_y
   tavo::run_bands<ReconstructBand>(
       split.bands, pyramid_reconstruct_y_parameter, [&](int32_t b, ReconstructBand& a) {
         const ptrdiff_t fine_first = split.first(b);
-        const int32_t coarse_first = split.first(b) / 2;
-        const int32_t coarse_rows =
-            b == split.bands - 1 ? coarse_height - coarse_first : split.step / 2;
         a.out_y = out_y != nullptr ? out_y + fine_first * widths[0] : nullptr;
         a.planes[0] = levels[level] + fine_first * fine_width;
-        a.planes[1] = levels[level + 1] + static_cast<ptrdiff_t>(coarse_first) * coarse_width;
+        a.planes[1] = levels[level + 1] + static_cast<ptrdiff_t>(split.half_first(b)) * coarse_width;
         a.widths[0] = fine_width;
         a.widths[1] = coarse_width;
         a.rows[0] = split.rows(b);
-        a.rows[1] = coarse_rows;
+        a.rows[1] = split.half_rows(b, coarse_height);
         a.level = level;
       });
   return 0;

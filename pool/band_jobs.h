@@ -42,6 +42,12 @@ struct BandSplit {
   int32_t total;
   int32_t first(int32_t band) const { return band * step; }
   int32_t rows(int32_t band) const { return band == bands - 1 ? total - band * step : step; }
+  // The rows of the half-size level (half_total rows) that pair with a split
+  // of even steps: half the rows each, the last band the rest.
+  int32_t half_first(int32_t band) const { return first(band) / 2; }
+  int32_t half_rows(int32_t band, int32_t half_total) const {
+    return band == bands - 1 ? half_total - half_first(band) : step / 2;
+  }
 };
 
 BandSplit split_rows(int32_t total, SplitRule rule);
