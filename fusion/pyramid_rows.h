@@ -16,6 +16,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 namespace tavo {
 
@@ -119,6 +120,21 @@ extern const PyramidRows kPyramidRowsNeon;
 #if defined(__x86_64__)
 extern const PyramidRows kPyramidRowsAvx2;
 #endif
+
+// Instruction-set collapse rows: block(with_luma, x) handles the vector of
+// kStep samples at x for x = 0, kStep, ... below the returned count, with the
+// luma variant (a std::bool_constant) chosen once per row; the remaining
+// width % kStep samples are left to the portable row.
+template <int32_t kStep, class Block>
+inline int32_t collapse_vectors(int32_t width, bool luma, Block&& block) {
+  const int32_t body = width - width % kStep;
+  if (luma) {
+    for (int32_t x = 0; x < body; x += kStep) block(std::true_type{}, x);
+  } else {
+    for (int32_t x = 0; x < body; x += kStep) block(std::false_type{}, x);
+  }
+  return body;
+}
 
 // The fastest family this processor runs (the portable one when forced).
 const PyramidRows& pyramid_rows();

@@ -169,51 +169,24 @@ inline void collapse16(int16_t* level, __m256i v, uint8_t* luma) {
   }
 }
 
-template <bool kLuma>
-void collapse_even_row(int16_t* level, const uint16_t* above, const uint16_t* centre,
-                       const uint16_t* below, uint8_t* luma, int32_t width) {
-  int32_t x = 0;
-  for (; x + 16 <= width; x += 16) {
-    const __m256i v = expand_even16(load16(above + x), load16(centre + x), load16(below + x));
-    collapse16<kLuma>(level + x, v, luma + x);
-  }
-  for (; x < width; ++x) {
-    const int16_t r = collapse_sample(level[x], expand_even(above[x], centre[x], below[x]));
-    level[x] = r;
-    if constexpr (kLuma) luma[x] = luma_of_sample(r);
-  }
-}
-
-template <bool kLuma>
-void collapse_odd_row(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
-                      int32_t width) {
-  int32_t x = 0;
-  for (; x + 16 <= width; x += 16) {
-    collapse16<kLuma>(level + x, _mm256_avg_epu16(load16(centre + x), load16(below + x)), luma + x);
-  }
-  for (; x < width; ++x) {
-    const int16_t r = collapse_sample(level[x], expand_odd(centre[x], below[x]));
-    level[x] = r;
-    if constexpr (kLuma) luma[x] = luma_of_sample(r);
-  }
-}
-
 void collapse_even_avx2(int16_t* level, const uint16_t* above, const uint16_t* centre,
                         const uint16_t* below, uint8_t* luma, int32_t width) {
-  if (luma != nullptr) {
-    collapse_even_row<true>(level, above, centre, below, luma, width);
-  } else {
-    collapse_even_row<false>(level, above, centre, below, luma, width);
-  }
+  const int32_t body = collapse_vectors<16>(width, luma != nullptr, [&](auto with_luma, int32_t x) {
+    const __m256i v = expand_even16(load16(above + x), load16(centre + x), load16(below + x));
+    collapse16<decltype(with_luma)::value>(level + x, v, with_luma ? luma + x : nullptr);
+  });
+  kPyramidRowsPortable.collapse_even(level + body, above + body, centre + body, below + body,
+                                     luma != nullptr ? luma + body : nullptr, width - body);
 }
 
 void collapse_odd_avx2(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
                        int32_t width) {
-  if (luma != nullptr) {
-    collapse_odd_row<true>(level, centre, below, luma, width);
-  } else {
-    collapse_odd_row<false>(level, centre, below, luma, width);
-  }
+  const int32_t body = collapse_vectors<16>(width, luma != nullptr, [&](auto with_luma, int32_t x) {
+    collapse16<decltype(with_luma)::value>(level + x, _mm256_avg_epu16(load16(centre + x), load16(below + x)),
+                                           with_luma ? luma + x : nullptr);
+  });
+  kPyramidRowsPortable.collapse_odd(level + body, centre + body, below + body,
+                                    luma != nullptr ? luma + body : nullptr, width - body);
 }
 
 }  // namespace

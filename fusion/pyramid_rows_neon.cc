@@ -144,51 +144,24 @@ inline void collapse8(int16_t* level, uint16x8_t v, uint8_t* luma) {
   if constexpr (kLuma) vst1_u8(luma, vqrshrn_n_u16(r, 4));
 }
 
-template <bool kLuma>
-void collapse_even_row(int16_t* level, const uint16_t* above, const uint16_t* centre,
-                       const uint16_t* below, uint8_t* luma, int32_t width) {
-  int32_t x = 0;
-  for (; x + 8 <= width; x += 8) {
-    const uint16x8_t v = expand_even8(load8(above + x), load8(centre + x), load8(below + x));
-    collapse8<kLuma>(level + x, v, luma + x);
-  }
-  for (; x < width; ++x) {
-    const int16_t r = collapse_sample(level[x], expand_even(above[x], centre[x], below[x]));
-    level[x] = r;
-    if constexpr (kLuma) luma[x] = luma_of_sample(r);
-  }
-}
-
-template <bool kLuma>
-void collapse_odd_row(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
-                      int32_t width) {
-  int32_t x = 0;
-  for (; x + 8 <= width; x += 8) {
-    collapse8<kLuma>(level + x, vrhaddq_u16(load8(centre + x), load8(below + x)), luma + x);
-  }
-  for (; x < width; ++x) {
-    const int16_t r = collapse_sample(level[x], expand_odd(centre[x], below[x]));
-    level[x] = r;
-    if constexpr (kLuma) luma[x] = luma_of_sample(r);
-  }
-}
-
 void collapse_even_neon(int16_t* level, const uint16_t* above, const uint16_t* centre,
                         const uint16_t* below, uint8_t* luma, int32_t width) {
-  if (luma != nullptr) {
-    collapse_even_row<true>(level, above, centre, below, luma, width);
-  } else {
-    collapse_even_row<false>(level, above, centre, below, luma, width);
-  }
+  const int32_t body = collapse_vectors<8>(width, luma != nullptr, [&](auto with_luma, int32_t x) {
+    const uint16x8_t v = expand_even8(load8(above + x), load8(centre + x), load8(below + x));
+    collapse8<decltype(with_luma)::value>(level + x, v, with_luma ? luma + x : nullptr);
+  });
+  kPyramidRowsPortable.collapse_even(level + body, above + body, centre + body, below + body,
+                                     luma != nullptr ? luma + body : nullptr, width - body);
 }
 
 void collapse_odd_neon(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
                        int32_t width) {
-  if (luma != nullptr) {
-    collapse_odd_row<true>(level, centre, below, luma, width);
-  } else {
-    collapse_odd_row<false>(level, centre, below, luma, width);
-  }
+  const int32_t body = collapse_vectors<8>(width, luma != nullptr, [&](auto with_luma, int32_t x) {
+    collapse8<decltype(with_luma)::value>(level + x, vrhaddq_u16(load8(centre + x), load8(below + x)),
+                                           with_luma ? luma + x : nullptr);
+  });
+  kPyramidRowsPortable.collapse_odd(level + body, centre + body, below + body,
+                                    luma != nullptr ? luma + body : nullptr, width - body);
 }
 
 }  // namespace
