@@ -70,7 +70,7 @@ extern "C" TAVO_HDR_EXPORT int32_t imageAffine_xor_and_parameter(void* record) {
   a.partial = tavo::count_mismatches(a.moving_mask, a.moving_bitmap, a.ref_bitmap, a.ref_mask,
                                      a.width, a.m_begin, a.m_end, a.x, a.y,
                                      tavo::pick_mismatch_row());
-  tavo::band_done();
+  tavo::band_done(record);
   return 0;
 }
 

@@ -78,14 +78,14 @@ extern "C" TAVO_HDR_EXPORT int32_t imageAffine_parameter(void* record) {
   const auto& a = tavo::band_payload<WarpJob>(record);
   imageAffine(a.src, a.dst, a.src_stride, static_cast<int32_t>(a.width), a.rows,
               static_cast<int32_t>(a.xs), static_cast<int32_t>(a.ys));
-  tavo::band_done();
+  tavo::band_done(record);
   return 0;
 }
 
 extern "C" TAVO_HDR_EXPORT int32_t imageAffine_uv_parameter(void* record) {
   const auto& a = tavo::band_payload<SplitJob>(record);
   imageAffine_uv(a.src, a.dst_odd, a.dst_even, a.src_stride, a.width, a.rows, a.xs, a.ys);
-  tavo::band_done();
+  tavo::band_done(record);
   return 0;
 }
 

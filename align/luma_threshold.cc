@@ -64,7 +64,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t loadImg(const uint8_t* luma, int32_t width, 
 extern "C" TAVO_HDR_EXPORT int32_t loadImg_parameter(void* record) {
   const auto& a = tavo::band_payload<ThresholdJob>(record);
   loadImg(a.luma, a.width, a.height, a.threshold_out, a.frame_index);
-  tavo::band_done();
+  tavo::band_done(record);
   return 0;
 }
 

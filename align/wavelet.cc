@@ -32,7 +32,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t wltDecompose(const uint8_t* src, uint8_t* ap
 extern "C" TAVO_HDR_EXPORT int32_t wltDecompose_parameter(void* record) {
   const auto& a = tavo::band_payload<WaveletJob>(record);
   wltDecompose(a.src, a.approx, a.bitmap, a.mask, a.width, a.rows, a.threshold);
-  tavo::band_done();
+  tavo::band_done(record);
   return 0;
 }
 

@@ -11,6 +11,7 @@
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/properties.h"
+#include "pool/library_lock.h"
 #include "pool/thread_pool.h"
 
 #ifndef TAVO_HDR_DUMP_DIR
@@ -100,6 +101,9 @@ extern "C" TAVO_HDR_EXPORT int32_t HDR_Function(const uint8_t* frame0, const uin
                                                 const uint8_t* frame2, uint8_t* out,
                                                 int32_t height, int32_t width,
                                                 const char* layout) {
+  // Held for the whole capture: the pool cannot be destroyed under it, and
+  // nothing else runs band jobs meanwhile.
+  const tavo::LibraryLock hold;
   thread_pool* tp = pool;
   if (tp == nullptr) {
     HDR_LOG("HDR_Function called without a thread pool, call tavo_hdr_pool_init first.\n");

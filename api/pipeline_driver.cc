@@ -8,6 +8,7 @@
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/memory.h"
+#include "pool/library_lock.h"
 
 namespace {
 
@@ -31,6 +32,7 @@ bool over_time(const char* stage) {
 extern "C" TAVO_HDR_EXPORT int32_t GetAlignImg(const uint8_t* const* frames, int32_t width,
                                                int32_t height, int32_t nframes, uint8_t* out,
                                                const char* layout) {
+  const tavo::LibraryLock hold;  // one pipeline at a time, and never beside a capture
   if (frames == nullptr || nframes != 3 || frames[0] == nullptr || frames[1] == nullptr ||
       frames[2] == nullptr || out == nullptr || layout == nullptr ||
       !tavo::capture_size_supported(width, height)) {

@@ -6,8 +6,8 @@
 
 namespace {
 
-int32_t empty_band(void*) {
-  tavo::band_done();
+int32_t empty_band(void* record) {
+  tavo::band_done(record);
   return 0;
 }
 

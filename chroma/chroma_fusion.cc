@@ -12,8 +12,6 @@
 
 namespace tavo {
 
-inline constexpr int kChromaFrames = 3;
-
 void fuse_chroma_plane(const uint8_t* const* src, int32_t frames, ptrdiff_t src_stride,
                        uint8_t* out, const uint16_t* lut, int32_t width, int32_t rows) {
   if (rows < 1 || width < 1) return;
@@ -100,14 +98,14 @@ extern "C" TAVO_HDR_EXPORT int32_t fusionUV_plane_parameter(void* record) {
   auto& a = tavo::band_payload<tavo::PlaneBand>(record);
   fusionUV_plane(a.u, a.out_u, a.lut, a.src_stride, a.width, a.rows);
   fusionUV_plane(a.v, a.out_v, a.lut, a.src_stride, a.width, a.rows);
-  tavo::band_done();
+  tavo::band_done(record);
   return 0;
 }
 
 extern "C" TAVO_HDR_EXPORT int32_t fusionUV_semiplane_parameter(void* record) {
   auto& a = tavo::band_payload<tavo::PairBand>(record);
   fusionUV_semiplane(a.src, a.out_u, a.out_v, a.lut, a.src_stride, a.pairs, a.rows);
-  tavo::band_done();
+  tavo::band_done(record);
   return 0;
 }
 

@@ -57,7 +57,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV(const uint8_t** src, uint8_t* out, 
 extern "C" TAVO_HDR_EXPORT int32_t fusionUV_parameter(void* record) {
   auto& a = tavo::band_payload<tavo::GenericBand>(record);
   fusionUV(a.planes, a.out, a.lut, a.width, a.rows, a.frames);
-  tavo::band_done();
+  tavo::band_done(record);
   return 0;
 }
 

@@ -39,7 +39,7 @@ extern "C" TAVO_HDR_EXPORT void saturation(uint8_t* plane, int32_t width, int32_
 extern "C" TAVO_HDR_EXPORT int32_t saturation_parameter(void* record) {
   const auto& a = tavo::band_payload<tavo::SaturationBand>(record);
   saturation(a.plane, a.width, a.rows, a.gain);
-  tavo::band_done();
+  tavo::band_done(record);
   return 0;
 }
 

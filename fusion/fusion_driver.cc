@@ -4,12 +4,15 @@
 // bands on the worker pool; the stages run one after another.
 #include <cstring>
 
+#include "chroma/chroma_fusion.h"
 #include "fusion/fusion_weights.h"
 #include "fusion/pyramid_block.h"
 #include "fusion/pyramid_geometry.h"
+#include "fusion/pyramid_stages.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
 #include "platform/memory.h"
+#include "pool/library_lock.h"
 
 namespace tavo {
 
@@ -88,10 +91,19 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
   using tavo::platform::mem_alloc;
   using tavo::platform::mem_free;
 
+  const tavo::LibraryLock hold;
   const uint8_t levels = tavo::pyramid_level_count(width, height);
   if (frames == nullptr || offsets == nullptr || out == nullptr || layout == nullptr ||
       frame_count < 1 || levels < 1) {
     HDR_LOG("pyrFuse input error: %u frames, crop %dx%d\n", frame_count, width, height);
+    return -1;
+  }
+  // The chroma of the two known layouts is fused from exactly three frames.
+  const bool semiplanar = strcmp(layout, "YVU420_SEMIPLANAR") == 0;
+  const bool planar = !semiplanar && strcmp(layout, "YUV420_PLANAR") == 0;
+  if ((planar || semiplanar) && frame_count < tavo::kChromaFrames) {
+    HDR_LOG("pyrFuse input error: the chroma of %s is fused from %d frames, %u given\n", layout,
+            tavo::kChromaFrames, frame_count);
     return -1;
   }
   for (uint32_t i = 0; i < frame_count; ++i) {
@@ -139,15 +151,14 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
     imageAffine_process(frames[i], pyr.gauss[i][0], stride, static_cast<uint32_t>(width), height,
                         static_cast<uint32_t>(offsets[2 * i]), static_cast<uint32_t>(offsets[2 * i + 1]));
     for (uint32_t l = 0; l < top; ++l) {
-      if (pyramid_gaussian_down_sample_uint8_process(pyr.gauss[i], l, w_pyramid_y, h_pyramid_y) == -1) {
+      if (tavo::gaussian_reduce_level(pyr.gauss[i], l, w_pyramid_y, h_pyramid_y) == -1) {
         HDR_LOG_AT(251, "pyramid_gaussian_down_sample_uint8_process malloc error and return -1\n");
         release();
         return -1;
       }
     }
     for (uint32_t l = 0; l < top; ++l) {
-      if (pyramid_laplacian_down_sample_process(pyr.lap[i], pyr.gauss[i], l, w_pyramid_y, h_pyramid_y,
-                                                levels) == -1) {
+      if (tavo::laplacian_level(pyr.lap[i], pyr.gauss[i], l, w_pyramid_y, h_pyramid_y) == -1) {
         HDR_LOG_AT(269, "pyramid_laplacian_down_sample_process malloc error and return -1\n");
         release();
         return -1;
@@ -159,11 +170,15 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
   }
 
   for (uint32_t l = levels >= 2 ? 0 : top; l < levels; ++l) {
-    fusion_pyramid_process(pyr.fused, exposure_weight_lut, pyr.lap, pyr.gauss, w_pyramid_y, h_pyramid_y,
-                           static_cast<int32_t>(l), frame_count);
+    if (tavo::blend_level(pyr.fused, exposure_weight_lut, pyr.lap, pyr.gauss, w_pyramid_y, h_pyramid_y,
+                          static_cast<int32_t>(l), frame_count) == -1) {
+      HDR_LOG("fusion_pyramid_process could not blend level %u, fusion stopped\n", l);
+      release();
+      return -1;
+    }
   }
   for (int32_t l = static_cast<int32_t>(levels) - 2; l >= 0; --l) {
-    if (static_cast<int32_t>(pyramid_reconstruct_y_process(out, pyr.fused, w_pyramid_y, h_pyramid_y, l)) == -1) {
+    if (tavo::collapse_level(out, pyr.fused, w_pyramid_y, h_pyramid_y, l) == -1) {
       HDR_LOG_AT(385, "pyramid_reconstruct_y_process malloc error and return -1\n");
       release();
       return -1;
@@ -173,12 +188,14 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
   // Chroma, always written as planes: U after the luma, V after U.
   uint8_t* out_u = out + width * height;
   uint8_t* out_v = out + (width * height * 5) / 4;
-  if (strcmp(layout, "YVU420_SEMIPLANAR") == 0) {
+  if (semiplanar) {
     fusionUV_semiplane_process(frames, out_u, out_v, chroma_weight_lut, static_cast<int32_t>(stride),
                                static_cast<int32_t>(frame_height), width, height / 2, offsets);
-  } else if (strcmp(layout, "YUV420_PLANAR") == 0) {
+  } else if (planar) {
     fusionUV_plane_process(frames, out_u, out_v, chroma_weight_lut, static_cast<int32_t>(stride) / 2,
                            static_cast<int32_t>(frame_height) / 2, width / 2, height / 2, offsets);
+  } else {
+    HDR_LOG("layout %s is neither YUV420_PLANAR nor YVU420_SEMIPLANAR, chroma not fused\n", layout);
   }
 
   release();

@@ -10,6 +10,7 @@
 #include <cstddef>
 
 #include "fusion/pyramid_rows.h"
+#include "fusion/pyramid_stages.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
 #include "platform/memory.h"
@@ -87,26 +88,21 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_parameter(
   const auto& a = tavo::band_payload<GaussianBand>(record);
   const auto* band = static_cast<band_record*>(record);
   uint16_t* pointers[2] = {a.pointers[0], a.pointers[1]};
-  pyramid_gaussian_down_sample_uint8(pointers, a.widths, a.rows, band->band, band->bands);
-  tavo::band_done();
+  tavo::band_done(record, pyramid_gaussian_down_sample_uint8(pointers, a.widths, a.rows, band->band,
+                                                             band->bands));
   return 0;
 }
 
 // Builds level + 1 of a Gaussian pyramid from level. Source bands of (h / 4)
 // rounded down to even rows start on even rows, so each band's destination
 // rows start at half its first source row.
-extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_process(
-    uint16_t** level_table, uint32_t level, const int32_t* widths, const int32_t* heights) {
-  if (level_table == nullptr || widths == nullptr || heights == nullptr) {
-    HDR_LOG_AS(544, "pyramid_gaussian_down_sample_uint8_process",
-               "in_buffer is NULL,0x%x,0x%x,0x%x,0x%x\n", tavo::platform::log_hex(level_table),
-               tavo::platform::log_hex(widths), tavo::platform::log_hex(heights), 0u);
-  }
+int32_t tavo::gaussian_reduce_level(uint16_t** level_table, uint32_t level, const int32_t* widths,
+                                    const int32_t* heights) {
   const int32_t src_width = widths[level];
   const int32_t dst_width = widths[level + 1];
   const int32_t dst_height = heights[level + 1];
   const tavo::BandSplit split = tavo::split_rows(heights[level], tavo::SplitRule::kPyramidEven);
-  tavo::run_bands<GaussianBand>(
+  return tavo::run_bands<GaussianBand>(
       split.bands, pyramid_gaussian_down_sample_uint8_parameter, [&](int32_t b, GaussianBand& a) {
         a.pointers[0] = level_table[level] + static_cast<ptrdiff_t>(split.first(b)) * src_width;
         a.pointers[1] = level_table[level + 1] + static_cast<ptrdiff_t>(split.half_first(b)) * dst_width;
@@ -116,5 +112,15 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_process(
         a.rows[1] = split.half_rows(b, dst_height);
         a.level = level;
       });
+}
+
+extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_process(
+    uint16_t** level_table, uint32_t level, const int32_t* widths, const int32_t* heights) {
+  if (level_table == nullptr || widths == nullptr || heights == nullptr) {
+    HDR_LOG_AS(544, "pyramid_gaussian_down_sample_uint8_process",
+               "in_buffer is NULL,0x%x,0x%x,0x%x,0x%x\n", tavo::platform::log_hex(level_table),
+               tavo::platform::log_hex(widths), tavo::platform::log_hex(heights), 0u);
+  }
+  tavo::gaussian_reduce_level(level_table, level, widths, heights);
   return 0;
 }

@@ -12,6 +12,7 @@
 
 #include "fusion/expanded_band.h"
 #include "fusion/pyramid_rows.h"
+#include "fusion/pyramid_stages.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
 #include "pool/band_jobs.h"
@@ -60,28 +61,21 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_laplacian_down_sample_parameter(void*
   const auto& a = tavo::band_payload<LaplacianBand>(record);
   const auto* band = static_cast<band_record*>(record);
   uint16_t* pointers[2] = {a.pointers[0], a.pointers[1]};
-  pyramid_laplacian_down_sample(a.out, pointers, a.widths, a.rows, band->band, band->bands);
-  tavo::band_done();
+  tavo::band_done(record, pyramid_laplacian_down_sample(a.out, pointers, a.widths, a.rows, band->band,
+                                                        band->bands));
   return 0;
 }
 
 // Builds band-pass level `level` from Gaussian levels level and level + 1.
 // Fine bands of (h / 4) rounded down to even rows start on even rows, at twice
-// their first coarse row. `levels` is not needed.
-extern "C" TAVO_HDR_EXPORT int32_t pyramid_laplacian_down_sample_process(
-    int16_t** lap_table, uint16_t** gauss_table, uint32_t level, const int32_t* widths,
-    const int32_t* heights, int32_t /*levels*/) {
-  if (lap_table == nullptr || gauss_table == nullptr || widths == nullptr || heights == nullptr) {
-    HDR_LOG_AS(607, "pyramid_laplacian_down_sample_process",
-               "in_buffer is NULL,0x%x,0x%x,0x%x,0x%x,0x%x\n", tavo::platform::log_hex(lap_table),
-               tavo::platform::log_hex(gauss_table), tavo::platform::log_hex(widths),
-               tavo::platform::log_hex(heights), 0u);
-  }
+// their first coarse row.
+int32_t tavo::laplacian_level(int16_t** lap_table, uint16_t** gauss_table, uint32_t level,
+                              const int32_t* widths, const int32_t* heights) {
   const int32_t fine_width = widths[level];
   const int32_t coarse_width = widths[level + 1];
   const int32_t coarse_height = heights[level + 1];
   const tavo::BandSplit split = tavo::split_rows(heights[level], tavo::SplitRule::kPyramidEven);
-  tavo::run_bands<LaplacianBand>(
+  return tavo::run_bands<LaplacianBand>(
       split.bands, pyramid_laplacian_down_sample_parameter, [&](int32_t b, LaplacianBand& a) {
         const ptrdiff_t fine_first = split.first(b);
         a.out = lap_table[level] + fine_first * fine_width;
@@ -94,5 +88,18 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_laplacian_down_sample_process(
         a.rows[1] = split.half_rows(b, coarse_height);
         a.level = level;
       });
+}
+
+// `levels` is not needed.
+extern "C" TAVO_HDR_EXPORT int32_t pyramid_laplacian_down_sample_process(
+    int16_t** lap_table, uint16_t** gauss_table, uint32_t level, const int32_t* widths,
+    const int32_t* heights, int32_t /*levels*/) {
+  if (lap_table == nullptr || gauss_table == nullptr || widths == nullptr || heights == nullptr) {
+    HDR_LOG_AS(607, "pyramid_laplacian_down_sample_process",
+               "in_buffer is NULL,0x%x,0x%x,0x%x,0x%x,0x%x\n", tavo::platform::log_hex(lap_table),
+               tavo::platform::log_hex(gauss_table), tavo::platform::log_hex(widths),
+               tavo::platform::log_hex(heights), 0u);
+  }
+  tavo::laplacian_level(lap_table, gauss_table, level, widths, heights);
   return 0;
 }

@@ -5,6 +5,7 @@
 #include <array>
 
 #include "fusion/blend_rows.h"
+#include "fusion/pyramid_stages.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
 #include "platform/memory.h"
@@ -62,17 +63,56 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusion_pyramid(int16_t* out, const uint16_t*
 extern "C" TAVO_HDR_EXPORT int32_t fusion_pyramid_parameter(void* record) {
   const auto& a = tavo::band_payload<tavo::BlendBand>(record);
   const auto* band = static_cast<band_record*>(record);
-  if (a.lap_rows != nullptr && a.gauss_rows != nullptr) {
-    fusion_pyramid(a.out, a.lut, a.lap_rows, a.gauss_rows, a.width, a.rows, a.frames, band->band,
-                   band->bands);
+  if (a.lap_rows == nullptr || a.gauss_rows == nullptr) {
+    tavo::band_done(record, -1);  // its row pointers could not be allocated
+    return 0;
   }
-  tavo::band_done();
+  fusion_pyramid(a.out, a.lut, a.lap_rows, a.gauss_rows, a.width, a.rows, a.frames, band->band,
+                 band->bands);
+  tavo::band_done(record);
   return 0;
 }
 
 // Blends level `level` of every frame into out_levels[level]: four bands of
 // H/4 rows (the last takes the rest), or one band when H/4 < 2. Each band gets
-// its own arrays of per-frame row pointers, freed after the wait.
+// its own arrays of per-frame row pointers, freed after the wait; a band whose
+// arrays could not be allocated is left unblended and fails the batch.
+int32_t tavo::blend_level(int16_t** out_levels, const uint16_t* lut, int16_t*** lap_pyramids,
+                          uint16_t*** gauss_pyramids, const int32_t* widths, const int32_t* heights,
+                          int32_t level, uint32_t frames) {
+  const int32_t width = widths[level];
+  const tavo::BandSplit split = tavo::split_rows(heights[level], tavo::SplitRule::kPyramid);
+  int16_t** lap_arrays[4] = {};
+  uint16_t** gauss_arrays[4] = {};
+  for (int32_t b = 0; b < split.bands; ++b) {
+    lap_arrays[b] = static_cast<int16_t**>(tavo::platform::mem_alloc(sizeof(int16_t*) * frames));
+    gauss_arrays[b] = static_cast<uint16_t**>(tavo::platform::mem_alloc(sizeof(uint16_t*) * frames));
+    if (lap_arrays[b] != nullptr && gauss_arrays[b] != nullptr) continue;
+    HDR_LOG("band %d: row pointer arrays not allocated, band left unblended\n", b);
+    tavo::platform::mem_free(lap_arrays[b]);
+    tavo::platform::mem_free(gauss_arrays[b]);
+    lap_arrays[b] = nullptr;
+    gauss_arrays[b] = nullptr;
+  }
+  const int32_t status = tavo::run_bands<tavo::BlendBand>(
+      split.bands, fusion_pyramid_parameter, [&](int32_t b, tavo::BlendBand& a) {
+        const ptrdiff_t first = static_cast<ptrdiff_t>(split.first(b)) * width;
+        if (lap_arrays[b] != nullptr) {
+          for (uint32_t f = 0; f < frames; ++f) {
+            lap_arrays[b][f] = lap_pyramids[f][level] + first;
+            gauss_arrays[b][f] = gauss_pyramids[f][level] + first;
+          }
+        }
+        a = tavo::BlendBand{out_levels[level] + first, lut, lap_arrays[b], gauss_arrays[b], width,
+                            split.rows(b), static_cast<int32_t>(frames)};
+      });
+  for (int b = 0; b < 4; ++b) {
+    tavo::platform::mem_free(lap_arrays[b]);
+    tavo::platform::mem_free(gauss_arrays[b]);
+  }
+  return status;
+}
+
 extern "C" TAVO_HDR_EXPORT int32_t fusion_pyramid_process(int16_t** out_levels, const uint16_t* lut,
                                                           int16_t*** lap_pyramids,
                                                           uint16_t*** gauss_pyramids,
@@ -91,34 +131,6 @@ extern "C" TAVO_HDR_EXPORT int32_t fusion_pyramid_process(int16_t** out_levels, 
     HDR_LOG("%u frames, nothing blended\n", frames);
     return 0;
   }
-  const int32_t width = widths[level];
-  const tavo::BandSplit split = tavo::split_rows(heights[level], tavo::SplitRule::kPyramid);
-  int16_t** lap_arrays[4] = {};
-  uint16_t** gauss_arrays[4] = {};
-  for (int32_t b = 0; b < split.bands; ++b) {
-    lap_arrays[b] = static_cast<int16_t**>(tavo::platform::mem_alloc(sizeof(int16_t*) * frames));
-    gauss_arrays[b] = static_cast<uint16_t**>(tavo::platform::mem_alloc(sizeof(uint16_t*) * frames));
-    if (lap_arrays[b] != nullptr && gauss_arrays[b] != nullptr) continue;
-    HDR_LOG("band %d: row pointer arrays not allocated, band left unblended\n", b);
-    tavo::platform::mem_free(lap_arrays[b]);
-    tavo::platform::mem_free(gauss_arrays[b]);
-    lap_arrays[b] = nullptr;
-    gauss_arrays[b] = nullptr;
-  }
-  tavo::run_bands<tavo::BlendBand>(split.bands, fusion_pyramid_parameter, [&](int32_t b, tavo::BlendBand& a) {
-    const ptrdiff_t first = static_cast<ptrdiff_t>(split.first(b)) * width;
-    if (lap_arrays[b] != nullptr) {
-      for (uint32_t f = 0; f < frames; ++f) {
-        lap_arrays[b][f] = lap_pyramids[f][level] + first;
-        gauss_arrays[b][f] = gauss_pyramids[f][level] + first;
-      }
-    }
-    a = tavo::BlendBand{out_levels[level] + first, lut, lap_arrays[b], gauss_arrays[b], width,
-                        split.rows(b), static_cast<int32_t>(frames)};
-  });
-  for (int b = 0; b < 4; ++b) {
-    tavo::platform::mem_free(lap_arrays[b]);
-    tavo::platform::mem_free(gauss_arrays[b]);
-  }
+  tavo::blend_level(out_levels, lut, lap_pyramids, gauss_pyramids, widths, heights, level, frames);
   return 0;
 }

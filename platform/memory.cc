@@ -6,15 +6,19 @@
 namespace tavo::platform {
 namespace {
 std::atomic<long> g_live{0};
-std::atomic<long> g_budget{-1};  // allocations left before failures start; <0: unlimited
+// Failure injection: allocations numbered from 0 since the switch was set;
+// those from g_first on fail, g_failures of them (all when negative).
+std::atomic<long> g_first{-1};  // <0: never fail
+std::atomic<long> g_failures{-1};
+std::atomic<long> g_seen{0};
 
 bool allocation_allowed() {
-  long budget = g_budget.load(std::memory_order_relaxed);
-  while (budget >= 0) {
-    if (budget == 0) return false;
-    if (g_budget.compare_exchange_weak(budget, budget - 1, std::memory_order_relaxed)) return true;
-  }
-  return true;
+  const long first = g_first.load(std::memory_order_relaxed);
+  if (first < 0) return true;
+  const long n = g_seen.fetch_add(1, std::memory_order_relaxed);
+  if (n < first) return true;
+  const long failures = g_failures.load(std::memory_order_relaxed);
+  return failures >= 0 && n >= first + failures;
 }
 }  // namespace
 
@@ -38,7 +42,13 @@ void mem_free(void* ptr) {
   free(ptr);
 }
 
-void fail_allocations_after(long successes) { g_budget.store(successes, std::memory_order_relaxed); }
+void fail_allocations_after(long successes, long failures) {
+  g_first.store(-1, std::memory_order_relaxed);
+  g_seen.store(0, std::memory_order_relaxed);
+  g_failures.store(failures, std::memory_order_relaxed);
+  g_first.store(successes, std::memory_order_relaxed);
+}
+long allocations_since_switch() { return g_seen.load(std::memory_order_relaxed); }
 long live_allocations() { return g_live.load(std::memory_order_relaxed); }
 
 }  // namespace tavo::platform

@@ -10,9 +10,12 @@ void* mem_alloc(size_t size);
 void* mem_calloc(size_t count, size_t size);
 void mem_free(void* ptr);
 
-// Lets `successes` more allocations through, then fails every later one until
-// the switch is reset with a negative value (the default: never fail).
-void fail_allocations_after(long successes);
+// Lets `successes` more allocations through, then fails the next `failures`
+// (every later one when negative) until the switch is reset with a negative
+// `successes` (the default: never fail).
+void fail_allocations_after(long successes, long failures = -1);
+// Allocations asked for since the switch was last set.
+long allocations_since_switch();
 // Allocations taken and not yet freed.
 long live_allocations();
 

@@ -42,7 +42,9 @@ void wait_bands(int32_t bands) {
 
 }  // namespace detail
 
-void band_done() {
+void band_done(void* record, int32_t status) {
+  // Written before the count moves on: the dispatcher reads it after its wait.
+  static_cast<band_record*>(record)->status = status;
   thread_pool* tp = pool;
   if (tp == nullptr) {
     __atomic_add_fetch(&count, 1, __ATOMIC_RELAXED);

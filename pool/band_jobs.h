@@ -1,8 +1,8 @@
 // Band jobs: every parallel image operation X is cut into at most four
 // horizontal bands. Its dispatcher X_process describes the bands with
 // run_bands(); its job body X_parameter reads its band with band_payload(),
-// runs the kernel and reports with band_done(). Queueing and waiting live here
-// only.
+// runs the kernel and reports with band_done(), passing on the kernel's result.
+// Queueing and waiting live here only.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,7 @@
 #include <type_traits>
 
 #include "include/tavo_lumo_hdr.h"
+#include "pool/library_lock.h"
 
 // One band of the batch being run. The payload holds the kernel's arguments for
 // the band, laid out by the kernel's own record type.
@@ -17,6 +18,7 @@ struct band_record {
   int32_t band;               // band index, 0 first
   int32_t bands;              // number of bands of the batch
   int32_t (*body)(void*);     // job body that runs this band
+  int32_t status;             // 0 once the band's rows are written, -1 if it could not run
   alignas(16) unsigned char payload[224];
 };
 
@@ -63,26 +65,33 @@ Payload& band_payload(void* record) {
   return *std::launder(reinterpret_cast<Payload*>(static_cast<band_record*>(record)->payload));
 }
 
-// Reported by each job body once its band is written.
-void band_done();
+// Reported by each job body once its band has run: status 0 when the kernel
+// wrote the band's rows, -1 when it could not (its scratch was not allocated).
+void band_done(void* record, int32_t status = 0);
 
 // Runs one batch: for every band b, fill(b, payload) writes the band's kernel
 // arguments, and the job `body` is queued on the pool; returns when all bands
-// have reported.
+// have reported: 0 when every band wrote its rows, -1 when any could not. The
+// batch holds the library lock, so two threads never share the band records.
 template <class Payload, class Fill>
-void run_bands(int32_t bands, int32_t (*body)(void*), Fill&& fill) {
+int32_t run_bands(int32_t bands, int32_t (*body)(void*), Fill&& fill) {
   static_assert(sizeof(Payload) <= sizeof(band_record::payload), "band payload too large");
   static_assert(std::is_trivially_copyable_v<Payload>, "band payload must be plain data");
+  const LibraryLock hold;
   count = 0;
   for (int32_t b = 0; b < bands; ++b) {
     band_record& record = arg[b];
     record.band = b;
     record.bands = bands;
     record.body = body;
+    record.status = 0;
     fill(b, *::new (static_cast<void*>(record.payload)) Payload{});
     detail::queue_band(&record);
   }
   detail::wait_bands(bands);
+  int32_t status = 0;
+  for (int32_t b = 0; b < bands; ++b) status |= arg[b].status;
+  return status;
 }
 
 }  // namespace tavo

@@ -12,6 +12,7 @@
 #include "platform/memory.h"
 #include "platform/properties.h"
 #include "platform/threads.h"
+#include "pool/library_lock.h"
 
 using tavo::platform::mem_alloc;
 using tavo::platform::mem_free;
@@ -67,6 +68,7 @@ void free_pool_record(thread_pool* tp) {
 }  // namespace
 
 extern "C" TAVO_HDR_EXPORT int32_t pool_init(int32_t max_thread_num) {
+  const tavo::LibraryLock hold;  // one init or destroy at a time, never during a capture
   if (max_thread_num < 1 || max_thread_num > tavo::kPoolWorkers) {
     HDR_LOG("can't create %d threads, the pool holds 1 to %d\n", max_thread_num, tavo::kPoolWorkers);
     return -1;
@@ -198,6 +200,7 @@ extern "C" TAVO_HDR_EXPORT void* thread_routine(void* arg) {
 
 extern "C" TAVO_HDR_EXPORT int32_t pool_add_worker(void* (*routine)(void*),
                                                                           void* arg) {
+  const tavo::LibraryLock hold;  // the pool cannot go away while a job is queued
   thread_pool* tp = pool;
   auto* job = static_cast<pool_job*>(mem_alloc(sizeof(pool_job)));
   if (tp == nullptr || job == nullptr) {
@@ -224,7 +227,10 @@ extern "C" TAVO_HDR_EXPORT int32_t pool_add_worker(void* (*routine)(void*),
   return 0;
 }
 
+// A destroy that arrives while a capture or a batch runs waits for it to end:
+// both hold the library lock, so no queued job is ever left behind a waiter.
 extern "C" TAVO_HDR_EXPORT int32_t pool_destroy() {
+  const tavo::LibraryLock hold;
   thread_pool* tp = pool;
   if (tp == nullptr) {
     HDR_LOG("no thread pool to destroy\n");

@@ -14,6 +14,7 @@
 #include "api/lifecycle.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/clock.h"
+#include "platform/memory.h"
 #include "support/test_support.h"
 
 namespace tavo {
@@ -163,6 +164,38 @@ TEST_F(Capture, ConcurrentCallersRunOneAfterAnother) {
   for (int t = 0; t < 4; ++t) {
     EXPECT_EQ(results[t], 0);
     EXPECT_EQ(outs[t], reference) << "caller " << t;
+  }
+}
+
+// Every allocation of a small capture fails in turn, one at a time: the
+// capture either still computes every byte (a job record that could not be
+// queued runs its band on the caller) or returns -1 with its reason logged,
+// and nothing is left allocated either way.
+TEST_F(Capture, EveryAllocationFailureGivesMinusOneOrTheExactFrame) {
+  for (const char* layout : {"YUV420_PLANAR", "YVU420_SEMIPLANAR"}) {
+    int32_t result = -1;
+    const std::vector<uint8_t> reference = run(72, 40, layout, &result);
+    ASSERT_EQ(result, 0);
+    int failed = 0;
+    for (long k = 0;; ++k) {
+      SCOPED_TRACE(std::string(layout) + " allocation " + std::to_string(k));
+      const long live = platform::live_allocations();
+      LogCapture log;
+      platform::fail_allocations_after(k, 1);
+      const std::vector<uint8_t> out = run(72, 40, layout, &result);
+      const bool injected = platform::allocations_since_switch() > k;
+      platform::fail_allocations_after(-1);
+      EXPECT_EQ(platform::live_allocations(), live);
+      if (result == 0) {
+        EXPECT_EQ(out, reference);
+      } else {
+        EXPECT_EQ(result, -1);
+        EXPECT_TRUE(log.contains("GetAlignImg error!")) << log.joined();
+        ++failed;
+      }
+      if (!injected) break;
+    }
+    EXPECT_GT(failed, 5);
   }
 }
 

@@ -45,36 +45,48 @@ class FusionDriver : public test::PoolTest {
   std::array<std::vector<uint8_t>, 3> frames_;
 };
 
+// One allocation fails at a time: every failure path of the fusion is taken
+// somewhere in the sweep, each logs its own line and frees everything; any
+// other result is the exact fused frame.
 TEST_F(FusionDriver, EveryAllocationFailureIsReportedAndFreed) {
   make_frames(64, 48, "YUV420_PLANAR");
   const int32_t offsets[6] = {2, 0, 0, 2, 4, 4};
   std::vector<uint8_t> reference(64 * 48 * 3 / 2, 0);
   ASSERT_EQ(fuse(56, 42, offsets, "YUV420_PLANAR", reference), 0);
-
-  for (long budget = 0;; ++budget) {
-    SCOPED_TRACE(budget);
+  const std::vector<std::string> paths = {
+      "L 106, pyrFuse: w_pyramid_y||h_pyramid_y malloc error",
+      "L 137, pyrFuse: mem malloc fail.\n",
+      "L 251, pyrFuse: pyramid_gaussian_down_sample_uint8_process malloc error and return -1\n",
+      "L 269, pyrFuse: pyramid_laplacian_down_sample_process malloc error and return -1\n",
+      "pyrFuse: fusion_pyramid_process could not blend level",
+      "L 385, pyrFuse: pyramid_reconstruct_y_process malloc error and return -1\n"};
+  std::vector<int> taken(paths.size(), 0);
+  for (long k = 0;; ++k) {
+    SCOPED_TRACE(k);
     const long live = platform::live_allocations();
     LogCapture log;
     std::vector<uint8_t> out(reference.size(), 0);
-    platform::fail_allocations_after(budget);
+    platform::fail_allocations_after(k, 1);
     const int32_t result = fuse(56, 42, offsets, "YUV420_PLANAR", out);
+    const bool injected = platform::allocations_since_switch() > k;
     platform::fail_allocations_after(-1);
     EXPECT_EQ(platform::live_allocations(), live);
-    if (budget <= 1) {
-      EXPECT_EQ(result, -1);
-      EXPECT_TRUE(log.contains("L 106, pyrFuse: w_pyramid_y||h_pyramid_y malloc error")) << log.joined();
-    } else if (budget == 2) {
-      EXPECT_EQ(result, -1);
-      EXPECT_TRUE(log.contains("L 137, pyrFuse: mem malloc fail.\n")) << log.joined();
-    } else {
-      // Band scratch failures are logged by the bands; the fusion carries on.
-      EXPECT_EQ(result, 0);
-      if (log.lines().empty()) {
-        EXPECT_EQ(out, reference);
-        break;
-      }
+    int reasons = 0;
+    for (size_t p = 0; p < paths.size(); ++p) {
+      const int n = log.count(paths[p]);
+      taken[p] += n;
+      reasons += n;
     }
+    if (result == 0) {
+      EXPECT_EQ(out, reference);
+      EXPECT_EQ(reasons, 0);
+    } else {
+      EXPECT_EQ(result, -1);
+      EXPECT_EQ(reasons, 1) << log.joined();
+    }
+    if (!injected) break;
   }
+  for (size_t p = 0; p < paths.size(); ++p) EXPECT_GT(taken[p], 0) << paths[p];
 }
 
 // A crop of one pyramid level leaves luma and fuses chroma; an unknown layout
@@ -92,7 +104,11 @@ TEST_F(FusionDriver, OneLevelCropOrUnknownLayoutFuseOnlyPartOfTheFrame) {
 
   make_frames(32, 32, "YUV420_PLANAR");
   out.assign(32 * 32 * 3 / 2, 0xAB);
+  LogCapture log;
   ASSERT_EQ(fuse(32, 32, offsets, "NV21", out), 0);
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_TRUE(log.lines()[0].ends_with(
+      ", pyrFuse: layout NV21 is neither YUV420_PLANAR nor YVU420_SEMIPLANAR, chroma not fused\n"));
   EXPECT_EQ(std::count(out.begin() + 32 * 32, out.end(), 0xAB), 32 * 32 / 2);
   EXPECT_TRUE(written(out, 0, 32 * 32));
 }
@@ -101,10 +117,16 @@ TEST_F(FusionDriver, RefusesWhatItCannotFuse) {
   make_frames(16, 16, "YUV420_PLANAR");
   const int32_t offsets[6] = {0, 0, 0, 0, 0, 0};
   std::vector<uint8_t> out(16 * 16 * 3 / 2, 0);
+  const uint8_t* ptrs[3] = {frames_[0].data(), frames_[1].data(), frames_[2].data()};
   LogCapture log;
   EXPECT_EQ(fuse(16, 1, offsets, "YUV420_PLANAR", out), -1);
   EXPECT_EQ(pyrFuse(nullptr, 3, 16, 16, 16, 16, offsets, out.data(), "YUV420_PLANAR"), -1);
-  EXPECT_EQ(log.count("pyrFuse input error"), 2);
+  // Chroma is fused from three frames: fewer are refused before anything is read.
+  for (const char* layout : {"YUV420_PLANAR", "YVU420_SEMIPLANAR"}) {
+    for (uint32_t n : {1u, 2u}) EXPECT_EQ(pyrFuse(ptrs, n, 16, 16, 16, 16, offsets, out.data(), layout), -1);
+  }
+  EXPECT_EQ(log.count("pyrFuse input error"), 6);
+  EXPECT_EQ(log.count("is fused from 3 frames, 2 given"), 2);
 }
 
 }  // namespace

@@ -87,7 +87,7 @@ int bands_run() {
   std::atomic<int> ran{0};
   run_bands<std::atomic<int>*>(4, [](void* record) -> int32_t {
     band_payload<std::atomic<int>*>(record)->fetch_add(1);
-    band_done();
+    band_done(record);
     return 0;
   }, [&](int32_t, std::atomic<int>*& payload) { payload = &ran; });
   return ran;
@@ -200,7 +200,7 @@ struct Mark {
 int32_t mark_rows(void* record) {
   const Mark& m = band_payload<Mark>(record);
   for (int32_t r = 0; r < m.n; ++r) m.rows[m.first + r] += 1 + static_cast<band_record*>(record)->band;
-  band_done();
+  band_done(record);
   return 0;
 }
 
