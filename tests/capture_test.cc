@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <iterator>
 #include <thread>
@@ -15,6 +17,7 @@
 #include "include/tavo_lumo_hdr.h"
 #include "platform/clock.h"
 #include "platform/memory.h"
+#include "pool/thread_pool.h"
 #include "support/test_support.h"
 
 namespace tavo {
@@ -150,23 +153,6 @@ TEST_F(Capture, StopDuringTheResizeGivesOneWithACompleteOutput) {
   EXPECT_EQ(out, reference);
 }
 
-TEST_F(Capture, ConcurrentCallersRunOneAfterAnother) {
-  int32_t result = -1;
-  const std::vector<uint8_t> reference = run(96, 64, "YUV420_PLANAR", &result);
-  ASSERT_EQ(result, 0);
-  std::vector<std::vector<uint8_t>> outs(4);
-  std::vector<int32_t> results(4, -1);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&, t] { outs[t] = run(96, 64, "YUV420_PLANAR", &results[t]); });
-  }
-  for (std::thread& t : threads) t.join();
-  for (int t = 0; t < 4; ++t) {
-    EXPECT_EQ(results[t], 0);
-    EXPECT_EQ(outs[t], reference) << "caller " << t;
-  }
-}
-
 // Every allocation of a small capture fails in turn, one at a time: the
 // capture either still computes every byte (a job record that could not be
 // queued runs its band on the caller) or returns -1 with its reason logged,
@@ -197,6 +183,84 @@ TEST_F(Capture, EveryAllocationFailureGivesMinusOneOrTheExactFrame) {
     }
     EXPECT_GT(failed, 5);
   }
+}
+
+// A destroy that arrives while a capture runs waits for the capture to end,
+// then stops the pool: the capture completes, nothing hangs. The clock holds
+// the capture at its first reading until the destroy has been called.
+std::atomic<int> g_readings_taken{0};
+int64_t slow_start_clock() {
+  if (g_readings_taken++ == 0) std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  return 0;
+}
+
+TEST_F(Capture, DestroyDuringACaptureWaitsForItToEnd) {
+  platform::set_monotonic_clock_for_testing(slow_start_clock);
+  g_readings_taken = 1;
+  int32_t result = -1;
+  const std::vector<uint8_t> reference = run(160, 96, "YUV420_PLANAR", &result);
+  ASSERT_EQ(result, 0);
+  const int readings = g_readings_taken - 1;
+  g_readings_taken = 0;
+  std::vector<uint8_t> out;
+  std::thread camera([&] { out = run(160, 96, "YUV420_PLANAR", &result); });
+  while (g_readings_taken == 0) std::this_thread::yield();
+  EXPECT_EQ(tavo_hdr_pool_destroy(), 0);
+  EXPECT_EQ(g_readings_taken, readings);  // the whole capture ran before the pool went
+  camera.join();
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(out, reference);
+  EXPECT_EQ(pool, nullptr);
+  ASSERT_EQ(tavo_hdr_pool_init(), 0);  // for the fixture's destroy
+}
+
+// The exported pipeline, fusion and dispatchers called from several threads
+// beside running captures are serialised with them: every result is the one
+// each gives alone.
+TEST_F(Capture, ExportedOperationsBesideCapturesGiveTheirOwnResults) {
+  const test::ScopedTickingClock clock;
+  const auto frames = test::bracket(64, 48, "YUV420_PLANAR", 5);
+  const uint8_t* ptrs[3] = {frames[0].data(), frames[1].data(), frames[2].data()};
+  const int32_t offsets[6] = {0, 2, 2, 0, 4, 4};
+  const int32_t widths[2] = {64, 32}, heights[2] = {48, 24};
+  const std::vector<uint16_t> level0(64 * 48, 1234);
+  const size_t frame = 64 * 48 * 3 / 2;
+  const auto capture = [&] {
+    std::vector<uint8_t> out(frame, 0);
+    EXPECT_EQ(HDR_Function(ptrs[0], ptrs[1], ptrs[2], out.data(), 48, 64, "YUV420_PLANAR"), 0);
+    return out;
+  };
+  const std::vector<std::function<std::vector<uint8_t>()>> ops = {
+      capture,
+      capture,
+      [&] {
+         std::vector<uint8_t> out(frame, 0);
+         EXPECT_EQ(GetAlignImg(ptrs, 64, 48, 3, out.data(), "YUV420_PLANAR"), 0);
+         return out;
+       },
+      [&] {
+         std::vector<uint8_t> out(frame, 0);
+         EXPECT_EQ(pyrFuse(ptrs, 3, 64, 48, 60, 44, offsets, out.data(), "YUV420_PLANAR"), 0);
+         return out;
+       },
+      [&] {
+         std::vector<uint16_t> pyramid(level0);
+         pyramid.resize(64 * 48 + 32 * 24);
+         uint16_t* table[2] = {pyramid.data(), pyramid.data() + 64 * 48};
+         EXPECT_EQ(pyramid_gaussian_down_sample_uint8_process(table, 0, widths, heights), 0);
+         const auto* bytes = reinterpret_cast<const uint8_t*>(table[1]);
+         return std::vector<uint8_t>(bytes, bytes + 2 * 32 * 24);
+       },
+  };
+  std::vector<std::vector<uint8_t>> alone;
+  for (const auto& op : ops) alone.push_back(op());
+  std::vector<std::thread> threads;
+  for (size_t i = 0; i < ops.size(); ++i) {
+    threads.emplace_back([&, i] {
+      for (int round = 0; round < 3; ++round) EXPECT_EQ(ops[i](), alone[i]) << "operation " << i;
+    });
+  }
+  for (std::thread& t : threads) t.join();
 }
 
 TEST(CaptureWithoutPool, IsRefused) {
