@@ -1,8 +1,15 @@
 #include "platform/properties.h"
 
-#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+
+#include "platform/log.h"
 
 #if defined(__ANDROID__)
 #include <sys/system_properties.h>
@@ -19,34 +26,150 @@ int copy_value(char* value, const char* text, size_t len) {
 }
 
 #if !defined(__ANDROID__)
-// Looks `key` up in the property file; the last line that sets it wins, as in
-// build.prop. Blank lines and lines starting with '#' are skipped.
+// Finds the value of one key in a stream of "key=value" lines fed in pieces,
+// so that lines of any length are read as the lines they are: a comment stays
+// a comment however long it is, and a long value keeps its first bytes. Blank
+// lines and lines whose first non-blank character is '#' are skipped; blanks
+// around the key, the '=' and the value are not part of them; a carriage
+// return ends the line's text. The last line that sets the key wins.
+class PropertyScanner {
+ public:
+  explicit PropertyScanner(const char* key) : key_(key), key_len_(strlen(key)) {}
+
+  void feed(const char* bytes, size_t n) {
+    for (size_t i = 0; i < n; ++i) step(bytes[i]);
+  }
+  // End of the text: a last line without a newline still counts.
+  void finish() { step('\n'); }
+  // The text was cut short: its last, partial line is dropped.
+  void drop_partial_line() { state_ = State::kLineStart; }
+
+  bool found() const { return found_; }
+  const char* value() const { return value_; }
+
+ private:
+  enum class State { kLineStart, kKey, kBeforeEquals, kBeforeValue, kValue, kSkip };
+
+  void step(char c) {
+    if (c == '\n') {
+      if (state_ == State::kBeforeValue || state_ == State::kValue) take_value();
+      state_ = State::kLineStart;
+      return;
+    }
+    if (c == '\r') c = '\0';  // the text of the line ends here
+    const bool blank = c == ' ' || c == '\t';
+    switch (state_) {
+      case State::kLineStart:
+        if (blank) return;
+        matched_ = 0;
+        state_ = c == '#' || c == '\0' ? State::kSkip : State::kKey;
+        if (state_ == State::kKey) key_char(c);
+        return;
+      case State::kKey:
+        key_char(c);
+        return;
+      case State::kBeforeEquals:
+        if (!blank) state_ = c == '=' ? State::kBeforeValue : State::kSkip;
+        return;
+      case State::kBeforeValue:
+        if (blank) return;
+        kept_ = 0;
+        value_end_ = 0;
+        length_ = 0;
+        state_ = State::kValue;
+        [[fallthrough]];
+      case State::kValue:
+        if (c == '\0') {
+          take_value();
+          state_ = State::kSkip;
+          return;
+        }
+        if (kept_ < kPropertyValueMax - 1) buffer_[kept_++] = c;
+        ++length_;
+        if (!blank) value_end_ = length_;
+        return;
+      case State::kSkip:
+        return;
+    }
+  }
+
+  // The key must match whole, and be followed by blanks or '='.
+  void key_char(char c) {
+    if (matched_ < key_len_) {
+      if (c == key_[matched_]) {
+        ++matched_;
+      } else {
+        state_ = State::kSkip;
+      }
+      return;
+    }
+    state_ = State::kBeforeEquals;
+    step(c);
+  }
+
+  // A value of only blanks is empty; trailing blanks are dropped before the
+  // value is cut to the property length.
+  void take_value() {
+    size_t n = state_ == State::kValue ? value_end_ : 0;
+    if (n > kept_) n = kept_;
+    memcpy(value_, buffer_, n);
+    value_[n] = '\0';
+    found_ = true;
+  }
+
+  const char* key_;
+  size_t key_len_;
+  State state_ = State::kLineStart;
+  size_t matched_ = 0;
+  char buffer_[kPropertyValueMax];
+  size_t kept_ = 0, value_end_ = 0, length_ = 0;
+  char value_[kPropertyValueMax] = {0};
+  bool found_ = false;
+};
+
+// Reads the property file named by TAVO_HDR_PROPERTIES, at most
+// kPropertyFileMax bytes of it: a property file is small, and a device or a
+// pipe given by mistake must neither block nor be read forever. Anything
+// other than a regular file is read without waiting for more data.
 bool read_property_file(const char* key, char* value) {
   const char* path = getenv(kPropertyFileVariable);
   if (path == nullptr || *path == '\0') return false;
-  FILE* file = fopen(path, "r");
-  if (file == nullptr) return false;
-  const size_t key_len = strlen(key);
-  bool found = false;
-  char line[512];
-  while (fgets(line, sizeof line, file) != nullptr) {
-    size_t len = strcspn(line, "\r\n");
-    line[len] = '\0';
-    const char* text = line;
-    while (*text == ' ' || *text == '\t') ++text;
-    if (*text == '#' || strncmp(text, key, key_len) != 0) continue;
-    const char* rest = text + key_len;
-    while (*rest == ' ' || *rest == '\t') ++rest;
-    if (*rest != '=') continue;
-    ++rest;
-    while (*rest == ' ' || *rest == '\t') ++rest;
-    size_t value_len = strlen(rest);
-    while (value_len > 0 && (rest[value_len - 1] == ' ' || rest[value_len - 1] == '\t')) --value_len;
-    copy_value(value, rest, value_len);
-    found = true;
+  const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return false;
+  struct stat st{};
+  const bool regular = fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+  if (!regular) {
+    HDR_LOG("property file %s is not a regular file, at most %zu bytes of it are read\n", path,
+            kPropertyFileMax);
+  } else if (static_cast<uint64_t>(st.st_size) > kPropertyFileMax) {
+    HDR_LOG("property file %s is %lld bytes, only the first %zu are read\n", path,
+            static_cast<long long>(st.st_size), kPropertyFileMax);
   }
-  fclose(file);
-  return found;
+  PropertyScanner scanner(key);
+  char chunk[4096];
+  size_t total = 0;
+  bool cut = false;
+  for (;;) {
+    const size_t want = kPropertyFileMax - total < sizeof chunk ? kPropertyFileMax - total : sizeof chunk;
+    if (want == 0) {
+      cut = !regular || static_cast<uint64_t>(st.st_size) > kPropertyFileMax;
+      break;
+    }
+    const ssize_t n = read(fd, chunk, want);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;  // end, or nothing more to read without waiting
+    scanner.feed(chunk, static_cast<size_t>(n));
+    total += static_cast<size_t>(n);
+  }
+  close(fd);
+  if (cut) {
+    scanner.drop_partial_line();
+  } else {
+    scanner.finish();
+  }
+  if (!scanner.found()) return false;
+  copy_value(value, scanner.value(), strlen(scanner.value()));
+  return true;
 }
 #endif
 

@@ -9,6 +9,8 @@ namespace tavo::platform {
 
 inline constexpr size_t kPropertyValueMax = 92;
 inline constexpr const char* kPropertyFileVariable = "TAVO_HDR_PROPERTIES";
+// The most of a property file a look-up reads.
+inline constexpr size_t kPropertyFileMax = 1 << 20;
 
 // Copies the value of `key` (or `default_value` when it is unset or empty) into
 // `value`, which holds kPropertyValueMax bytes; returns the length copied.
