@@ -1,6 +1,10 @@
 // One HDR capture, as the camera service calls it: serialised on the pool's
 // capture lock, arguments checked, inputs and output optionally dumped as raw
 // frames, the pipeline run, the whole capture timed.
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,7 +25,8 @@
 namespace {
 
 int64_t hdr_start_ns = 0;
-constexpr size_t kDumpNameMax = 256;
+// Dump names may be as long as the system allows a path to be.
+constexpr size_t kDumpNameMax = PATH_MAX;
 
 // The dump directory. A desktop build lets TAVO_HDR_DUMP_DIR in the environment
 // override the configured directory, so a replay tool can choose where a run
@@ -33,64 +38,97 @@ const char* dump_directory() {
   return TAVO_HDR_DUMP_DIR;
 }
 
-// "<dir>/IMG_<W>x<H><layout>_<date>_<time><suffix>" from the local time; false
-// when the name would not fit its buffer.
-bool dump_name(char (&name)[kDumpNameMax], int32_t width, int32_t height, const char* layout,
+// "<dir>/IMG_<W>x<H><layout>_<date>_<time><suffix>" from the local time. Empty,
+// with the reason logged, when the layout would lead the name out of the dump
+// directory or the name would not fit.
+void dump_name(char (&name)[kDumpNameMax], int32_t width, int32_t height, const char* layout,
                const char* suffix) {
+  name[0] = '\0';
+  if (strchr(layout, '/') != nullptr) {
+    HDR_LOG_AS(__LINE__, "HDR_Function", "layout %s holds a path separator, no dump is written\n", layout);
+    return;
+  }
   const struct tm t = tavo::platform::local_time();
   const int n = snprintf(name, kDumpNameMax, "%s/IMG_%dx%d%s_%04d%02d%02d_%02d%02d%02d%s",
                          dump_directory(), width, height, layout, t.tm_year + 1900, t.tm_mon + 1,
                          t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec, suffix);
-  return n >= 0 && static_cast<size_t>(n) < kDumpNameMax;
+  if (n < 0 || static_cast<size_t>(n) >= kDumpNameMax) {
+    HDR_LOG_AS(__LINE__, "HDR_Function", "dump name under %s is longer than %zu bytes\n", dump_directory(),
+               kDumpNameMax - 1);
+    name[0] = '\0';
+  }
 }
 
-// Dumps the three inputs under one time stamp; false after a failure, which
-// has been logged.
+// The four messages of one dump file: open failed, opened, write failed, written.
+struct DumpMessages {
+  const char* open_fail;
+  const char* open_ok;
+  const char* write_fail;
+  const char* write_ok;
+};
+
+// Writes one dump file whole; false after a failure, which has been logged
+// with its fixed message and a line naming the path and the system's reason.
+// The file counts as written only once it is flushed and closed: a dump cut
+// short (disk full, file size limit) is a write failure and is removed.
+bool dump_file(const char* path, const uint8_t* data, size_t bytes, const DumpMessages& m) {
+  FILE* file = path[0] != '\0' ? fopen(path, "wb") : nullptr;
+  if (file == nullptr) {
+    const int err = errno;
+    HDR_LOG_AS(__LINE__, "HDR_Function", "%s", m.open_fail);
+    if (path[0] != '\0') HDR_LOG_AS(__LINE__, "HDR_Function", "cannot open %s: %s\n", path, strerror(err));
+    return false;
+  }
+  HDR_LOG_AS(__LINE__, "HDR_Function", "%s", m.open_ok);
+  bool ok = fwrite(data, 1, bytes, file) == bytes;
+  int err = errno;
+  if (ok && fflush(file) != 0) {
+    ok = false;
+    err = errno;
+  }
+  if (fclose(file) != 0 && ok) {
+    ok = false;
+    err = errno;
+  }
+  if (!ok) {
+    HDR_LOG_AS(__LINE__, "HDR_Function", "%s", m.write_fail);
+    HDR_LOG_AS(__LINE__, "HDR_Function", "cannot write %s: %s\n", path, strerror(err));
+    unlink(path);
+    return false;
+  }
+  HDR_LOG_AS(__LINE__, "HDR_Function", "%s", m.write_ok);
+  return true;
+}
+
+size_t frame_bytes(int32_t width, int32_t height) { return static_cast<size_t>((width * height * 3) / 2); }
+
+// Dumps the three inputs under one time stamp; false after a failure.
 bool dump_inputs(const uint8_t* const* frames, int32_t width, int32_t height, const char* layout) {
-  static constexpr const char* kOpenFail[] = {"fopen img0 fail!\n", "fopen img1 fail!\n", "fopen img2 fail!\n"};
-  static constexpr const char* kOpenOk[] = {"fopen img0 success!\n", "fopen img1 success!\n", "fopen img2 success!\n"};
-  static constexpr const char* kWriteFail[] = {"fwrite img0 error!\n", "fwrite img1 error!\n", "fwrite img2 error!\n"};
-  static constexpr const char* kWriteOk[] = {"fwrite img0 success!\n", "fwrite img1  success!\n", "fwrite img2 success!\n"};
+  static constexpr DumpMessages kMessages[] = {
+      {"fopen img0 fail!\n", "fopen img0 success!\n", "fwrite img0 error!\n", "fwrite img0 success!\n"},
+      {"fopen img1 fail!\n", "fopen img1 success!\n", "fwrite img1 error!\n", "fwrite img1  success!\n"},
+      {"fopen img2 fail!\n", "fopen img2 success!\n", "fwrite img2 error!\n", "fwrite img2 success!\n"},
+  };
   char base[kDumpNameMax];
-  const bool base_fits = dump_name(base, width, height, layout, "");
-  const size_t bytes = static_cast<size_t>((width * height * 3) / 2);
+  dump_name(base, width, height, layout, "");
   for (int k = 0; k < 3; ++k) {
-    char name[kDumpNameMax];
-    const int n = snprintf(name, sizeof name, "%s_%d.yuv", base, k);
-    FILE* file = base_fits && n >= 0 && static_cast<size_t>(n) < sizeof name ? fopen(name, "wb") : nullptr;
-    if (file == nullptr) {
-      HDR_LOG_AS(__LINE__, "HDR_Function", "%s", kOpenFail[k]);
-      return false;
+    char name[kDumpNameMax] = "";
+    if (base[0] != '\0') {
+      const int n = snprintf(name, sizeof name, "%s_%d.yuv", base, k);
+      if (n < 0 || static_cast<size_t>(n) >= sizeof name) name[0] = '\0';
     }
-    HDR_LOG_AS(__LINE__, "HDR_Function", "%s", kOpenOk[k]);
-    if (fwrite(frames[k], 1, bytes, file) < bytes) {
-      HDR_LOG_AS(__LINE__, "HDR_Function", "%s", kWriteFail[k]);
-      fclose(file);
-      return false;
-    }
-    HDR_LOG_AS(__LINE__, "HDR_Function", "%s", kWriteOk[k]);
-    fclose(file);
+    if (!dump_file(name, frames[k], frame_bytes(width, height), kMessages[k])) return false;
   }
   HDR_LOG_AS(__LINE__, "HDR_Function", "save input\n");
   return true;
 }
 
 bool dump_output(const uint8_t* out, int32_t width, int32_t height, const char* layout) {
+  static constexpr DumpMessages kMessages = {"fopen img fail!\n", "fopen img success!\n",
+                                             "fwrite img error!\n", "fwrite img success!\n"};
   char name[kDumpNameMax];
-  FILE* file = dump_name(name, width, height, layout, "_hdr.yuv") ? fopen(name, "wb") : nullptr;
-  if (file == nullptr) {
-    HDR_LOG_AS(__LINE__, "HDR_Function", "fopen img fail!\n");
-    return false;
-  }
-  HDR_LOG_AS(__LINE__, "HDR_Function", "fopen img success!\n");
-  const size_t bytes = static_cast<size_t>((width * height * 3) / 2);
-  if (fwrite(out, 1, bytes, file) < bytes) {
-    HDR_LOG_AS(__LINE__, "HDR_Function", "fwrite img error!\n");
-    fclose(file);
-    return false;
-  }
-  HDR_LOG_AS(__LINE__, "HDR_Function", "fwrite img success!\n");
-  fclose(file);
+  dump_name(name, width, height, layout, "_hdr.yuv");
+  if (!dump_file(name, out, frame_bytes(width, height), kMessages)) return false;
   HDR_LOG_AS(__LINE__, "HDR_Function", "save output\n");
   return true;
 }

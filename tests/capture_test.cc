@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
+#include <csignal>
 #include <unistd.h>
 
 #include <atomic>
@@ -352,17 +354,69 @@ TEST_F(CaptureDumps, OnlyTheExactWordYesDumps) {
   EXPECT_TRUE(log.contains("no save output\n"));
 }
 
-TEST_F(CaptureDumps, MissingDirectoryFailsWithoutFusing) {
-  std::filesystem::remove_all(TAVO_HDR_DUMP_DIR);
-  ScopedProperties props({{"saveinput", "yes"}});
-  LogCapture log;
-  int32_t result = 0;
-  const std::vector<uint8_t> out = run(64, 48, "YUV420_PLANAR", &result);
-  EXPECT_EQ(result, -1);
-  EXPECT_TRUE(log.contains("HDR_Function: fopen img0 fail!\n"));
-  EXPECT_FALSE(log.contains("START"));
-  for (uint8_t b : out) ASSERT_EQ(b, 0xAB);
-  std::filesystem::create_directories(TAVO_HDR_DUMP_DIR);  // for TearDown
+// Dumps that cannot be written fail the capture with the fixed message and a
+// line naming the path and the reason, and leave no partial file; a dump
+// directory with a long path works.
+TEST_F(CaptureDumps, FailuresNameThePathAndTheReason) {
+  const std::string dir = TAVO_HDR_DUMP_DIR;
+  const std::string deep = dir + "/" + std::string(120, 'a') + "/" + std::string(120, 'b') + "/" + std::string(120, 'c');
+  const struct {
+    const char* what;
+    const char* save;  // property switched on
+    const char* layout;
+    int32_t result;
+    std::vector<std::string> lines;
+  } cases[] = {
+      {"missing directory", "saveinput", "YUV420_PLANAR", -1,
+       {"fopen img0 fail!\n", "cannot open " + dir + "/IMG_8x2YUV420_PLANAR_", "No such file or directory"}},
+      {"layout leaving the directory", "saveinput", "/../../escaped", -1,
+       {"fopen img0 fail!\n", "layout /../../escaped holds a path separator"}},
+      {"layout leaving the directory", "saveoutput", "/../../escaped", -1,
+       {"fopen img fail!\n", "holds a path separator"}},
+      {"output cut short", "saveoutput", "YUV420_PLANAR", -1,
+       {"fwrite img error!\n", "cannot write " + dir + "/IMG_8x2YUV420_PLANAR_", "File too large"}},
+      {"long directory", "saveinput", "YUV420_PLANAR", 0, {"fwrite img2 success!\n", "save input\n"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    std::filesystem::remove_all(dir);
+    if (c.what != std::string("missing directory")) std::filesystem::create_directories(deep);
+    // With this directory "<dir>/IMG_8x2/../../escaped..." would name a file beside <dir>.
+    if (c.what == std::string("layout leaving the directory")) std::filesystem::create_directories(dir + "/IMG_8x2");
+    if (c.what == std::string("long directory")) setenv("TAVO_HDR_DUMP_DIR", deep.c_str(), 1);
+    ScopedProperties props({{c.save, "yes"}});
+    LogCapture log;
+    const auto frames = test::bracket(8, 2, "YUV420_PLANAR", 5);
+    std::vector<uint8_t> out(24, 0);
+    // A file size limit below the 24 bytes of an 8x2 frame: the write fits
+    // the stream's buffer and fails only when it is flushed.
+    struct rlimit saved{};
+    getrlimit(RLIMIT_FSIZE, &saved);
+    if (c.what == std::string("output cut short")) {
+      signal(SIGXFSZ, SIG_IGN);
+      struct rlimit small = saved;
+      small.rlim_cur = 10;
+      setrlimit(RLIMIT_FSIZE, &small);
+    }
+    EXPECT_EQ(HDR_Function(frames[0].data(), frames[1].data(), frames[2].data(), out.data(), 2, 8, c.layout),
+              c.result);
+    setrlimit(RLIMIT_FSIZE, &saved);
+    signal(SIGXFSZ, SIG_DFL);
+    unsetenv("TAVO_HDR_DUMP_DIR");
+    for (const std::string& line : c.lines) EXPECT_TRUE(log.contains(line)) << line << "\n" << log.joined();
+    EXPECT_EQ(log.contains("START"), c.save != std::string("saveinput") || c.result == 0);
+    size_t written = 0;  // dumps in the directory, and beside it
+    const auto count = [&](const auto& entries) {
+      for (const auto& entry : entries) {
+        const std::string name = entry.path().filename().string();
+        written += entry.is_regular_file() && (name.starts_with("IMG_") || name.starts_with("escaped"));
+      }
+    };
+    if (std::filesystem::exists(dir)) count(std::filesystem::recursive_directory_iterator(dir));
+    count(std::filesystem::directory_iterator(std::filesystem::path(dir).parent_path()));
+    EXPECT_EQ(written, c.result == 0 ? 3u : 0u);
+  }
+  std::filesystem::create_directories(dir);  // for TearDown
 }
 
 }  // namespace
