@@ -5,8 +5,10 @@
  * Life of the library: tavo_hdr_pool_init() once, then any number of
  * HDR_Function() calls (one at a time; calls from several threads queue up),
  * tavo_hdr_set_stop_flag() at any time from any thread, tavo_hdr_pool_destroy()
- * at the end. Results are 0 for success, -1 for failure and, for a capture, 1
- * when the camera asked it to stop.
+ * at the end. A destroy (or another init) that arrives during a capture waits
+ * for the capture to end. Results are 0 for success, -1 for failure and, for a
+ * capture, 1 when the camera asked it to stop; a capture returns 0 only when
+ * every byte of its output was computed.
  *
  * Frames are W x H luma bytes followed by W x H / 2 chroma bytes, laid out as
  * named by the layout string: "YUV420_PLANAR" (U plane, then V plane) or
@@ -15,8 +17,8 @@
  * Beside the entry points the library exports its image operations. Every
  * parallel operation X has a dispatcher X_process, which cuts the image into
  * bands and runs them on the worker pool, and a job body X_parameter. The
- * dispatchers share one set of band records: call them only from one thread at
- * a time, never while a capture runs.
+ * dispatchers share one set of band records; calls from several threads, and
+ * calls beside a running capture, run one after another.
  */
 #ifndef TAVO_LUMO_HDR_H
 #define TAVO_LUMO_HDR_H
