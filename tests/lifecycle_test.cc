@@ -1,14 +1,9 @@
 // Entry points: banner, pool start and stop, stop flag, stage timer.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
-#include <vector>
-
 #include "api/lifecycle.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/clock.h"
-#include "platform/memory.h"
 #include "support/test_support.h"
 
 namespace tavo {
@@ -41,27 +36,6 @@ TEST(Lifecycle, BuildtimeOtherThanYesSuppressesBanner) {
     EXPECT_TRUE(log.contains(std::string("value0=") + value + "\n"));
     EXPECT_FALSE(log.contains("hdr lib version"));
   }
-}
-
-// Inits racing each other start one pool; one destroy stops it and gives back
-// everything, a second finds nothing to destroy.
-TEST(Lifecycle, ConcurrentInitsStartOnePool) {
-  const long live = platform::live_allocations();
-  std::atomic<int> ready{0};
-  std::vector<std::thread> callers;
-  std::vector<int32_t> results(4, -1);
-  for (int t = 0; t < 4; ++t) {
-    callers.emplace_back([&, t] {
-      ++ready;
-      while (ready < 4) std::this_thread::yield();
-      results[t] = tavo_hdr_pool_init();
-    });
-  }
-  for (std::thread& t : callers) t.join();
-  EXPECT_EQ(results, std::vector<int32_t>(4, 0));
-  EXPECT_EQ(tavo_hdr_pool_destroy(), 0);
-  EXPECT_EQ(tavo_hdr_pool_destroy(), -1);
-  EXPECT_EQ(platform::live_allocations(), live);
 }
 
 int64_t fixed_clock() { return 5'500'000'000LL; }

@@ -33,12 +33,27 @@ TEST(PoolLifecycle, InitAndDestroyManyTimesThenDestroyTwice) {
   EXPECT_EQ(platform::live_allocations(), live);
 }
 
-TEST(PoolLifecycle, SecondInitKeepsTheRunningPool) {
-  ASSERT_EQ(tavo_hdr_pool_init(), 0);
+// Inits racing each other start one pool and keep it; one destroy stops it
+// and gives everything back.
+TEST(PoolLifecycle, ConcurrentInitsStartOnePool) {
+  const long live = platform::live_allocations();
+  std::atomic<int> ready{0};
+  std::vector<std::thread> callers;
+  std::vector<int32_t> results(4, -1);
+  for (int t = 0; t < 4; ++t) {
+    callers.emplace_back([&, t] {
+      ++ready;
+      while (ready < 4) std::this_thread::yield();
+      results[t] = tavo_hdr_pool_init();
+    });
+  }
+  for (std::thread& t : callers) t.join();
+  EXPECT_EQ(results, std::vector<int32_t>(4, 0));
   thread_pool* first = pool;
   EXPECT_EQ(tavo_hdr_pool_init(), 0);
   EXPECT_EQ(pool, first);
   EXPECT_EQ(tavo_hdr_pool_destroy(), 0);
+  EXPECT_EQ(platform::live_allocations(), live);
 }
 
 TEST(PoolLifecycle, DestroyStartedTwiceReturnsAtOnce) {
