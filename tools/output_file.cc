@@ -57,7 +57,6 @@ bool resolve_target(const std::string& path, Target* target, std::string* error)
 // status when it exists (st_nlink 0 when it does not).
 std::string target_problem(int dir_fd, const std::string& name, const std::string& path,
                            const std::vector<FileId>& inputs, struct stat* existing) {
-  *existing = {};
   if (fstatat(dir_fd, name.c_str(), existing, AT_SYMLINK_NOFOLLOW) != 0) {
     *existing = {};
     return errno == ENOENT ? "" : reason("cannot write " + path, errno);
@@ -149,6 +148,8 @@ bool TempFile::close_file() {
 bool TempFile::rename_to(const std::string& name) {
   if (renameat(dir_fd_, name_.c_str(), dir_fd_, name.c_str()) != 0) return false;
   live_ = false;
+  untrack_temp_file(slot_);
+  slot_ = -1;
   return true;
 }
 
