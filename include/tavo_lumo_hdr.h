@@ -31,6 +31,15 @@
 #define TAVO_HDR_EXPORT
 #endif
 
+/* Frame sizes a capture accepts: the width a multiple of 8 and at least
+ * TAVO_HDR_MIN_WIDTH, the height even and at least TAVO_HDR_MIN_HEIGHT, and
+ * width * height at most TAVO_HDR_MAX_PIXELS. Every such size fits the 32-bit
+ * byte counts of the pipeline; 6286088 x 34, one pixel more, is the smallest
+ * whose pyramid block does not. */
+#define TAVO_HDR_MIN_WIDTH 8
+#define TAVO_HDR_MIN_HEIGHT 2
+#define TAVO_HDR_MAX_PIXELS 213726991
+
 #ifdef __cplusplus
 extern "C" {
 #endif

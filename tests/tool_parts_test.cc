@@ -1,21 +1,54 @@
-// The tool's pieces without the library: colour conversion, dump names, raw
-// files, command line and contact sheet.
+// The tool's pieces without the image libraries: colour conversion, dump
+// names, output files, command line and size limits, contact sheet.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 
+#include "api/capture_limits.h"
+#include "include/tavo_lumo_hdr.h"
 #include "support/test_support.h"
 #include "tools/cli_args.h"
 #include "tools/contact_sheet.h"
 #include "tools/dump_names.h"
+#include "tools/output_file.h"
 #include "tools/raw_io.h"
 #include "tools/yuv_convert.h"
 
 namespace fs = std::filesystem;
 using namespace tavo::tool;
 
+namespace tavo::tool::test {
+
+// Every entry under `dir`, recursively: regular files by size and a hash of
+// their bytes, symbolic links by target, anything else by type. Also used by
+// tool_test.cc.
+std::map<std::string, std::string> snapshot(const std::string& dir) {
+  std::map<std::string, std::string> entries;
+  for (const auto& e : fs::recursive_directory_iterator(dir)) {
+    const fs::file_status status = e.symlink_status();
+    std::string& value = entries[e.path().lexically_relative(dir).string()];
+    if (fs::is_symlink(status)) {
+      value = "-> " + fs::read_symlink(e.path()).string();
+    } else if (fs::is_regular_file(status)) {
+      std::ifstream in(e.path(), std::ios::binary);
+      const std::string bytes(std::istreambuf_iterator<char>(in), {});
+      value = std::to_string(bytes.size()) + " bytes, hash " + std::to_string(std::hash<std::string>{}(bytes));
+    } else {
+      value = "type " + std::to_string(static_cast<int>(status.type()));
+    }
+  }
+  return entries;
+}
+
+}  // namespace tavo::tool::test
+
 namespace {
+
+using tavo::tool::test::snapshot;
 
 void touch(const std::string& path, const std::string& text = "x") { std::ofstream(path) << text; }
 
@@ -105,7 +138,7 @@ TEST(ToolDumpNames, DirectoryGivesCompleteCapturesInTimeOrderAndTheirOutputs) {
   touch(d + "IMG_64x48YVU420_SEMIPLANAR_20180823_090814_hdr.yuv");  // another layout
   std::vector<Capture> captures;
   std::string error;
-  ASSERT_TRUE(collect_captures({dir.path()}, &captures, &error)) << error;
+  ASSERT_EQ(collect_captures({dir.path()}, &captures, &error), Collected::kCollected) << error;
   ASSERT_EQ(captures.size(), 2u);
   EXPECT_EQ(captures[0].prefix, d + a);
   EXPECT_EQ(captures[1].prefix, d + b);
@@ -118,34 +151,67 @@ TEST(ToolDumpNames, DirectoryGivesCompleteCapturesInTimeOrderAndTheirOutputs) {
   fs::remove(d + "IMG_64x48YUV420_PLANAR_20180823_090813_hdr.yuv");
   EXPECT_EQ(find_dumped_output(captures[0]), "");
 
-  // Prefixes, with or without the first frame's suffix; names that are no capture.
-  ASSERT_TRUE(collect_captures({d + a + "_0.yuv", d + b}, &captures, &error));
+  // Prefixes, with or without the first frame's suffix; a file that is no
+  // capture; a directory that is not there.
+  ASSERT_EQ(collect_captures({d + a + "_0.yuv", d + b}, &captures, &error), Collected::kCollected);
   EXPECT_EQ(captures[0].prefix, d + a);
   EXPECT_EQ(captures[1].name.stamp, "20180823_090820");
-  EXPECT_FALSE(collect_captures({d + "holiday.yuv"}, &captures, &error));
+  touch(d + "holiday.yuv");
+  EXPECT_EQ(collect_captures({d + "holiday.yuv"}, &captures, &error), Collected::kNotACaptureName);
   EXPECT_NE(error.find("not a capture name"), std::string::npos);
+  EXPECT_EQ(collect_captures({d + "holiday/"}, &captures, &error), Collected::kMissing);
+  EXPECT_EQ(error, d + "holiday/ does not exist");
 }
 
-TEST(ToolRawFiles, WritesAllOrNothing) {
+// Every kind of destination, written or refused; write_output and the early
+// check agree, and no temporary file is left either way.
+TEST(ToolOutputFiles, WriteRegularFilesWholeAndRefuseEverythingElse) {
   tavo::test::TempDir dir;
-  const std::string path = dir.path() + "/out.yuv";
-  std::string error;
-  const std::vector<uint8_t> big = tavo::test::random_bytes(200000, 1), small = {1, 2, 3};
-  ASSERT_TRUE(write_file_atomic(path, big.data(), big.size(), &error)) << error;
-  ASSERT_TRUE(write_file_atomic(path, small.data(), small.size(), &error));  // replaced, not overwritten in place
-  std::vector<uint8_t> back;
-  ASSERT_TRUE(read_file(path, &back, &error));
-  EXPECT_EQ(back, small);
-  EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator{}), 1);  // no temporary left
-
-  // A destination that cannot be written leaves nothing behind.
-  fs::create_directory(dir.path() + "/taken");
-  EXPECT_FALSE(write_file_atomic(dir.path() + "/taken", small.data(), small.size(), &error));
-  EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator{}), 2);
-  EXPECT_FALSE(write_file_atomic(dir.path() + "/missing/out.yuv", small.data(), small.size(), &error));
-  EXPECT_NE(error.find("cannot write"), std::string::npos);
-  EXPECT_FALSE(read_file(dir.path() + "/absent.yuv", &back, &error));
-  EXPECT_NE(error.find("cannot open"), std::string::npos);
+  const std::string d = dir.path() + "/", old = "the previous, longer content";
+  const mode_t mask = umask(022);
+  for (const char* name : {"old.yuv", "target.yuv", "one.yuv", "input.yuv"}) touch(d + name, old);
+  fs::permissions(d + "old.yuv", fs::perms(0640));
+  fs::create_symlink("target.yuv", d + "link.yuv");
+  fs::create_symlink("nowhere.yuv", d + "dangling.yuv");
+  fs::create_symlink("input.yuv", d + "to-input.yuv");
+  fs::create_hard_link(d + "one.yuv", d + "two.yuv");
+  fs::create_directory(d + "sub");
+  mkfifo((d + "fifo").c_str(), 0644);
+  std::vector<FileId> inputs;
+  add_file_id(d + "input.yuv", &inputs);
+  const std::vector<uint8_t> result = {1, 2, 3};
+  struct Case {
+    std::string name, problem;  // problem "" when written
+    std::string written;  // the file that receives the result
+    mode_t mode;          // its mode afterwards
+  } cases[] = {
+      {"new.yuv", "", "new.yuv", 0644},
+      {std::string(255, 'n'), "", std::string(255, 'n'), 0644},
+      {"old.yuv", "", "old.yuv", 0640},
+      {"link.yuv", "", "target.yuv", 0644},
+      {"dangling.yuv", "is a symbolic link to", "", 0},
+      {"fifo", "fifo exists and is not a regular file", "", 0},
+      {"sub", "exists and is not a regular file", "", 0},
+      {"two.yuv", "two.yuv has 2 hard links; replacing it would break them", "", 0},
+      {"input.yuv", "input.yuv is one of the inputs", "", 0},
+      {"to-input.yuv", "to-input.yuv is one of the inputs", "", 0},
+      {"missing/out.yuv", "cannot write " + d + "missing/out.yuv: No such file or directory", "", 0},
+  };
+  for (const Case& c : cases) {
+    auto expected = snapshot(dir.path());
+    std::string error;
+    EXPECT_EQ(write_output(d + c.name, result.data(), result.size(), inputs, &error), c.problem.empty()) << c.name;
+    EXPECT_NE(error.find(c.problem), std::string::npos) << c.name << ": " << error;
+    EXPECT_EQ(output_problem(d + c.name, inputs), error) << c.name;
+    if (!c.written.empty()) {
+      std::vector<uint8_t> back;
+      EXPECT_TRUE(read_file(d + c.written, &back, &error) && back == result) << c.name;
+      EXPECT_EQ(fs::status(d + c.written).permissions(), fs::perms(c.mode)) << c.name;
+      expected[c.written] = snapshot(dir.path())[c.written];
+    }
+    EXPECT_EQ(snapshot(dir.path()), expected) << c.name;  // the rest as it was, no temporary file
+  }
+  umask(mask);
 }
 
 TEST(ToolCommandLine, RefusesMalformedArguments) {
@@ -180,9 +246,32 @@ TEST(ToolCommandLine, RefusesMalformedArguments) {
   EXPECT_EQ(options.properties[0], (std::pair<std::string, std::string>{"x", "1=2"}));
   EXPECT_EQ(options.width, 64);
   EXPECT_EQ(options.height, 48);
-  EXPECT_EQ(frame_size_problem(64, 48), "");
-  EXPECT_EQ(frame_size_problem(60, 48), "width 60 is not a multiple of 8");
-  EXPECT_EQ(frame_size_problem(64, 47), "height 47 is odd");
+}
+
+// The public header's limits, which the tool checks, against the library's own
+// check: both accept or both refuse each size, at the corners of the range.
+TEST(ToolSizeLimits, HeaderLimitsAgreeWithTheLibrarysCheck) {
+  EXPECT_EQ(6286088LL * 34, TAVO_HDR_MAX_PIXELS + 1LL);
+  struct Case {
+    int32_t width, height;
+    const char* problem;  // "" when accepted
+  } cases[] = {
+      {64, 48, ""},
+      {TAVO_HDR_MIN_WIDTH, TAVO_HDR_MIN_HEIGHT, ""},
+      {60, 48, "width 60 is not a multiple of 8"},
+      {64, 47, "height 47 is odd"},
+      {8, 26715872, ""},  // the tallest, the widest and the squarest at the limit
+      {106863488, 2, ""},
+      {14616, 14622, ""},
+      {6286088, 32, ""},
+      {6286088, 34, "6286088x34 is more than the library's 213726991 pixels"},  // its pyramid block passes 4 GiB
+      {16384, 16384, "is more than"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_NE(frame_size_problem(c.width, c.height).find(c.problem), std::string::npos) << c.width << "x" << c.height;
+    EXPECT_EQ(frame_size_problem(c.width, c.height).empty(), c.problem[0] == '\0') << c.width << "x" << c.height;
+    EXPECT_EQ(tavo::capture_size_supported(c.width, c.height), c.problem[0] == '\0') << c.width << "x" << c.height;
+  }
 }
 
 TEST(ToolContactSheet, PanelsAreBoxAveragedAndCaptioned) {

@@ -3,6 +3,8 @@
 #include <cctype>
 #include <cstdlib>
 
+#include "include/tavo_lumo_hdr.h"
+
 namespace tavo::tool {
 
 const char kUsage[] =
@@ -11,7 +13,8 @@ const char kUsage[] =
     "       tavo-hdr replay PREFIX|DIR... [--out-dir DIR]\n"
     "options for every command: --prop key=value (repeatable), --dump-dir DIR, --verbose\n"
     "raw frames (.yuv or any other name) need --size; layouts: YUV420_PLANAR (default),\n"
-    "YVU420_SEMIPLANAR. Image files (.jpg, .jpeg, .png) carry their size.\n";
+    "YVU420_SEMIPLANAR. Image files (.jpg, .jpeg, .png) carry their size; alpha is\n"
+    "composited over black. Ctrl-C stops a capture and exits with 130 (SIGTERM: 143).\n";
 
 namespace {
 
@@ -33,8 +36,14 @@ bool parse_size(const std::string& text, int32_t* width, int32_t* height) {
 }
 
 std::string frame_size_problem(int32_t width, int32_t height) {
-  if (width < 8 || width % 8 != 0) return "width " + std::to_string(width) + " is not a multiple of 8";
-  if (height < 2 || height % 2 != 0) return "height " + std::to_string(height) + " is odd";
+  if (width < TAVO_HDR_MIN_WIDTH || width % 8 != 0) {
+    return "width " + std::to_string(width) + " is not a multiple of 8";
+  }
+  if (height < TAVO_HDR_MIN_HEIGHT || height % 2 != 0) return "height " + std::to_string(height) + " is odd";
+  if (static_cast<uint64_t>(width) * static_cast<uint64_t>(height) > TAVO_HDR_MAX_PIXELS) {
+    return std::to_string(width) + "x" + std::to_string(height) + " is more than the library's " +
+           std::to_string(TAVO_HDR_MAX_PIXELS) + " pixels";
+  }
   return "";
 }
 

@@ -28,7 +28,8 @@ bool parse_args(int argc, const char* const* argv, Options* options, std::string
 // "WxH" with positive decimal numbers.
 bool parse_size(const std::string& text, int32_t* width, int32_t* height);
 
-// Why a frame size cannot be fused ("" when it can).
+// Why a frame size cannot be fused ("" when it can): the limits of
+// tavo_lumo_hdr.h.
 std::string frame_size_problem(int32_t width, int32_t height);
 
 extern const char kUsage[];

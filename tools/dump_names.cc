@@ -70,8 +70,8 @@ bool parse_dump_name(const std::string& base, DumpName* name) {
   return true;
 }
 
-bool collect_captures(const std::vector<std::string>& args, std::vector<Capture>* captures,
-                      std::string* error) {
+Collected collect_captures(const std::vector<std::string>& args, std::vector<Capture>* captures,
+                           std::string* error) {
   captures->clear();
   for (const std::string& arg : args) {
     std::error_code ec;
@@ -86,7 +86,7 @@ bool collect_captures(const std::vector<std::string>& args, std::vector<Capture>
       }
       if (ec) {
         *error = "cannot list " + arg + ": " + ec.message();
-        return false;
+        return Collected::kUnlistable;
       }
       std::sort(found.begin(), found.end(), [](const Capture& a, const Capture& b) {
         return a.name.stamp != b.name.stamp ? a.name.stamp < b.name.stamp : a.prefix < b.prefix;
@@ -97,13 +97,17 @@ bool collect_captures(const std::vector<std::string>& args, std::vector<Capture>
     const std::string prefix = strip_suffix(strip_suffix(arg, "_0.yuv"), "_");
     Capture capture;
     if (!parse_dump_name(fs::path(prefix).filename().string(), &capture.name)) {
+      if (!fs::exists(fs::symlink_status(arg, ec))) {
+        *error = arg + " does not exist";
+        return Collected::kMissing;
+      }
       *error = "not a capture name (IMG_<W>x<H><layout>_<yyyymmdd>_<hhmmss>): " + arg;
-      return false;
+      return Collected::kNotACaptureName;
     }
     capture.prefix = prefix;
     captures->push_back(capture);
   }
-  return true;
+  return Collected::kCollected;
 }
 
 std::string find_dumped_output(const Capture& capture) {

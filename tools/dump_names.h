@@ -29,10 +29,10 @@ struct Capture {
 // Turns the replay arguments into captures: a directory stands for every
 // "*_0.yuv" in it that has its "_1.yuv" and "_2.yuv"; any other argument is a
 // prefix (a trailing "_0.yuv" or "_" is dropped). Captures of a directory are in
-// time order. False with a one-line reason for an argument that is neither a
-// directory nor a well-formed capture name.
-bool collect_captures(const std::vector<std::string>& args, std::vector<Capture>* captures,
-                      std::string* error);
+// time order. Anything but kCollected comes with a one-line reason in *error.
+enum class Collected { kCollected, kNotACaptureName, kMissing, kUnlistable };
+Collected collect_captures(const std::vector<std::string>& args, std::vector<Capture>* captures,
+                           std::string* error);
 
 // The output the library dumped for `capture`: "<prefix>_hdr.yuv" when it
 // exists, else the earliest "_hdr.yuv" of the same size and layout in the same

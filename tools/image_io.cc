@@ -1,10 +1,11 @@
 #include "tools/image_io.h"
 
+#include <algorithm>
+#include <cctype>
+#include <climits>
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
-#include <algorithm>
-#include <cctype>
 
 #include <jpeglib.h>
 #include <png.h>
@@ -28,11 +29,32 @@ void jpeg_error_exit(j_common_ptr info) {
   longjmp(err->jump, 1);
 }
 
-bool decode_jpeg(const std::vector<uint8_t>& bytes, RgbImage* image, std::string* error) {
+// A warning (level -1: premature end of data, corrupt data) fails the read
+// like an error; trace messages (level 0 and up) are dropped. Nothing reaches
+// stderr.
+void jpeg_message(j_common_ptr info, int level) {
+  if (level < 0) jpeg_error_exit(info);
+}
+
+void handle_jpeg_errors(jpeg_error_mgr* mgr) {
+  jpeg_std_error(mgr);
+  mgr->error_exit = jpeg_error_exit;
+  mgr->emit_message = jpeg_message;
+}
+
+// Dimensions a decoder may allocate for: libjpeg's and libpng's are 32-bit.
+std::string size_problem_of(uint32_t width, uint32_t height, SizeCheck check) {
+  if (width > INT32_MAX || height > INT32_MAX) return "its size is out of range";
+  return check == nullptr ? "" : check(static_cast<int32_t>(width), static_cast<int32_t>(height));
+}
+
+// The decoders: false with the reason, *refused when the size was refused.
+bool decode_jpeg(const std::vector<uint8_t>& bytes, RgbImage* image, SizeCheck check, bool* refused,
+                 std::string* error) {
   jpeg_decompress_struct info{};
   JpegError err{};
-  info.err = jpeg_std_error(&err.mgr);
-  err.mgr.error_exit = jpeg_error_exit;
+  info.err = &err.mgr;
+  handle_jpeg_errors(&err.mgr);
   if (setjmp(err.jump) != 0) {
     jpeg_destroy_decompress(&info);
     *error = err.message;
@@ -41,6 +63,11 @@ bool decode_jpeg(const std::vector<uint8_t>& bytes, RgbImage* image, std::string
   jpeg_create_decompress(&info);
   jpeg_mem_src(&info, bytes.data(), static_cast<unsigned long>(bytes.size()));
   jpeg_read_header(&info, TRUE);
+  if (*error = size_problem_of(info.image_width, info.image_height, check); !error->empty()) {
+    *refused = true;
+    jpeg_destroy_decompress(&info);
+    return false;
+  }
   info.out_color_space = JCS_RGB;
   jpeg_start_decompress(&info);
   image->width = static_cast<int32_t>(info.output_width);
@@ -58,8 +85,8 @@ bool decode_jpeg(const std::vector<uint8_t>& bytes, RgbImage* image, std::string
 bool encode_jpeg(const RgbImage& image, std::vector<uint8_t>* bytes, std::string* error) {
   jpeg_compress_struct info{};
   JpegError err{};
-  info.err = jpeg_std_error(&err.mgr);
-  err.mgr.error_exit = jpeg_error_exit;
+  info.err = &err.mgr;
+  handle_jpeg_errors(&err.mgr);
   unsigned char* buffer = nullptr;
   unsigned long size = 0;
   if (setjmp(err.jump) != 0) {
@@ -88,18 +115,27 @@ bool encode_jpeg(const RgbImage& image, std::vector<uint8_t>* bytes, std::string
   return true;
 }
 
-bool decode_png(const std::vector<uint8_t>& bytes, RgbImage* image, std::string* error) {
+// libpng's simplified reader keeps its warnings in png.message and prints
+// nothing; a warning alone (an ancillary chunk's CRC) does not fail the read.
+bool decode_png(const std::vector<uint8_t>& bytes, RgbImage* image, SizeCheck check, bool* refused,
+                std::string* error) {
   png_image png{};
   png.version = PNG_IMAGE_VERSION;
   if (!png_image_begin_read_from_memory(&png, bytes.data(), bytes.size())) {
     *error = png.message;
     return false;
   }
+  if (*error = size_problem_of(png.width, png.height, check); !error->empty()) {
+    *refused = true;
+    png_image_free(&png);
+    return false;
+  }
   png.format = PNG_FORMAT_RGB;
   image->width = static_cast<int32_t>(png.width);
   image->height = static_cast<int32_t>(png.height);
-  image->pixels.resize(PNG_IMAGE_SIZE(png));
-  if (!png_image_finish_read(&png, nullptr, image->pixels.data(), 0, nullptr)) {
+  image->pixels.resize(static_cast<size_t>(image->width) * image->height * 3);
+  const png_color black{0, 0, 0};
+  if (!png_image_finish_read(&png, &black, image->pixels.data(), 0, nullptr)) {
     *error = png.message;
     png_image_free(&png);
     return false;
@@ -140,20 +176,23 @@ ImageFormat image_format_of(const std::string& path) {
   return ImageFormat::kNone;
 }
 
-bool read_image(const std::string& path, RgbImage* image, std::string* error) {
+bool read_image(const std::string& path, RgbImage* image, std::string* error, SizeCheck size_problem) {
   std::vector<uint8_t> bytes;
   if (!read_file(path, &bytes, error)) return false;
   std::string why;
-  const bool ok = image_format_of(path) == ImageFormat::kJpeg ? decode_jpeg(bytes, image, &why)
-                                                               : decode_png(bytes, image, &why);
+  bool refused = false;
+  const bool ok = image_format_of(path) == ImageFormat::kJpeg
+                      ? decode_jpeg(bytes, image, size_problem, &refused, &why)
+                      : decode_png(bytes, image, size_problem, &refused, &why);
   if (!ok) {
     while (!why.empty() && (why.back() == '\n' || why.back() == '.')) why.pop_back();
-    *error = "cannot decode " + path + ": " + why;
+    *error = (refused ? path : "cannot decode " + path) + ": " + why;
   }
   return ok;
 }
 
-bool write_image(const std::string& path, const RgbImage& image, std::string* error) {
+bool write_image(const std::string& path, const RgbImage& image, std::string* error,
+                 const std::vector<FileId>& inputs) {
   std::vector<uint8_t> bytes;
   std::string why;
   const bool ok = image_format_of(path) == ImageFormat::kJpeg ? encode_jpeg(image, &bytes, &why)
@@ -162,7 +201,7 @@ bool write_image(const std::string& path, const RgbImage& image, std::string* er
     *error = "cannot encode " + path + ": " + why;
     return false;
   }
-  return write_file_atomic(path, bytes.data(), bytes.size(), error);
+  return write_output(path, bytes.data(), bytes.size(), inputs, error);
 }
 
 }  // namespace tavo::tool

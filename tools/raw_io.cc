@@ -1,58 +1,69 @@
 #include "tools/raw_io.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 namespace tavo::tool {
 
-bool read_file(const std::string& path, std::vector<uint8_t>* bytes, std::string* error) {
-  FILE* file = fopen(path.c_str(), "rb");
-  if (file == nullptr) {
+namespace {
+
+constexpr size_t kAnySize = SIZE_MAX;
+
+// O_NONBLOCK so that opening a FIFO does not wait for a writer; it has no
+// effect on the reads of a regular file.
+bool read_regular(const std::string& path, size_t expected, const std::string& expected_note,
+                  std::vector<uint8_t>* bytes, std::string* error) {
+  const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) {
     *error = "cannot open " + path + ": " + strerror(errno);
     return false;
   }
-  bytes->clear();
-  uint8_t chunk[1 << 16];
-  size_t n = 0;
-  while ((n = fread(chunk, 1, sizeof chunk, file)) > 0) bytes->insert(bytes->end(), chunk, chunk + n);
-  const bool failed = ferror(file) != 0;
-  const int saved = errno;
-  fclose(file);
-  if (failed) {
-    *error = "cannot read " + path + ": " + strerror(saved);
-    return false;
+  struct stat st;
+  bool ok = fstat(fd, &st) == 0;
+  if (!ok) {
+    *error = "cannot read " + path + ": " + strerror(errno);
+  } else if (!S_ISREG(st.st_mode)) {
+    *error = path + " is not a regular file";
+    ok = false;
+  } else if (expected != kAnySize && static_cast<size_t>(st.st_size) != expected) {
+    *error = path + " is " + std::to_string(st.st_size) + " bytes, " + expected_note;
+    ok = false;
   }
-  return true;
+  if (ok) bytes->resize(static_cast<size_t>(st.st_size));
+  for (size_t done = 0; ok && done < bytes->size();) {
+    const ssize_t n = read(fd, bytes->data() + done, bytes->size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      *error = "cannot read " + path + ": " + (n < 0 ? strerror(errno) : "it shrank while being read");
+      ok = false;
+    }
+    done += n > 0 ? static_cast<size_t>(n) : 0;
+  }
+  close(fd);
+  return ok;
 }
 
-bool write_file_atomic(const std::string& path, const uint8_t* data, size_t size,
-                       std::string* error) {
-  const size_t slash = path.find_last_of('/');
-  const std::string dir = slash == std::string::npos ? "" : path.substr(0, slash + 1);
-  const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-  const std::string temp = dir + "." + name + "." + std::to_string(getpid()) + ".tmp";
-  FILE* file = fopen(temp.c_str(), "wb");
-  if (file == nullptr) {
-    *error = "cannot write " + path + ": " + strerror(errno);
-    return false;
-  }
-  bool ok = fwrite(data, 1, size, file) == size;
-  int saved = errno;
-  ok = (fflush(file) == 0) && ok;
-  if (!ok) saved = errno;
-  ok = (fclose(file) == 0) && ok;
-  if (ok && rename(temp.c_str(), path.c_str()) != 0) {
-    ok = false;
-    saved = errno;
-  }
-  if (!ok) {
-    remove(temp.c_str());
-    *error = "cannot write " + path + ": " + strerror(saved);
-  }
-  return ok;
+}  // namespace
+
+size_t raw_frame_bytes(int32_t width, int32_t height) {
+  return static_cast<size_t>(width) * static_cast<size_t>(height) * 3 / 2;
+}
+
+bool read_file(const std::string& path, std::vector<uint8_t>* bytes, std::string* error) {
+  return read_regular(path, kAnySize, "", bytes, error);
+}
+
+bool read_raw_frame(const std::string& path, int32_t width, int32_t height, std::vector<uint8_t>* bytes,
+                    std::string* error) {
+  const size_t expected = raw_frame_bytes(width, height);
+  return read_regular(path, expected,
+                      "a " + std::to_string(width) + "x" + std::to_string(height) + " frame is " +
+                          std::to_string(expected) + " (W*H*3/2)",
+                      bytes, error);
 }
 
 }  // namespace tavo::tool

@@ -1,6 +1,6 @@
-// Whole-file reads and all-or-nothing writes. A write goes to a temporary file
-// beside the destination and is renamed over it only once every byte is on
-// disk, so a failed or interrupted run never leaves a partial output.
+// Reading input files. Only regular files are read, and their length is taken
+// from the open descriptor before a byte is read: a FIFO, a device or a
+// directory is refused at once instead of blocking or reading without end.
 #pragma once
 
 #include <cstdint>
@@ -9,13 +9,14 @@
 
 namespace tavo::tool {
 
-// The file's bytes; false with a one-line reason in *error when it cannot be
-// opened or read.
+// W*H*3/2: a YUV 4:2:0 frame.
+size_t raw_frame_bytes(int32_t width, int32_t height);
+
+// The file's bytes; false with a one-line reason in *error.
 bool read_file(const std::string& path, std::vector<uint8_t>* bytes, std::string* error);
 
-// Writes `size` bytes to "<dir>/.<name>.<pid>.tmp", then renames it to `path`.
-// On failure the temporary file is removed and `path` is untouched.
-bool write_file_atomic(const std::string& path, const uint8_t* data, size_t size,
-                       std::string* error);
+// A raw frame of the given size: the file must be exactly W*H*3/2 bytes.
+bool read_raw_frame(const std::string& path, int32_t width, int32_t height, std::vector<uint8_t>* bytes,
+                    std::string* error);
 
 }  // namespace tavo::tool

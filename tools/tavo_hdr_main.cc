@@ -4,9 +4,10 @@
 // The tool links the library's objects and supplies the log writer itself: it
 // keeps the stage times the library logs, shows the other lines with --verbose,
 // and shows them anyway when a capture fails, so the user sees why.
-#include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
@@ -15,6 +16,7 @@
 #include <cstring>
 #include <filesystem>
 #include <mutex>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -24,6 +26,8 @@
 #include "tools/contact_sheet.h"
 #include "tools/dump_names.h"
 #include "tools/image_io.h"
+#include "tools/interrupt.h"
+#include "tools/output_file.h"
 #include "tools/raw_io.h"
 #include "tools/scene/scene.h"
 #include "tools/yuv_convert.h"
@@ -40,6 +44,7 @@ enum Exit {
   kLibraryFailed = 4,
   kStopped = 5,
   kReplayDiffers = 6,
+  kInterrupted = 128,  // exits with 128 + the signal
 };
 
 int fail(int code, const std::string& message) {
@@ -95,52 +100,56 @@ void add(StageTimes* sum, const StageTimes& t) {
 
 // ---- Run-time settings of the library ------------------------------------
 
-// --prop values go to a property file named by TAVO_HDR_PROPERTIES, removed
-// at exit; --dump-dir sets TAVO_HDR_DUMP_DIR. Both before the pool starts.
+// --prop values go to a property file in $TMPDIR (or /tmp) named by
+// TAVO_HDR_PROPERTIES, removed at exit; --dump-dir, created when missing, sets
+// TAVO_HDR_DUMP_DIR. Both before the pool starts.
 class LibrarySettings {
  public:
   bool apply(const Options& options, std::string* error) {
-    if (!options.dump_dir.empty()) setenv("TAVO_HDR_DUMP_DIR", options.dump_dir.c_str(), 1);
+    if (!options.dump_dir.empty()) {
+      if (!prepare_directory(options.dump_dir, "dump directory", error)) return false;
+      setenv("TAVO_HDR_DUMP_DIR", options.dump_dir.c_str(), 1);
+    }
     if (options.properties.empty()) return true;
     std::string text;
     for (const auto& [key, value] : options.properties) text += key + "=" + value + "\n";
-    char name[] = "/tmp/tavo-hdr-props-XXXXXX";
-    const int fd = mkstemp(name);
-    if (fd < 0) {
-      *error = std::string("cannot create a property file: ") + strerror(errno);
+    const char* tmp = getenv("TMPDIR");
+    const std::string dir = tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp";
+    if (!file_.create(dir, "tavo-hdr-props-", error)) {
+      *error = "cannot create a property file in " + dir + ": " + *error;
       return false;
     }
-    path_ = name;
-    const bool ok = write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    close(fd);
-    if (!ok) {
-      *error = "cannot write the property file " + path_;
+    if (fchmod(file_.fd(), 0600) != 0 || !file_.write_all(reinterpret_cast<const uint8_t*>(text.data()), text.size()) ||
+        !file_.close_file()) {
+      *error = "cannot write the property file " + file_.path() + ": " + strerror(errno);
       return false;
     }
-    setenv("TAVO_HDR_PROPERTIES", path_.c_str(), 1);
+    setenv("TAVO_HDR_PROPERTIES", file_.path().c_str(), 1);
     return true;
-  }
-  ~LibrarySettings() {
-    if (!path_.empty()) unlink(path_.c_str());
   }
 
  private:
-  std::string path_;
+  TempFile file_;
 };
 
+// The workers start with SIGINT and SIGTERM blocked, so the handler runs on
+// the main thread.
 class Pool {
  public:
-  Pool() : ok_(tavo_hdr_pool_init() == 0) {}
+  Pool() {
+    BlockInterrupts block;
+    ok_ = tavo_hdr_pool_init() == 0;
+  }
   ~Pool() {
     if (ok_) tavo_hdr_pool_destroy();
   }
   bool ok() const { return ok_; }
 
  private:
-  bool ok_;
+  bool ok_ = false;
 };
 
-void request_stop(int) { tavo_hdr_set_stop_flag(1); }
+void raise_stop_flag() { tavo_hdr_set_stop_flag(1); }
 
 // ---- One capture ---------------------------------------------------------
 
@@ -150,23 +159,25 @@ struct Frames {
   std::vector<uint8_t> data[3];
 };
 
-size_t frame_bytes(int32_t width, int32_t height) {
-  return static_cast<size_t>(width) * static_cast<size_t>(height) * 3 / 2;
-}
-
 // HDR_Function on the three frames; the result's exit code (kOk, kLibraryFailed
-// or kStopped) with the error printed, and the stage times in *times.
+// or kStopped) with the error printed, or kInterrupted without a word when a
+// signal came, and the stage times in *times.
 int capture(const Frames& frames, std::vector<uint8_t>* out, StageTimes* times) {
   {
     std::lock_guard<std::mutex> hold(g_log.lock);
     g_log.times = {};
     g_log.lines.clear();
   }
-  out->assign(frame_bytes(frames.width, frames.height), 0);
-  const int32_t result = HDR_Function(frames.data[0].data(), frames.data[1].data(), frames.data[2].data(),
-                                      out->data(), frames.height, frames.width, frames.layout.c_str());
+  out->assign(raw_frame_bytes(frames.width, frames.height), 0);
+  int32_t result = 0;
+  {
+    DeferInterrupts defer;  // a signal stops the capture through the stop flag
+    result = HDR_Function(frames.data[0].data(), frames.data[1].data(), frames.data[2].data(), out->data(),
+                          frames.height, frames.width, frames.layout.c_str());
+  }
   std::lock_guard<std::mutex> hold(g_log.lock);
   *times = g_log.times;
+  if (interrupting_signal() != 0) return kInterrupted;
   if (result == 0) return kOk;
   if (result == 1) return fail(kStopped, "the capture was stopped before it finished (result 1)");
   if (!g_log.verbose) {
@@ -179,14 +190,10 @@ int capture(const Frames& frames, std::vector<uint8_t>* out, StageTimes* times) 
 // Reads three raw frames of the given size; kOk or the exit code after the
 // error was printed.
 int read_raw_frames(const std::vector<std::string>& paths, Frames* frames) {
-  const size_t expected = frame_bytes(frames->width, frames->height);
   for (int k = 0; k < 3; ++k) {
     std::string error;
-    if (!read_file(paths[k], &frames->data[k], &error)) return fail(kInputError, error);
-    if (frames->data[k].size() != expected) {
-      return fail(kInputError, paths[k] + " is " + std::to_string(frames->data[k].size()) + " bytes, a " +
-                                   std::to_string(frames->width) + "x" + std::to_string(frames->height) +
-                                   " frame is " + std::to_string(expected) + " (W*H*3/2)");
+    if (!read_raw_frame(paths[k], frames->width, frames->height, &frames->data[k], &error)) {
+      return fail(kInputError, error);
     }
   }
   return kOk;
@@ -211,6 +218,9 @@ int fuse_command(const Options& options) {
   if (const std::string p = layout_problem(options.layout); !p.empty()) return fail(kUsageError, p);
   ChromaLayout layout;
   parse_layout(options.layout, &layout);
+  std::vector<FileId> inputs;
+  for (const std::string& in : options.inputs) add_file_id(in, &inputs);
+  if (const std::string p = output_problem(options.output, inputs); !p.empty()) return fail(kInputError, p);
 
   Frames frames;
   frames.layout = options.layout;
@@ -226,7 +236,7 @@ int fuse_command(const Options& options) {
   } else {
     for (int k = 0; k < 3; ++k) {
       std::string error;
-      if (!read_image(options.inputs[k], &rgb[k], &error)) return fail(kInputError, error);
+      if (!read_image(options.inputs[k], &rgb[k], &error, frame_size_problem)) return fail(kInputError, error);
       if (rgb[k].width != rgb[0].width || rgb[k].height != rgb[0].height) {
         return fail(kInputError, "images of different sizes: " + options.inputs[0] + " is " +
                                      std::to_string(rgb[0].width) + "x" + std::to_string(rgb[0].height) + ", " +
@@ -236,11 +246,8 @@ int fuse_command(const Options& options) {
     }
     frames.width = rgb[0].width;
     frames.height = rgb[0].height;
-    if (const std::string p = frame_size_problem(frames.width, frames.height); !p.empty()) {
-      return fail(kInputError, options.inputs[0] + ": " + p);
-    }
     for (int k = 0; k < 3; ++k) {
-      frames.data[k].resize(frame_bytes(frames.width, frames.height));
+      frames.data[k].resize(raw_frame_bytes(frames.width, frames.height));
       rgb_to_yuv420(rgb[k].pixels.data(), frames.width, frames.height, layout, frames.data[k].data());
     }
   }
@@ -255,11 +262,11 @@ int fuse_command(const Options& options) {
 
   std::string error;
   if (images == 0) {
-    if (!write_file_atomic(options.output, out.data(), out.size(), &error)) return fail(kInputError, error);
+    if (!write_output(options.output, out.data(), out.size(), inputs, &error)) return fail(kInputError, error);
   } else {
     RgbImage result{frames.width, frames.height, std::vector<uint8_t>(rgb[0].pixels.size())};
     yuv420_to_rgb(out.data(), frames.width, frames.height, layout, result.pixels.data());
-    if (!write_image(options.output, result, &error)) return fail(kInputError, error);
+    if (!write_image(options.output, result, &error, inputs)) return fail(kInputError, error);
   }
   printf("wrote %s (%dx%d)\n", options.output.c_str(), frames.width, frames.height);
   return kOk;
@@ -279,25 +286,51 @@ std::string compare(const std::vector<uint8_t>& ours, const std::vector<uint8_t>
   return std::to_string(differ) + " bytes differ, first at byte " + std::to_string(first);
 }
 
+// Where a capture's result goes: "<base>_replay.yuv" beside it or in
+// --out-dir. When an earlier capture of this run wrote that file (two
+// directories with captures of one name), the result is kept beside it as
+// "<base>_replay.2.yuv", ".3" and so on.
+std::string result_path(const Options& options, const Capture& c, const std::vector<FileId>& written) {
+  const std::string stem = options.out_dir.empty()
+                               ? c.prefix + "_replay"
+                               : (fs::path(options.out_dir) / fs::path(c.prefix).filename()).string() + "_replay";
+  std::string path = stem + ".yuv";
+  for (int k = 2; contains_file(written, path); ++k) path = stem + "." + std::to_string(k) + ".yuv";
+  return path;
+}
+
 int replay_command(const Options& options) {
   std::vector<Capture> captures;
   std::string error;
-  if (!collect_captures(options.inputs, &captures, &error)) return fail(kUsageError, error);
+  switch (collect_captures(options.inputs, &captures, &error)) {
+    case Collected::kCollected: break;
+    case Collected::kNotACaptureName: return fail(kUsageError, error);
+    default: return fail(kInputError, error);
+  }
   if (captures.empty()) return fail(kInputError, "no captures (IMG_..._0.yuv with _1 and _2) found");
-  if (!options.out_dir.empty()) {
-    std::error_code ec;
-    fs::create_directories(options.out_dir, ec);
+  if (!options.out_dir.empty() && !prepare_directory(options.out_dir, "output directory", &error)) {
+    return fail(kInputError, error);
+  }
+  // Every file the replay reads; no result may replace one of them.
+  const size_t n = captures.size();
+  std::vector<std::string> dumped(n);
+  std::vector<FileId> inputs, written;
+  for (size_t i = 0; i < n; ++i) {
+    dumped[i] = find_dumped_output(captures[i]);
+    for (const char* suffix : {"_0.yuv", "_1.yuv", "_2.yuv"}) add_file_id(captures[i].prefix + suffix, &inputs);
+    add_file_id(dumped[i], &inputs);
   }
 
   Pool pool;
   if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
   int identical = 0, different = 0, without = 0, failed = 0, first_failure = kOk;
   StageTimes sum;
-  const size_t n = captures.size();
-  for (size_t i = 0; i < n; ++i) {
-    const Capture& c = captures[i];
+  size_t replayed = 0;
+  DeferInterrupts defer;  // a signal ends the replay after its current capture
+  for (; replayed < n && interrupting_signal() == 0; ++replayed) {
+    const Capture& c = captures[replayed];
     const std::string base = fs::path(c.prefix).filename().string();
-    printf("[%zu/%zu] %s: ", i + 1, n, base.c_str());
+    printf("[%zu/%zu] %s: ", replayed + 1, n, base.c_str());
     fflush(stdout);
     std::string verdict;
     int code = kOk;
@@ -314,22 +347,25 @@ int replay_command(const Options& options) {
     std::vector<uint8_t> out;
     StageTimes times;
     if (code == kOk) code = capture(frames, &out, &times);
+    if (code == kInterrupted) {
+      printf("interrupted\n");
+      break;
+    }
     add(&sum, times);
-    const std::string target =
-        options.out_dir.empty() ? c.prefix + "_replay.yuv" : (fs::path(options.out_dir) / (base + "_replay.yuv")).string();
-    if (code == kOk && !write_file_atomic(target, out.data(), out.size(), &error)) code = fail(kInputError, error);
+    const std::string target = result_path(options, c, written);
+    if (code == kOk && !write_output(target, out.data(), out.size(), inputs, &error)) code = fail(kInputError, error);
     if (code != kOk) {
       ++failed;
       if (first_failure == kOk) first_failure = code;
       printf("failed\n");
       continue;
     }
-    const std::string dumped = find_dumped_output(c);
+    add_file_id(target, &written);
     std::vector<uint8_t> theirs;
-    if (dumped.empty()) {
+    if (dumped[replayed].empty()) {
       ++without;
       verdict = "replayed, no dumped output to compare";
-    } else if (!read_file(dumped, &theirs, &error)) {
+    } else if (!read_file(dumped[replayed], &theirs, &error)) {
       ++failed;
       if (first_failure == kOk) first_failure = kInputError;
       verdict = "failed: " + error;
@@ -337,11 +373,15 @@ int replay_command(const Options& options) {
       verdict = compare(out, theirs);
       verdict == "identical" ? ++identical : ++different;
     }
+    if (!target.ends_with("_replay.yuv")) verdict += " (an earlier capture has this name; result in " + target + ")";
     printf("%s\n", verdict.c_str());
   }
   print_stage_times(sum);
-  printf("replayed %zu captures: %d identical, %d different, %d without output, %d failed\n", n, identical,
-         different, without, failed);
+  const int sig = interrupting_signal();
+  const std::string stopped = sig == 0 ? "" : " (stopped by " + std::string(signal_name(sig)) + ")";
+  printf("replayed %zu%s captures%s: %d identical, %d different, %d without output, %d failed\n", replayed,
+         sig == 0 ? "" : (" of " + std::to_string(n)).c_str(), stopped.c_str(), identical, different, without, failed);
+  if (sig != 0) return kInterrupted;
   if (first_failure != kOk) return first_failure;
   return different > 0 ? kReplayDiffers : kOk;
 }
@@ -364,8 +404,13 @@ int demo_command(const Options& options) {
   if (const std::string p = frame_size_problem(w, h); !p.empty()) return fail(kUsageError, p);
   if (w < 64 || h < 48) return fail(kUsageError, "the demo needs at least 64x48");
   const fs::path dir = options.out_dir.empty() ? fs::path(".") : fs::path(options.out_dir);
-  std::error_code ec;
-  fs::create_directories(dir, ec);
+  std::string error;
+  if (!prepare_directory(dir.string(), "output directory", &error)) return fail(kInputError, error);
+  const std::string result_path = (dir / "demo_result.png").string();
+  const std::string sheet_path = (dir / "demo_contact_sheet.png").string();
+  for (const std::string& path : {result_path, sheet_path}) {
+    if (const std::string p = output_problem(path, {}); !p.empty()) return fail(kInputError, p);
+  }
 
   // A hand-held bracket: the outer frames moved by a few pixels (even, as the
   // registration works on half-resolution levels).
@@ -417,9 +462,6 @@ int demo_command(const Options& options) {
                  bright = to_rgb(frames.data[2], w, h), fused = to_rgb(out, w, h);
   const RgbImage sheet = contact_sheet(
       {{&dark, "DARK"}, {&normal, "NORMAL (REFERENCE)"}, {&bright, "BRIGHT"}, {&fused, "FUSED"}}, 480);
-  std::string error;
-  const std::string result_path = (dir / "demo_result.png").string();
-  const std::string sheet_path = (dir / "demo_contact_sheet.png").string();
   if (!write_image(result_path, fused, &error) || !write_image(sheet_path, sheet, &error)) {
     return fail(kInputError, error);
   }
@@ -458,17 +500,25 @@ int main(int argc, char** argv) {
     fputs(kUsage, stdout);
     return kOk;
   }
+  // Progress lines reach a pipe as they are printed.
+  setvbuf(stdout, nullptr, _IOLBF, 0);
   g_log.verbose = options.verbose;
-  LibrarySettings settings;
-  if (!settings.apply(options, &error)) return fail(kInputError, error);
-  signal(SIGINT, request_stop);
-  signal(SIGTERM, request_stop);
+  install_interrupt_handlers(raise_stop_flag);
   if (options.stop) tavo_hdr_set_stop_flag(1);
   const auto start = std::chrono::steady_clock::now();
   int code = kOk;
-  if (options.command == "fuse") code = fuse_command(options);
-  if (options.command == "replay") code = replay_command(options);
-  if (options.command == "demo") code = demo_command(options);
+  try {
+    LibrarySettings settings;
+    if (!settings.apply(options, &error)) return fail(kInputError, error);
+    if (options.command == "fuse") code = fuse_command(options);
+    if (options.command == "replay") code = replay_command(options);
+    if (options.command == "demo") code = demo_command(options);
+  } catch (const std::bad_alloc&) {
+    code = fail(kLibraryFailed, "out of memory in " + options.command);
+  }
+  if (const int sig = interrupting_signal(); sig != 0) {
+    return fail(kInterrupted + sig, std::string("interrupted by ") + signal_name(sig));
+  }
   if (code == kOk) printf("done in %.1f ms\n", ms_since(start));
   return code;
 }
