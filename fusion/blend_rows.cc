@@ -19,13 +19,12 @@ namespace {
 template <bool kContrast>
 void weight_sums(const BlendRowArgs& row, int32_t x, uint32_t& w_sum, uint32_t& s_sum) {
   uint32_t w_acc = 0, s_acc = 0;
-  const ptrdiff_t at = row.offset + x;
   for (int32_t f = 0; f < row.frames; ++f) {
-    const uint16_t* g = row.gauss[f] + at;
+    const uint16_t* g = row.gauss[f] + row.gauss_offset + x;
     auto w = static_cast<uint32_t>(row.factors[exposure_index(g[0])]);
-    if constexpr (kContrast) w *= contrast_factor(g[-row.stride], g[row.stride], g[-1], g[1], g[0]);
+    if constexpr (kContrast) w *= contrast_factor(g[-row.up], g[row.down], g[-1], g[1], g[0]);
     w_acc += w;
-    s_acc += w * static_cast<uint32_t>(static_cast<int32_t>(row.lap[f][at]));
+    s_acc += w * static_cast<uint32_t>(static_cast<int32_t>(row.lap[f][row.lap_offset + x]));
   }
   w_sum = w_acc;
   s_sum = s_acc;

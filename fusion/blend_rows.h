@@ -37,15 +37,20 @@ constexpr uint32_t contrast_factor(uint16_t up, uint16_t down, uint16_t left, ui
   return c == 0 ? 1 : c;
 }
 
-// One row of one band: frame f's samples of the row are lap[f][offset + x] and
-// gauss[f][offset + x]; the rows above and below lie `stride` elements away.
+// One row: frame f's samples of the row are lap[f][lap_offset + x] and
+// gauss[f][gauss_offset + x]; the Gaussian samples above and below a sample lie
+// `up` elements before it and `down` elements after it (a row stride in a
+// whole level; other distances where the rows are kept in a rolling window,
+// the same for every frame).
 struct BlendRowArgs {
   int16_t* out;                    // the fused row
-  const int16_t* const* lap;       // per frame: band start of the Laplacian level
-  const uint16_t* const* gauss;    // per frame: band start of the Gaussian level
+  const int16_t* const* lap;       // per frame: Laplacian samples
+  const uint16_t* const* gauss;    // per frame: Gaussian samples
   const int32_t* factors;          // kExposureFactors exposure factors
-  ptrdiff_t offset;                // first sample of the row in every plane
-  ptrdiff_t stride;                // row stride in samples
+  ptrdiff_t lap_offset;
+  ptrdiff_t gauss_offset;
+  ptrdiff_t up;
+  ptrdiff_t down;
   int32_t frames;
   int32_t width;
 };

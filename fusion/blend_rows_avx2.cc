@@ -20,24 +20,23 @@ void BlendGroups_AVX2(const BlendRowArgs& row, int32_t x0, int32_t count) {
   const __m128i one = _mm_set1_epi16(1);
   const __m128i top_index = _mm_set1_epi16(255);
   for (int32_t x = x0; x < x0 + count; x += 8) {
-    const ptrdiff_t at = row.offset + x;
     __m256i w_sum = _mm256_setzero_si256();
     __m256i s_sum = _mm256_setzero_si256();
     for (int32_t f = 0; f < row.frames; ++f) {
-      const uint16_t* g = row.gauss[f] + at;
+      const uint16_t* g = row.gauss[f] + row.gauss_offset + x;
       const __m128i centre = load8(g);
       // (g + 8) >> 4 without overflow: g >> 4 plus bit 3 of g.
       __m128i index = _mm_add_epi16(_mm_srli_epi16(centre, 4), _mm_and_si128(_mm_srli_epi16(centre, 3), one));
       index = _mm_min_epu16(index, top_index);
       const __m256i exposure = _mm256_i32gather_epi32(row.factors, _mm256_cvtepu16_epi32(index), 4);
 
-      const __m128i around = _mm_add_epi16(_mm_add_epi16(load8(g - row.stride), load8(g + row.stride)),
+      const __m128i around = _mm_add_epi16(_mm_add_epi16(load8(g - row.up), load8(g + row.down)),
                                            _mm_add_epi16(load8(g - 1), load8(g + 1)));
       const __m128i d = _mm_sub_epi16(around, _mm_slli_epi16(centre, 2));
       const __m128i contrast = _mm_max_epu16(_mm_srli_epi16(_mm_abs_epi16(d), 6), one);
 
       const __m256i w = _mm256_mullo_epi32(exposure, _mm256_cvtepu16_epi32(contrast));
-      const __m256i lap = _mm256_cvtepi16_epi32(load8(row.lap[f] + at));
+      const __m256i lap = _mm256_cvtepi16_epi32(load8(row.lap[f] + row.lap_offset + x));
       w_sum = _mm256_add_epi32(w_sum, w);
       s_sum = _mm256_add_epi32(s_sum, _mm256_mullo_epi32(w, lap));
     }

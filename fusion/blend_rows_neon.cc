@@ -27,11 +27,10 @@ inline int16x4_t grouped_quotient(uint32x4_t w_sum, uint32x4_t s_sum) {
 void BlendGroups_NEON(const BlendRowArgs& row, int32_t x0, int32_t count) {
   const uint16x8_t one = vdupq_n_u16(1);
   for (int32_t x = x0; x < x0 + count; x += 8) {
-    const ptrdiff_t at = row.offset + x;
     // The sums wrap: accumulate in unsigned lanes.
     uint32x4_t w_lo = vdupq_n_u32(0), w_hi = w_lo, s_lo = w_lo, s_hi = w_lo;
     for (int32_t f = 0; f < row.frames; ++f) {
-      const uint16_t* g = row.gauss[f] + at;
+      const uint16_t* g = row.gauss[f] + row.gauss_offset + x;
       const uint16x8_t centre = vld1q_u16(g);
       uint16_t index[8];
       vst1q_u16(index, vminq_u16(vrshrq_n_u16(centre, 4), vdupq_n_u16(255)));
@@ -39,7 +38,7 @@ void BlendGroups_NEON(const BlendRowArgs& row, int32_t x0, int32_t count) {
       for (int k = 0; k < 8; ++k) factor[k] = static_cast<int16_t>(row.factors[index[k]]);
       const int16x8_t exposure = vld1q_s16(factor);
 
-      const uint16x8_t around = vaddq_u16(vaddq_u16(vld1q_u16(g - row.stride), vld1q_u16(g + row.stride)),
+      const uint16x8_t around = vaddq_u16(vaddq_u16(vld1q_u16(g - row.up), vld1q_u16(g + row.down)),
                                           vaddq_u16(vld1q_u16(g - 1), vld1q_u16(g + 1)));
       const int16x8_t d = vreinterpretq_s16_u16(vsubq_u16(around, vshlq_n_u16(centre, 2)));
       const uint16x8_t magnitude = vreinterpretq_u16_s16(vabsq_s16(d));
@@ -47,7 +46,7 @@ void BlendGroups_NEON(const BlendRowArgs& row, int32_t x0, int32_t count) {
 
       const uint32x4_t wl = vreinterpretq_u32_s32(vmull_s16(vget_low_s16(exposure), vget_low_s16(contrast)));
       const uint32x4_t wh = vreinterpretq_u32_s32(vmull_high_s16(exposure, contrast));
-      const int16x8_t lap = vld1q_s16(row.lap[f] + at);
+      const int16x8_t lap = vld1q_s16(row.lap[f] + row.lap_offset + x);
       w_lo = vaddq_u32(w_lo, wl);
       w_hi = vaddq_u32(w_hi, wh);
       s_lo = vmlaq_u32(s_lo, wl, vreinterpretq_u32_s32(vmovl_s16(vget_low_s16(lap))));

@@ -45,12 +45,12 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusion_pyramid(int16_t* out, const uint16_t*
   std::array<int32_t, tavo::kExposureFactors> factors;
   tavo::build_exposure_factors(lut, factors.data());
   const tavo::BlendGroupsFn groups = tavo::select_blend_groups();
-  tavo::BlendRowArgs row{out, lap_rows, gauss_rows, factors.data(), 0, width, frames, width};
+  tavo::BlendRowArgs row{out, lap_rows, gauss_rows, factors.data(), 0, 0, width, width, frames, width};
   const bool first_band = band_index == 0;
   const bool last_band = band_index == band_count - 1;
   for (int32_t y = 0; y < rows; ++y) {
     row.out = out + static_cast<ptrdiff_t>(y) * width;
-    row.offset = static_cast<ptrdiff_t>(y) * width;
+    row.lap_offset = row.gauss_offset = static_cast<ptrdiff_t>(y) * width;
     if ((first_band && y == 0) || (last_band && y == rows - 1)) {
       tavo::BlendBorderRow(row);
     } else {
