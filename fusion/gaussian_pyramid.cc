@@ -1,19 +1,12 @@
 // Gaussian pyramid: level l + 1 is level l filtered with 1-4-6-4-1 in both
-// directions and subsampled by two, rounded after each pass.
-//
-// The destination level is cut into at most four bands. A band filters its own
-// source rows horizontally into a scratch of destination width, plus halo rows
-// it needs from its neighbours (two above, one below), and then filters the
-// scratch vertically. The first band reflects at the top of the image, the
-// last band at the bottom, so every band writes exactly the rows a single pass
-// over the whole level would.
+// directions and subsampled by two, rounded after each pass (fusion/reduce_band.h),
+// in at most four bands.
 #include <cstddef>
 
-#include "fusion/pyramid_rows.h"
 #include "fusion/pyramid_stages.h"
+#include "fusion/reduce_band.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
-#include "platform/memory.h"
 #include "pool/band_jobs.h"
 
 namespace {
@@ -33,55 +26,13 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8(uint16_t**
                                                                       const int32_t* band_widths,
                                                                       const int32_t* band_rows,
                                                                       int32_t band, int32_t bands) {
+  const uint16_t* src = pointers[0];
   const int32_t src_width = band_widths[0];
-  const int32_t dst_width = band_widths[1];
-  const int32_t src_rows = band_rows[0];
-  const int32_t dst_rows = band_rows[1];
-  const bool first = band == 0;
-  const bool last = band == bands - 1;
-  const int32_t above = first ? 0 : 2;  // halo rows filtered above the band
-  const int32_t below = last ? 0 : 1;
-  const int32_t scratch_rows = src_rows + above + below;
-
-  auto* scratch = static_cast<uint16_t*>(tavo::platform::mem_alloc(
-      sizeof(uint16_t) * static_cast<size_t>(dst_width) * static_cast<size_t>(scratch_rows)));
-  if (scratch == nullptr) {
-    HDR_LOG_AS(970, "pyramid_gaussian_down_sample_uint8", "temp_p malloc fail\n");
-    return -1;
-  }
-  const tavo::PyramidRows& rows = tavo::pyramid_rows();
-
-  const uint16_t* src = pointers[0] - static_cast<ptrdiff_t>(above) * src_width;
-  for (int32_t s = 0; s < scratch_rows; ++s) {
-    rows.reduce_h(src + static_cast<ptrdiff_t>(s) * src_width, src_width,
-                  scratch + static_cast<ptrdiff_t>(s) * dst_width, dst_width);
-  }
-
-  // Scratch row of the band's source row r (r may reach into the halo).
-  auto t = [&](int32_t r) -> const uint16_t* {
-    return scratch + static_cast<ptrdiff_t>(r + above) * dst_width;
-  };
-  uint16_t* dst = pointers[1];
-  for (int32_t i = 0; i < dst_rows; ++i) {
-    const int32_t c = 2 * i;
-    const uint16_t* taps[5] = {t(c - 2), t(c - 1), t(c), t(c + 1), t(c + 2)};
-    if (first && i == 0) {
-      // Top of the image: rows -2, -1 reflect to 2, 1.
-      taps[0] = t(c + 2);
-      taps[1] = t(c + 1);
-    } else if (last && i == dst_rows - 1) {
-      if ((src_rows & 1) == 0) {
-        taps[4] = t(c);  // row n reflects to n - 2
-      } else {
-        taps[3] = t(c - 1);  // rows n, n + 1 reflect to n - 2, n - 3
-        taps[4] = t(c - 2);
-      }
-    }
-    rows.reduce_v(taps, dst + static_cast<ptrdiff_t>(i) * dst_width, dst_width);
-  }
-
-  tavo::platform::mem_free(scratch);
-  return 0;
+  const int32_t status = tavo::reduce_band(
+      [&](int32_t s) { return src + static_cast<ptrdiff_t>(s) * src_width; }, src_width,
+      band_rows[0], pointers[1], band_widths[1], band_rows[1], band == 0, band == bands - 1, nullptr);
+  if (status != 0) HDR_LOG_AS(970, "pyramid_gaussian_down_sample_uint8", "temp_p malloc fail\n");
+  return status;
 }
 
 extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_parameter(void* record) {
