@@ -9,6 +9,7 @@
 #include "fusion/pyramid_block.h"
 #include "fusion/pyramid_geometry.h"
 #include "fusion/pyramid_stages.h"
+#include "fusion/streamed_fusion.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
 #include "platform/memory.h"
@@ -147,41 +148,45 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
       tavo::carve_block(block, frame_count, levels, w_pyramid_y, h_pyramid_y);
   const uint32_t top = levels - 1u;
 
-  for (uint32_t i = 0; i < frame_count; ++i) {
-    imageAffine_process(frames[i], pyr.gauss[i][0], stride, static_cast<uint32_t>(width), height,
-                        static_cast<uint32_t>(offsets[2 * i]), static_cast<uint32_t>(offsets[2 * i + 1]));
-    for (uint32_t l = 0; l < top; ++l) {
-      if (tavo::gaussian_reduce_level(pyr.gauss[i], l, w_pyramid_y, h_pyramid_y) == -1) {
+  // A crop of fewer than two levels has no collapse: its luma is left as it
+  // was, only its chroma is fused.
+  if (levels >= 2) {
+    for (uint32_t i = 0; i < frame_count; ++i) {
+      int32_t status = tavo::gaussian_level1_from_crop(frames[i], stride, offsets[2 * i], offsets[2 * i + 1],
+                                                       pyr.gauss[i][1], w_pyramid_y, h_pyramid_y);
+      for (uint32_t l = 1; l < top && status == 0; ++l) {
+        status = tavo::gaussian_reduce_level(pyr.gauss[i], l, w_pyramid_y, h_pyramid_y);
+      }
+      if (status != 0) {
         HDR_LOG_AT(251, "pyramid_gaussian_down_sample_uint8_process malloc error and return -1\n");
         release();
         return -1;
       }
+      // The top band-pass level is the Gaussian top itself.
+      pyr.lap[i][top] = reinterpret_cast<int16_t*>(pyr.gauss[i][top]);
     }
-    for (uint32_t l = 0; l < top; ++l) {
-      if (tavo::laplacian_level(pyr.lap[i], pyr.gauss[i], l, w_pyramid_y, h_pyramid_y) == -1) {
+    if (tavo::blend_level(pyr.fused, exposure_weight_lut, pyr.lap, pyr.gauss, w_pyramid_y, h_pyramid_y,
+                          static_cast<int32_t>(top), frame_count) != 0) {
+      HDR_LOG("fusion_pyramid_process could not blend level %u, fusion stopped\n", top);
+      release();
+      return -1;
+    }
+    for (int32_t l = static_cast<int32_t>(top) - 1; l >= 0; --l) {
+      const tavo::StreamedLevel level{static_cast<int32_t>(frame_count), frames, stride, offsets,
+                                      pyr.gauss, pyr.fused, exposure_weight_lut, w_pyramid_y,
+                                      h_pyramid_y, l, out};
+      const int32_t status = tavo::fuse_and_collapse_level(level);
+      if (status == tavo::kBandPassFailed) {
         HDR_LOG_AT(269, "pyramid_laplacian_down_sample_process malloc error and return -1\n");
+      } else if (status == tavo::kBlendFailed) {
+        HDR_LOG("fusion_pyramid_process could not blend level %d, fusion stopped\n", l);
+      } else if (status != 0) {
+        HDR_LOG_AT(385, "pyramid_reconstruct_y_process malloc error and return -1\n");
+      }
+      if (status != 0) {
         release();
         return -1;
       }
-    }
-    // The top of the Laplacian pyramid is the Gaussian top itself.
-    memcpy(pyr.lap[i][top], pyr.gauss[i][top],
-           sizeof(uint16_t) * static_cast<size_t>(w_pyramid_y[top]) * static_cast<size_t>(h_pyramid_y[top]));
-  }
-
-  for (uint32_t l = levels >= 2 ? 0 : top; l < levels; ++l) {
-    if (tavo::blend_level(pyr.fused, exposure_weight_lut, pyr.lap, pyr.gauss, w_pyramid_y, h_pyramid_y,
-                          static_cast<int32_t>(l), frame_count) == -1) {
-      HDR_LOG("fusion_pyramid_process could not blend level %u, fusion stopped\n", l);
-      release();
-      return -1;
-    }
-  }
-  for (int32_t l = static_cast<int32_t>(levels) - 2; l >= 0; --l) {
-    if (tavo::collapse_level(out, pyr.fused, w_pyramid_y, h_pyramid_y, l) == -1) {
-      HDR_LOG_AT(385, "pyramid_reconstruct_y_process malloc error and return -1\n");
-      release();
-      return -1;
     }
   }
 

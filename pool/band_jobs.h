@@ -18,7 +18,7 @@ struct band_record {
   int32_t band;               // band index, 0 first
   int32_t bands;              // number of bands of the batch
   int32_t (*body)(void*);     // job body that runs this band
-  int32_t status;             // 0 once the band's rows are written, -1 if it could not run
+  int32_t status;             // 0 once the band's rows are written, negative if it could not run
   alignas(16) unsigned char payload[224];
 };
 
@@ -66,13 +66,15 @@ Payload& band_payload(void* record) {
 }
 
 // Reported by each job body once its band has run: status 0 when the kernel
-// wrote the band's rows, -1 when it could not (its scratch was not allocated).
+// wrote the band's rows, negative when it could not (its scratch was not
+// allocated; the value says which).
 void band_done(void* record, int32_t status = 0);
 
 // Runs one batch: for every band b, fill(b, payload) writes the band's kernel
 // arguments, and the job `body` is queued on the pool; returns when all bands
-// have reported: 0 when every band wrote its rows, -1 when any could not. The
-// batch holds the library lock, so two threads never share the band records.
+// have reported: 0 when every band wrote its rows, else the status of the
+// first band that could not. The batch holds the library lock, so two threads
+// never share the band records.
 template <class Payload, class Fill>
 int32_t run_bands(int32_t bands, int32_t (*body)(void*), Fill&& fill) {
   static_assert(sizeof(Payload) <= sizeof(band_record::payload), "band payload too large");
@@ -89,9 +91,10 @@ int32_t run_bands(int32_t bands, int32_t (*body)(void*), Fill&& fill) {
     detail::queue_band(&record);
   }
   detail::wait_bands(bands);
-  int32_t status = 0;
-  for (int32_t b = 0; b < bands; ++b) status |= arg[b].status;
-  return status;
+  for (int32_t b = 0; b < bands; ++b) {
+    if (arg[b].status != 0) return arg[b].status;
+  }
+  return 0;
 }
 
 }  // namespace tavo

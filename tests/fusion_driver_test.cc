@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "fusion/pyramid_block.h"
@@ -87,6 +88,66 @@ TEST_F(FusionDriver, EveryAllocationFailureIsReportedAndFreed) {
     if (!injected) break;
   }
   for (size_t p = 0; p < paths.size(); ++p) EXPECT_GT(taken[p], 0) << paths[p];
+}
+
+// The streamed fusion equals the exported kernels composed level by level,
+// byte for byte: crops of odd and even sides, levels of one band, crops of
+// fewer than two levels, both layouts, and frames of extreme contrast whose
+// weight sums wrap.
+TEST_F(FusionDriver, EqualsTheLevelByLevelReference) {
+  std::mt19937 rng(7);
+  const auto extreme = [&](int32_t w, int32_t h, int phase) {
+    std::vector<uint8_t> frame(static_cast<size_t>(w) * h * 3 / 2);
+    for (size_t i = 0; i < frame.size(); ++i) {
+      const size_t x = i % w, y = i / w;
+      frame[i] = ((x + y + phase) & 1) != 0 ? 255 : (rng() % 3 == 0 ? 128 : 0);
+    }
+    return frame;
+  };
+  int cases = 0;
+  for (const char* layout : {"YUV420_PLANAR", "YVU420_SEMIPLANAR"}) {
+    for (int32_t crop_w : {2, 5, 8, 9, 16, 31, 64, 130}) {
+      for (int32_t crop_h : {2, 3, 4, 7, 8, 9, 17, 40}) {
+        for (bool wild : {false, true}) {
+          const int32_t w = (crop_w + 7 + 8) / 8 * 8, h = (crop_h + 5) / 2 * 2;
+          if (wild) {
+            for (int f = 0; f < 3; ++f) frames_[f] = extreme(w, h, f);
+          } else {
+            frames_ = test::bracket(w, h, layout, static_cast<uint32_t>(crop_w * 100 + crop_h));
+          }
+          width_ = w;
+          height_ = h;
+          int32_t offsets[6];
+          for (int f = 0; f < 3; ++f) {
+            offsets[2 * f] = static_cast<int32_t>(rng() % (w - crop_w + 1));
+            offsets[2 * f + 1] = static_cast<int32_t>(rng() % (h - crop_h + 1));
+          }
+          std::vector<uint8_t> streamed(static_cast<size_t>(w) * h * 3 / 2, 0xAB), reference = streamed;
+          ASSERT_EQ(fuse(crop_w, crop_h, offsets, layout, streamed), 0);
+          const uint8_t* ptrs[3] = {frames_[0].data(), frames_[1].data(), frames_[2].data()};
+          test::reference_fusion(ptrs, 3, w, h, crop_w, crop_h, offsets, layout, reference.data());
+          ASSERT_EQ(streamed, reference) << layout << " crop " << crop_w << "x" << crop_h << (wild ? " extreme" : "");
+          ++cases;
+        }
+      }
+    }
+  }
+  EXPECT_EQ(cases, 256);
+
+  // Sixty-four frames of a bright cell on black (no chroma layout, so any count):
+  // at the coarse levels the weight sums of the bright cell pass 2^31 and wrap.
+  const int32_t w = 96, h = 96;
+  std::vector<std::vector<uint8_t>> many(64, std::vector<uint8_t>(w * h * 3 / 2, 0));
+  std::vector<const uint8_t*> ptrs;
+  for (auto& frame : many) {
+    for (int32_t y = 32; y < 64; ++y) std::fill_n(frame.begin() + y * w + 32, 32, 188);
+    ptrs.push_back(frame.data());
+  }
+  const int32_t offsets[128] = {};
+  std::vector<uint8_t> streamed(w * h * 3 / 2, 0xAB), reference = streamed;
+  ASSERT_EQ(pyrFuse(ptrs.data(), 64, w, h, w, h, offsets, streamed.data(), "NV21"), 0);
+  test::reference_fusion(ptrs.data(), 64, w, h, w, h, offsets, "NV21", reference.data());
+  EXPECT_EQ(streamed, reference);
 }
 
 // A crop of one pyramid level leaves luma and fuses chroma; an unknown layout

@@ -31,6 +31,12 @@ class LogCapture {
 std::array<std::vector<uint8_t>, 3> bracket(int32_t width, int32_t height, const std::string& layout,
                                             uint32_t seed);
 
+// The fusion of pyrFuse composed of the exported kernels level by level into
+// whole stored pyramids, writing into `out` what pyrFuse writes.
+void reference_fusion(const uint8_t* const* frames, uint32_t n, uint32_t stride, uint32_t frame_height,
+                      int32_t width, int32_t height, const int32_t* offsets, const char* layout,
+                      uint8_t* out);
+
 // n bytes of a fixed pseudo-random sequence.
 std::vector<uint8_t> random_bytes(size_t n, uint32_t seed);
 

@@ -1,0 +1,240 @@
+#include "fusion/streamed_fusion.h"
+
+#include <array>
+#include <cstddef>
+
+#include "align/warp_rows.h"
+#include "fusion/blend_rows.h"
+#include "fusion/pyramid_rows.h"
+#include "fusion/reduce_band.h"
+#include "platform/log.h"
+#include "platform/memory.h"
+#include "pool/band_jobs.h"
+
+namespace tavo {
+namespace {
+
+const uint8_t* crop_row(const uint8_t* frame, uint32_t stride, int32_t x, int32_t y, int32_t row) {
+  return frame + (static_cast<int64_t>(y) + row) * static_cast<int64_t>(stride) + x;
+}
+
+// ---- Gaussian level 1 from the crop ---------------------------------------
+
+struct CropBand {
+  const uint8_t* frame;
+  uint32_t stride;
+  int32_t x, y;           // crop origin
+  uint16_t* dst;          // first level-1 row of the band
+  int32_t src_width, dst_width;
+  int32_t src_first, src_rows, dst_rows;
+};
+
+// Level 0 rows are widened one at a time into the band's row buffer and
+// reduced horizontally at once, so level 0 is never stored.
+int32_t crop_band_body(void* record) {
+  const auto& a = band_payload<CropBand>(record);
+  const auto* band = static_cast<band_record*>(record);
+  const WidenRow widen = pick_widen_row();
+  uint16_t* row = nullptr;
+  const auto source = [&](int32_t s) -> const uint16_t* {
+    widen(crop_row(a.frame, a.stride, a.x, a.y, a.src_first + s), row, a.src_width);
+    return row;
+  };
+  const int32_t status = reduce_band(source, a.src_width, a.src_rows, a.dst, a.dst_width, a.dst_rows,
+                                     band->band == 0, band->band == band->bands - 1, &row);
+  if (status != 0) HDR_LOG_AS(970, "pyramid_gaussian_down_sample_uint8", "temp_p malloc fail\n");
+  band_done(record, status == 0 ? 0 : kStageFailed);
+  return 0;
+}
+
+// ---- One level of the collapse --------------------------------------------
+
+// The rows of the coarse level that fine row y of a level of fine_height rows
+// expands from: even rows weigh above, centre and below, odd rows centre and
+// below. Row -1 reflects to 1 at the top; for the last two fine rows the row
+// below is 2 * coarse_height - 3 - j, the reflection about the last coarse row.
+struct CoarseRows {
+  int32_t above, centre, below;
+  bool even;
+};
+
+CoarseRows coarse_rows_of(int32_t y, int32_t fine_height, int32_t coarse_height) {
+  if (y == 0) return {1, 0, 1, true};
+  const int32_t j = y >> 1;
+  const int32_t below = y >= fine_height - 2 ? 2 * coarse_height - 3 - j : j + 1;
+  return {j - 1, j, below, (y & 1) == 0};
+}
+
+// Rows of a coarse level expanded horizontally to fine width when first asked
+// for, in four slots: the rows j - 1, j, j + 1 of one fine row never share one.
+template <class Sample>
+struct ExpandedRows {
+  using Expand = void (*)(const Sample*, int32_t, uint16_t*, int32_t);
+  const Sample* level;
+  int32_t coarse_width, fine_width;
+  Expand expand;
+  uint16_t* slots;  // 4 x fine_width
+  int32_t* tags;    // coarse row held by each slot, -1 for none
+
+  const uint16_t* row(int32_t j) const {
+    const int32_t s = j & 3;
+    uint16_t* slot = slots + static_cast<ptrdiff_t>(s) * fine_width;
+    if (tags[s] != j) {
+      expand(level + static_cast<ptrdiff_t>(j) * coarse_width, coarse_width, slot, fine_width);
+      tags[s] = j;
+    }
+    return slot;
+  }
+};
+
+struct LevelBand {
+  const StreamedLevel* level;
+  int32_t first, rows;
+};
+
+// Scratch of one band, each part taken on its own so that a failure says
+// which stage could not run.
+struct BandScratch {
+  void* band_pass = nullptr;  // per frame: tags, 4 expanded Gaussian rows, a band-pass row
+  void* blend = nullptr;      // row pointers, window tags, fused row, widened crop rows
+  void* collapse = nullptr;   // tags, 4 expanded collapsed rows
+  ~BandScratch() {
+    platform::mem_free(band_pass);
+    platform::mem_free(blend);
+    platform::mem_free(collapse);
+  }
+};
+
+int32_t fuse_band(const StreamedLevel& lv, int32_t first, int32_t rows) {
+  const int32_t l = lv.level, n = lv.frames;
+  const int32_t wf = lv.widths[l], hf = lv.heights[l];
+  const int32_t wc = lv.widths[l + 1], hc = lv.heights[l + 1];
+  const auto row_bytes = static_cast<size_t>(wf) * sizeof(uint16_t);
+  const auto frames = static_cast<size_t>(n);
+  const bool level0 = l == 0;
+
+  BandScratch scratch;
+  scratch.band_pass = platform::mem_alloc(frames * (4 * sizeof(int32_t) + 5 * row_bytes));
+  if (scratch.band_pass == nullptr) return kBandPassFailed;
+  const size_t window_rows = level0 ? 1 + 3 * frames : 0;  // fused row and three crop rows a frame
+  scratch.blend = platform::mem_alloc(2 * frames * sizeof(void*) + 4 * sizeof(int32_t) + window_rows * row_bytes);
+  if (scratch.blend == nullptr) return kBlendFailed;
+  scratch.collapse = platform::mem_alloc(4 * sizeof(int32_t) + 4 * row_bytes);
+  if (scratch.collapse == nullptr) return kCollapseFailed;
+
+  const PyramidRows& fns = pyramid_rows();
+  // Band-pass part: the frames' expanded Gaussian rows and band-pass rows.
+  auto* gauss_tags = static_cast<int32_t*>(scratch.band_pass);
+  auto* expanded = reinterpret_cast<uint16_t*>(gauss_tags + 4 * frames);
+  auto* band_pass = reinterpret_cast<int16_t*>(expanded + 4 * frames * wf);
+  auto gauss_rows = [&](int32_t f) {
+    return ExpandedRows<uint16_t>{lv.gauss[f][l + 1], wc, wf, fns.expand_h_unsigned,
+                                  expanded + static_cast<ptrdiff_t>(4 * f) * wf, gauss_tags + 4 * f};
+  };
+  for (size_t t = 0; t < 4 * frames; ++t) gauss_tags[t] = -1;
+  // Blend part.
+  auto* lap_ptrs = static_cast<const int16_t**>(scratch.blend);
+  auto* gauss_ptrs = reinterpret_cast<const uint16_t**>(lap_ptrs + n);
+  auto* window_tags = reinterpret_cast<int32_t*>(gauss_ptrs + n);
+  auto* fused_row = reinterpret_cast<int16_t*>(window_tags + 4);
+  auto* window = reinterpret_cast<uint16_t*>(fused_row + wf);  // frame f's slot s: row 3f + s
+  for (int t = 0; t < 4; ++t) window_tags[t] = -1;
+  // Collapse part.
+  auto* collapse_tags = static_cast<int32_t*>(scratch.collapse);
+  for (int t = 0; t < 4; ++t) collapse_tags[t] = -1;
+  const ExpandedRows<int16_t> collapsed_rows{lv.collapsed[l + 1], wc, wf, fns.expand_h_signed,
+                                             reinterpret_cast<uint16_t*>(collapse_tags + 4), collapse_tags};
+
+  // Level 0 is the crop, widened a row at a time into three slots per frame;
+  // every frame keeps row y in slot y % 3, so the distances between the rows
+  // of the contrast stencil are the same for all frames.
+  const WidenRow widen = pick_widen_row();
+  auto window_row = [&](int32_t y) {
+    const int32_t s = y % 3;
+    if (window_tags[s] != y) {
+      for (int32_t f = 0; f < n; ++f) {
+        widen(crop_row(lv.crops[f], lv.stride, lv.origins[2 * f], lv.origins[2 * f + 1], y),
+              window + static_cast<ptrdiff_t>(3 * f + s) * wf, wf);
+      }
+      window_tags[s] = y;
+    }
+    return static_cast<ptrdiff_t>(s) * wf;  // offset of the row in every frame's window
+  };
+
+  std::array<int32_t, kExposureFactors> factors;
+  build_exposure_factors(lv.lut, factors.data());
+  const BlendGroupsFn groups = select_blend_groups();
+
+  for (int32_t y = first; y < first + rows; ++y) {
+    const CoarseRows c = coarse_rows_of(y, hf, hc);
+    const bool border = y == 0 || y == hf - 1;
+    BlendRowArgs row{level0 ? fused_row : lv.collapsed[l] + static_cast<ptrdiff_t>(y) * wf,
+                     lap_ptrs, gauss_ptrs, factors.data(), 0, 0, wf, wf, n, wf};
+    if (level0) {
+      row.gauss_offset = window_row(y);
+      if (!border) {
+        row.up = row.gauss_offset - window_row(y - 1);
+        row.down = window_row(y + 1) - row.gauss_offset;
+      }
+    } else {
+      row.gauss_offset = static_cast<ptrdiff_t>(y) * wf;
+    }
+
+    // Band-pass rows: the Gaussian row minus the expansion of the level above.
+    for (int32_t f = 0; f < n; ++f) {
+      gauss_ptrs[f] = level0 ? window + static_cast<ptrdiff_t>(3 * f) * wf : lv.gauss[f][l];
+      const uint16_t* g = gauss_ptrs[f] + row.gauss_offset;
+      int16_t* out = band_pass + static_cast<ptrdiff_t>(f) * wf;
+      const ExpandedRows<uint16_t> e = gauss_rows(f);
+      if (c.even) {
+        fns.laplacian_even(g, e.row(c.above), e.row(c.centre), e.row(c.below), out, wf);
+      } else {
+        fns.laplacian_odd(g, e.row(c.centre), e.row(c.below), out, wf);
+      }
+      lap_ptrs[f] = out;
+    }
+
+    if (border) {
+      BlendBorderRow(row);
+    } else {
+      BlendInteriorRow(row, groups);
+    }
+
+    // Collapse in place onto the expansion of the collapsed level above.
+    uint8_t* luma = level0 ? lv.luma + static_cast<ptrdiff_t>(y) * wf : nullptr;
+    if (c.even) {
+      fns.collapse_even(row.out, collapsed_rows.row(c.above), collapsed_rows.row(c.centre),
+                        collapsed_rows.row(c.below), luma, wf);
+    } else {
+      fns.collapse_odd(row.out, collapsed_rows.row(c.centre), collapsed_rows.row(c.below), luma, wf);
+    }
+  }
+  return 0;
+}
+
+int32_t level_band_body(void* record) {
+  const auto& a = band_payload<LevelBand>(record);
+  band_done(record, fuse_band(*a.level, a.first, a.rows));
+  return 0;
+}
+
+}  // namespace
+
+int32_t gaussian_level1_from_crop(const uint8_t* frame, uint32_t stride, int32_t x, int32_t y,
+                                  uint16_t* level1, const int32_t* widths, const int32_t* heights) {
+  const BandSplit split = split_rows(heights[0], SplitRule::kPyramidEven);
+  return run_bands<CropBand>(split.bands, crop_band_body, [&](int32_t b, CropBand& a) {
+    a = CropBand{frame, stride, x, y,
+                 level1 + static_cast<ptrdiff_t>(split.half_first(b)) * widths[1],
+                 widths[0], widths[1], split.first(b), split.rows(b), split.half_rows(b, heights[1])};
+  });
+}
+
+int32_t fuse_and_collapse_level(const StreamedLevel& level) {
+  const BandSplit split = split_rows(level.heights[level.level], SplitRule::kPyramidEven);
+  return run_bands<LevelBand>(split.bands, level_band_body, [&](int32_t b, LevelBand& a) {
+    a = LevelBand{&level, split.first(b), split.rows(b)};
+  });
+}
+
+}  // namespace tavo

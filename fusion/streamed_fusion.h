@@ -1,0 +1,49 @@
+// The fusion's luma, streamed. The level-by-level pipeline of the exported
+// kernels (crop, Gaussian and band-pass pyramids of every frame, blend of
+// every level, collapse) writes every level of every pyramid to memory and
+// reads it back. Here only the Gaussian levels 1 and up of each frame and the
+// collapsed levels 1 and up are stored: Gaussian level 0 is the crop widened
+// from the input frame when a row is needed, and the collapse of level l
+// computes, a row at a time, the frames' band-pass samples (Gaussian level l
+// minus the expansion of level l + 1), their weights, the blended sample and
+// the collapsed one (plus the expansion of the collapsed level l + 1). Every
+// sample is the one the level-by-level pipeline gives, whatever the band split.
+#pragma once
+
+#include <cstdint>
+
+namespace tavo {
+
+// Results of the stages, each failure naming what its band could not take.
+inline constexpr int32_t kStageFailed = -1;        // Gaussian scratch
+inline constexpr int32_t kBandPassFailed = -2;     // expanded Gaussian rows, band-pass rows
+inline constexpr int32_t kBlendFailed = -3;        // widened crop rows, fused row, row pointers
+inline constexpr int32_t kCollapseFailed = -4;     // expanded collapsed rows
+
+// Gaussian level 1 of the crop of a frame whose luma plane has row stride
+// `stride`, with the crop's top-left corner at (x, y): the crop's level 0
+// (luma x 16) reduced in bands, straight from the 8-bit frame.
+int32_t gaussian_level1_from_crop(const uint8_t* frame, uint32_t stride, int32_t x, int32_t y,
+                                  uint16_t* level1, const int32_t* widths, const int32_t* heights);
+
+// Everything the collapse of one level reads and writes.
+struct StreamedLevel {
+  int32_t frames;
+  const uint8_t* const* crops;    // per frame: its luma plane, for level 0
+  uint32_t stride;                // of the luma planes
+  const int32_t* origins;         // per frame: crop column, crop row
+  uint16_t* const* const* gauss;  // per frame: Gaussian level table (levels 1 and up)
+  int16_t* const* collapsed;      // collapsed level table (levels 1 and up)
+  const uint16_t* lut;            // exposure weight table
+  const int32_t* widths;
+  const int32_t* heights;
+  int32_t level;                  // 0 ... L-2
+  uint8_t* luma;                  // output luma, written at level 0
+};
+
+// Blends level `level` of every frame and collapses it onto collapsed level
+// level + 1, into collapsed level `level` (at level 0 into the 8-bit luma).
+// 0, or one of the failures above.
+int32_t fuse_and_collapse_level(const StreamedLevel& level);
+
+}  // namespace tavo
