@@ -87,6 +87,9 @@ extern "C" TAVO_HDR_EXPORT uint32_t imageAffine_xor_and_process(
     HDR_LOG("in_buffer is NULL,0x%x,0x%x,0x%x,0x%x\n", log_hex(moving_mask),
             log_hex(moving_bitmap), log_hex(ref_bitmap), log_hex(ref_mask));
   }
+  // The per-band counts are read back from the band records after the batch:
+  // hold the library lock across both.
+  const tavo::LibraryLock hold;
   const tavo::BandSplit split = tavo::split_rows(height, tavo::SplitRule::kFour);
   tavo::run_bands<MismatchJob>(
       split.bands, imageAffine_xor_and_parameter, [&](int32_t b, MismatchJob& a) {
@@ -109,7 +112,8 @@ extern "C" TAVO_HDR_EXPORT uint32_t imageAffine_xor_and_process(
                         static_cast<int32_t>(begin),
                         static_cast<int32_t>(std::max(begin, end)),
                         0};
-      });
+      },
+      static_cast<int64_t>(width) * height);
   uint32_t total = 0;
   for (int32_t b = 0; b < split.bands; ++b) total += tavo::band_payload<MismatchJob>(&arg[b]).partial;
   *count_out = total;

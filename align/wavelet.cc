@@ -50,6 +50,6 @@ extern "C" TAVO_HDR_EXPORT uint32_t wltDecompose_process(const uint8_t* src, int
     const int64_t out = static_cast<int64_t>(split.first(b) / 2) * out_width;
     a = WaveletJob{src + in,           approx_out + out, bitmap_out + out, mask_out + out,
                    width,              split.rows(b),    threshold};
-  });
+  }, static_cast<int64_t>(width) * height);
   return 0;
 }

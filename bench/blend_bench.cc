@@ -1,4 +1,5 @@
-// Blending of one 4000 x 3000 level of three frames, and chroma fusion of three
+// Blending of one 4000 x 3000 level of three frames, one row of it from cache,
+// and chroma fusion of three
 // 4000 x 3000 frames, with the portable rows (argument 0) and with the widest
 // rows the processor runs (argument 1).
 #include <benchmark/benchmark.h>
@@ -6,6 +7,7 @@
 #include <random>
 #include <vector>
 
+#include "fusion/blend_rows.h"
 #include "fusion/fusion_weights.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/cpu.h"
@@ -121,5 +123,34 @@ void BM_FusionUVSemiplane(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * kWidth * kHeight / 2);
 }
 BENCHMARK(BM_FusionUVSemiplane)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace
+
+namespace {
+
+// One interior row of 4000 samples of three frames, blended again and again
+// from cache: the arithmetic of the grouped rule without memory traffic.
+void BM_BlendInteriorRow(benchmark::State& state) {
+  tavo::platform::force_portable_for_testing(state.range(0) == 0);
+  std::mt19937 rng(3);
+  std::vector<uint16_t> gauss(3 * 3 * kWidth);
+  std::vector<int16_t> lap(3 * kWidth), out(kWidth);
+  for (auto& g : gauss) g = static_cast<uint16_t>(rng() % 4081);
+  for (auto& l : lap) l = static_cast<int16_t>(static_cast<int>(rng() % 1024) - 512);
+  const uint16_t* g[3] = {gauss.data() + kWidth, gauss.data() + 4 * kWidth, gauss.data() + 7 * kWidth};
+  const int16_t* l[3] = {lap.data(), lap.data() + kWidth, lap.data() + 2 * kWidth};
+  int32_t factors[tavo::kExposureFactors];
+  tavo::build_exposure_factors(tables().exposure.data(), factors);
+  const tavo::BlendRowArgs row{out.data(), l, g, factors, 0, 0, kWidth, kWidth, 3, kWidth};
+  const tavo::BlendGroupsFn groups = tavo::select_blend_groups();
+  for (auto _ : state) {
+    tavo::BlendInteriorRow(row, groups);
+    benchmark::ClobberMemory();
+  }
+  tavo::platform::force_portable_for_testing(false);
+  state.SetItemsProcessed(state.iterations() * kWidth);
+  state.SetLabel(state.range(0) == 0 ? "portable" : "simd");
+}
+BENCHMARK(BM_BlendInteriorRow)->Arg(0)->Arg(1);
 
 }  // namespace

@@ -62,7 +62,7 @@ int32_t tavo::gaussian_reduce_level(uint16_t** level_table, uint32_t level, cons
         a.rows[0] = split.rows(b);
         a.rows[1] = split.half_rows(b, dst_height);
         a.level = level;
-      });
+      }, static_cast<int64_t>(src_width) * heights[level]);
 }
 
 extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_process(

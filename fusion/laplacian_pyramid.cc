@@ -87,7 +87,7 @@ int32_t tavo::laplacian_level(int16_t** lap_table, uint16_t** gauss_table, uint3
         a.rows[0] = split.rows(b);
         a.rows[1] = split.half_rows(b, coarse_height);
         a.level = level;
-      });
+      }, static_cast<int64_t>(fine_width) * heights[level]);
 }
 
 // `levels` is not needed.

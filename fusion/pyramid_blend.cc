@@ -105,7 +105,7 @@ int32_t tavo::blend_level(int16_t** out_levels, const uint16_t* lut, int16_t*** 
         }
         a = tavo::BlendBand{out_levels[level] + first, lut, lap_arrays[b], gauss_arrays[b], width,
                             split.rows(b), static_cast<int32_t>(frames)};
-      });
+      }, static_cast<int64_t>(width) * heights[level] * frames);
   for (int b = 0; b < 4; ++b) {
     tavo::platform::mem_free(lap_arrays[b]);
     tavo::platform::mem_free(gauss_arrays[b]);

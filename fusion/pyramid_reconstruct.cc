@@ -87,7 +87,7 @@ int32_t tavo::collapse_level(uint8_t* out_y, int16_t** levels, const int32_t* wi
         a.rows[0] = split.rows(b);
         a.rows[1] = split.half_rows(b, coarse_height);
         a.level = level;
-      });
+      }, static_cast<int64_t>(fine_width) * heights[level]);
 }
 
 extern "C" TAVO_HDR_EXPORT uint32_t pyramid_reconstruct_y_process(uint8_t* out_y, int16_t** levels,

@@ -227,14 +227,14 @@ int32_t gaussian_level1_from_crop(const uint8_t* frame, uint32_t stride, int32_t
     a = CropBand{frame, stride, x, y,
                  level1 + static_cast<ptrdiff_t>(split.half_first(b)) * widths[1],
                  widths[0], widths[1], split.first(b), split.rows(b), split.half_rows(b, heights[1])};
-  });
+  }, static_cast<int64_t>(widths[0]) * heights[0]);
 }
 
 int32_t fuse_and_collapse_level(const StreamedLevel& level) {
   const BandSplit split = split_rows(level.heights[level.level], SplitRule::kPyramidEven);
   return run_bands<LevelBand>(split.bands, level_band_body, [&](int32_t b, LevelBand& a) {
     a = LevelBand{&level, split.first(b), split.rows(b)};
-  });
+  }, static_cast<int64_t>(level.widths[level.level]) * level.heights[level.level] * level.frames);
 }
 
 }  // namespace tavo

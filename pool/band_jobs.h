@@ -70,13 +70,19 @@ Payload& band_payload(void* record) {
 // allocated; the value says which).
 void band_done(void* record, int32_t status = 0);
 
+// Waking the workers for a batch costs tens of microseconds; a batch of less
+// work than this many samples runs its bands one after another on the calling
+// thread instead. The bands are independent, so the bytes are the same.
+inline constexpr int64_t kInlineWork = 1 << 17;
+
 // Runs one batch: for every band b, fill(b, payload) writes the band's kernel
-// arguments, and the job `body` is queued on the pool; returns when all bands
-// have reported: 0 when every band wrote its rows, else the status of the
-// first band that could not. The batch holds the library lock, so two threads
-// never share the band records.
+// arguments, and the job `body` is queued on the pool (or, for less than
+// kInlineWork samples of `work`, run at once on this thread); returns when all
+// bands have reported: 0 when every band wrote its rows, else the status of
+// the first band that could not. The batch holds the library lock, so two
+// threads never share the band records.
 template <class Payload, class Fill>
-int32_t run_bands(int32_t bands, int32_t (*body)(void*), Fill&& fill) {
+int32_t run_bands(int32_t bands, int32_t (*body)(void*), Fill&& fill, int64_t work = kInlineWork) {
   static_assert(sizeof(Payload) <= sizeof(band_record::payload), "band payload too large");
   static_assert(std::is_trivially_copyable_v<Payload>, "band payload must be plain data");
   const LibraryLock hold;
@@ -88,9 +94,13 @@ int32_t run_bands(int32_t bands, int32_t (*body)(void*), Fill&& fill) {
     record.body = body;
     record.status = 0;
     fill(b, *::new (static_cast<void*>(record.payload)) Payload{});
-    detail::queue_band(&record);
+    if (work < kInlineWork) {
+      body(&record);
+    } else {
+      detail::queue_band(&record);
+    }
   }
-  detail::wait_bands(bands);
+  if (work >= kInlineWork) detail::wait_bands(bands);
   for (int32_t b = 0; b < bands; ++b) {
     if (arg[b].status != 0) return arg[b].status;
   }
