@@ -1,7 +1,6 @@
 // Blending of one 4000 x 3000 level of three frames, one row of it from cache,
-// and chroma fusion of three
-// 4000 x 3000 frames, with the portable rows (argument 0) and with the widest
-// rows the processor runs (argument 1).
+// and chroma fusion of three 4000 x 3000 frames, with the portable rows
+// (argument 0) and with the widest rows the processor runs (argument 1).
 #include <benchmark/benchmark.h>
 
 #include <random>
