@@ -15,7 +15,7 @@
 namespace {
 
 // Destination columns are handled in blocks whose source columns are looked up
-// once per call and kept on the stack.
+// once per call and kept on the stack (with their runs, about 64 KB).
 constexpr int32_t kColumnBlock = 4096;
 
 // min(last, trunc(scale * d)), the source index of destination index d.
@@ -27,17 +27,66 @@ void fill_indices(int32_t* indices, int32_t first, int32_t count, float scale, i
   for (int32_t k = 0; k < count; ++k) indices[k] = source_index(scale, first + k, last);
 }
 
+// The source columns of a block of destination columns, and the same as runs
+// of consecutive source columns: destination columns first ... first+length-1
+// take source columns source ... source+length-1. A crop scaled back to a
+// frame a little larger repeats a source column only here and there, so a
+// row is a few block copies.
+struct ColumnMap {
+  struct Run {
+    int32_t first, source, length;
+  };
+  int32_t columns[kColumnBlock];
+  Run runs[kColumnBlock];
+  int32_t count = 0, run_count = 0;
+
+  void fill(int32_t first, int32_t n, float scale, int32_t last) {
+    count = n;
+    fill_indices(columns, first, n, scale, last);
+    run_count = 0;
+    for (int32_t k = 0; k < n; ++k) {
+      if (run_count > 0) {
+        Run& r = runs[run_count - 1];
+        if (columns[k] == r.source + r.length) {
+          ++r.length;
+          continue;
+        }
+      }
+      runs[run_count++] = Run{k, columns[k], 1};
+    }
+  }
+
+  // d[k] = s[columns[k]] for every column of the block.
+  void copy(const uint8_t* s, uint8_t* d) const {
+    if (run_count * 8 > count) {  // short runs: one sample at a time
+      for (int32_t k = 0; k < count; ++k) d[k] = s[columns[k]];
+      return;
+    }
+    for (int32_t r = 0; r < run_count; ++r) memcpy(d + runs[r].first, s + runs[r].source, runs[r].length);
+  }
+
+  // d[2k] = v[columns[k]], d[2k + 1] = u[columns[k]]: V,U pairs.
+  void interleave(const uint8_t* u, const uint8_t* v, uint8_t* d) const {
+    for (int32_t r = 0; r < run_count; ++r) {
+      const uint8_t* su = u + runs[r].source;
+      const uint8_t* sv = v + runs[r].source;
+      uint8_t* pair = d + 2 * runs[r].first;
+      for (int32_t m = 0; m < runs[r].length; ++m) {
+        pair[2 * m] = sv[m];
+        pair[2 * m + 1] = su[m];
+      }
+    }
+  }
+};
+
 void resize_luma(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t src_height,
                  int32_t dst_width, int32_t dst_height, float sx, float sy) {
-  int32_t columns[kColumnBlock];
+  ColumnMap map;
   for (int32_t j0 = 0; j0 < dst_width; j0 += kColumnBlock) {
-    const int32_t n = std::min(kColumnBlock, dst_width - j0);
-    fill_indices(columns, j0, n, sx, src_width - 1);
+    map.fill(j0, std::min(kColumnBlock, dst_width - j0), sx, src_width - 1);
     for (int32_t i = 0; i < dst_height; ++i) {
       const int64_t row = source_index(sy, i, src_height - 1);
-      const uint8_t* s = src + row * src_width;
-      uint8_t* d = dst + static_cast<int64_t>(i) * dst_width + j0;
-      for (int32_t k = 0; k < n; ++k) d[k] = s[columns[k]];
+      map.copy(src + row * src_width, dst + static_cast<int64_t>(i) * dst_width + j0);
     }
   }
 }
@@ -51,29 +100,21 @@ void resize_chroma(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t 
   const int32_t pairs = dst_width / 2;  // chroma columns of a destination row
   const int32_t chroma_rows = dst_height / 2;
 
-  int32_t columns[kColumnBlock];
+  ColumnMap map;
   for (int32_t j0 = 0; j0 < pairs; j0 += kColumnBlock) {
     const int32_t n = std::min(kColumnBlock, pairs - j0);
-    fill_indices(columns, j0, n, sx, src_width / 2 - 1);
+    map.fill(j0, n, sx, src_width / 2 - 1);
     for (int32_t i = 0; i < chroma_rows; ++i) {
       const int64_t row = source_index(sy, i, src_height / 2 - 1);
       const int64_t src_offset = (row * src_width) / 2;
       const uint8_t* su = src_u + src_offset;
       const uint8_t* sv = src_v + src_offset;
       if (interleave) {
-        uint8_t* d = dst + dst_area + 2 * (static_cast<int64_t>(i) * pairs + j0);
-        for (int32_t k = 0; k < n; ++k) {
-          d[2 * k] = sv[columns[k]];
-          d[2 * k + 1] = su[columns[k]];
-        }
+        map.interleave(su, sv, dst + dst_area + 2 * (static_cast<int64_t>(i) * pairs + j0));
       } else {
         const int64_t dst_offset = (static_cast<int64_t>(i) * dst_width) / 2 + j0;
-        uint8_t* du = dst + dst_area + dst_offset;
-        uint8_t* dv = dst + (dst_area * 5) / 4 + dst_offset;
-        for (int32_t k = 0; k < n; ++k) {
-          du[k] = su[columns[k]];
-          dv[k] = sv[columns[k]];
-        }
+        map.copy(su, dst + dst_area + dst_offset);
+        map.copy(sv, dst + (dst_area * 5) / 4 + dst_offset);
       }
     }
   }
