@@ -3,6 +3,7 @@
 // thresholded at its own value, which makes the bitmaps comparable across
 // exposures.
 #include <cstdint>
+#include <cstring>
 
 #include "include/tavo_lumo_hdr.h"
 #include "pool/band_jobs.h"
@@ -23,17 +24,23 @@ extern "C" TAVO_HDR_EXPORT uint32_t loadImg(const uint8_t* luma, int32_t width, 
                                             uint8_t* threshold_out, int32_t frame_index) {
   *threshold_out = 0;
   // Four partial histograms, so that runs of equal bytes do not serialise on
-  // one counter.
+  // one counter; eight bytes are read at a time and taken apart in registers.
   uint32_t partial[4][256] = {};
   if (width > 0) {
     const uint8_t* row = luma;
     for (int32_t r = 0; r < height; ++r, row += width) {
       int32_t j = 0;
-      for (; j + 4 <= width; j += 4) {
-        ++partial[0][row[j]];
-        ++partial[1][row[j + 1]];
-        ++partial[2][row[j + 2]];
-        ++partial[3][row[j + 3]];
+      for (; j + 8 <= width; j += 8) {
+        uint64_t v;
+        memcpy(&v, row + j, sizeof v);
+        ++partial[0][v & 0xff];
+        ++partial[1][(v >> 8) & 0xff];
+        ++partial[2][(v >> 16) & 0xff];
+        ++partial[3][(v >> 24) & 0xff];
+        ++partial[0][(v >> 32) & 0xff];
+        ++partial[1][(v >> 40) & 0xff];
+        ++partial[2][(v >> 48) & 0xff];
+        ++partial[3][v >> 56];
       }
       for (; j < width; ++j) ++partial[0][row[j]];
     }
