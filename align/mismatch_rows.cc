@@ -25,6 +25,7 @@ MismatchRow pick_mismatch_row() {
   if (platform::cpu_has(Isa::kNeon)) return mismatch_row_neon;
 #endif
 #if defined(__x86_64__)
+  if (platform::cpu_has(Isa::kAvx2)) return mismatch_row_avx2;
   if (platform::cpu_has(Isa::kSse41)) return mismatch_row_sse41;
 #endif
   return mismatch_row_c;

@@ -23,6 +23,8 @@ uint32_t mismatch_row_neon(const uint8_t* moving_mask, const uint8_t* moving_bit
 #if defined(__x86_64__)
 uint32_t mismatch_row_sse41(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
                             const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
+uint32_t mismatch_row_avx2(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+                           const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
 #endif
 
 // The best row this processor runs (the portable one when forced).

@@ -33,6 +33,10 @@ std::vector<VectorRows> vector_rows() {
     rows.push_back({"sse41", tavo::wavelet_main_row_sse41, tavo::mismatch_row_sse41,
                     tavo::widen_x16_row_sse41, tavo::split_pairs_row_sse41});
   }
+  if (__builtin_cpu_supports("avx2")) {  // only the comparison has a wider row
+    rows.push_back({"avx2", tavo::wavelet_main_row_sse41, tavo::mismatch_row_avx2,
+                    tavo::widen_x16_row_sse41, tavo::split_pairs_row_sse41});
+  }
 #endif
   return rows;
 }
