@@ -62,7 +62,9 @@ inline void weight_sums(const BlendRowArgs& row, int32_t x, __m256i* w_sum, __m2
     const V lap = load<V>(row.lap[f] + row.lap_offset + x);
     for (int g = 0; g < kGroups; ++g) {
       const __m256i exposure = _mm256_i32gather_epi32(row.factors, _mm256_cvtepu16_epi32(half(index, g)), 4);
-      const __m256i w = _mm256_mullo_epi32(exposure, _mm256_cvtepu16_epi32(half(contrast, g)));
+      // e * c: e is a 16-bit factor sign-extended, c at most 255, so the
+      // pairwise 16-bit product sum is the whole product.
+      const __m256i w = _mm256_madd_epi16(exposure, _mm256_cvtepu16_epi32(half(contrast, g)));
       w_sum[g] = _mm256_add_epi32(w_sum[g], w);
       s_sum[g] = _mm256_add_epi32(s_sum[g], _mm256_mullo_epi32(w, _mm256_cvtepi16_epi32(half(lap, g))));
     }
