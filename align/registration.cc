@@ -93,6 +93,10 @@ int32_t register_frames(const uint8_t* const* frames, int32_t width, int32_t hei
     const size_t area = static_cast<size_t>(widths[k]) * static_cast<size_t>(heights[k]);
     for (int32_t t = 0; t < kPlanes; ++t, next += area) tables[t][k] = next;
   }
+  // Levels 1 and up are filled at once; level 0 is never touched.
+  if (levels > 1) {
+    platform::advise_huge_pages(tables[0][1], static_cast<size_t>(next - tables[0][1]));
+  }
 
   uint8_t thresholds[3] = {0, 0, 0};
   loadImg_process(frames, width, height, thresholds);

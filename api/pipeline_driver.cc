@@ -53,6 +53,7 @@ extern "C" TAVO_HDR_EXPORT int32_t GetAlignImg(const uint8_t* const* frames, int
     HDR_LOG("fusiondata malloc fail.\n");
     return -1;
   }
+  tavo::platform::advise_huge_pages(fused, frame_bytes);
   struct FreeOnReturn {
     uint8_t* buffer;
     ~FreeOnReturn() { tavo::platform::mem_free(buffer); }

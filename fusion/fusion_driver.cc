@@ -36,11 +36,15 @@ struct FusionPyramids {
   int16_t*** lap;      // per frame: its Laplacian level table
   uint8_t** scratch;   // 8-bit scratch levels 0 ... L-2 (reserved, unused)
   int16_t** fused;     // the fused pyramid's level table
+  uint8_t* stored;     // the levels the streamed fusion writes, in one run
+  size_t stored_bytes;
 };
 
-// Pointer tables first (aligned), then per frame the Gaussian level l followed
-// by the Laplacian level l for every l, then the fused levels, then the 8-bit
-// scratch levels.
+// Pointer tables first (aligned), then the levels the streamed fusion stores:
+// every frame's Gaussian levels 1 and up, then the fused (collapsed) levels 1
+// and up. Then the levels it never touches, whose pages are never mapped:
+// every frame's Gaussian level 0 and Laplacian levels, the fused level 0, the
+// 8-bit scratch levels.
 FusionPyramids carve_block(void* block, uint32_t frames, uint32_t levels, const int32_t* widths,
                            const int32_t* heights) {
   void** pointers = static_cast<void**>(block);
@@ -63,18 +67,22 @@ FusionPyramids carve_block(void* block, uint32_t frames, uint32_t levels, const 
   auto level_bytes = [&](uint32_t l) {
     return static_cast<size_t>(widths[l]) * static_cast<size_t>(heights[l]);
   };
-  for (uint32_t i = 0; i < frames; ++i) {
-    for (uint32_t l = 0; l < levels; ++l) {
-      p.gauss[i][l] = reinterpret_cast<uint16_t*>(data);
-      data += 2 * level_bytes(l);
-      p.lap[i][l] = reinterpret_cast<int16_t*>(data);
-      data += 2 * level_bytes(l);
-    }
-  }
-  for (uint32_t l = 0; l < levels; ++l) {
-    p.fused[l] = reinterpret_cast<int16_t*>(data);
+  auto take16 = [&](uint32_t l) {
+    uint8_t* at = data;
     data += 2 * level_bytes(l);
+    return at;
+  };
+  p.stored = data;
+  for (uint32_t i = 0; i < frames; ++i) {
+    for (uint32_t l = 1; l < levels; ++l) p.gauss[i][l] = reinterpret_cast<uint16_t*>(take16(l));
   }
+  for (uint32_t l = 1; l < levels; ++l) p.fused[l] = reinterpret_cast<int16_t*>(take16(l));
+  p.stored_bytes = static_cast<size_t>(data - p.stored);
+  for (uint32_t i = 0; i < frames; ++i) {
+    p.gauss[i][0] = reinterpret_cast<uint16_t*>(take16(0));
+    for (uint32_t l = 0; l < levels; ++l) p.lap[i][l] = reinterpret_cast<int16_t*>(take16(l));
+  }
+  p.fused[0] = reinterpret_cast<int16_t*>(take16(0));
   for (uint32_t l = 0; l + 1 < levels; ++l) {
     p.scratch[l] = data;
     data += level_bytes(l);
@@ -147,6 +155,7 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
   const tavo::FusionPyramids pyr =
       tavo::carve_block(block, frame_count, levels, w_pyramid_y, h_pyramid_y);
   const uint32_t top = levels - 1u;
+  tavo::platform::advise_huge_pages(pyr.stored, pyr.stored_bytes);
 
   // A crop of fewer than two levels has no collapse: its luma is left as it
   // was, only its chroma is fused.

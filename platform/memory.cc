@@ -1,6 +1,9 @@
 #include "platform/memory.h"
 
+#include <sys/mman.h>
+
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 
 namespace tavo::platform {
@@ -34,6 +37,18 @@ void* mem_calloc(size_t count, size_t size) {
   void* ptr = calloc(count, size);
   if (ptr != nullptr) g_live.fetch_add(1, std::memory_order_relaxed);
   return ptr;
+}
+
+void advise_huge_pages(void* ptr, size_t bytes) {
+#if defined(MADV_HUGEPAGE)
+  constexpr uintptr_t kHugePage = uintptr_t{1} << 21;
+  const auto begin = (reinterpret_cast<uintptr_t>(ptr) + kHugePage - 1) & ~(kHugePage - 1);
+  const auto end = (reinterpret_cast<uintptr_t>(ptr) + bytes) & ~(kHugePage - 1);
+  if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+#else
+  (void)ptr;
+  (void)bytes;
+#endif
 }
 
 void mem_free(void* ptr) {

@@ -14,6 +14,11 @@ void mem_free(void* ptr);
 // (every later one when negative) until the switch is reset with a negative
 // `successes` (the default: never fail).
 void fail_allocations_after(long successes, long failures = -1);
+// Asks the system to back the whole 2 MiB pages inside [ptr, ptr + bytes)
+// with huge pages where it offers them on request: one page fault instead of
+// 512 for a large buffer filled at once. A hint only; nothing else changes.
+void advise_huge_pages(void* ptr, size_t bytes);
+
 // Allocations asked for since the switch was last set.
 long allocations_since_switch();
 // Allocations taken and not yet freed.
