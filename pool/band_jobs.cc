@@ -1,5 +1,7 @@
 #include "pool/band_jobs.h"
 
+#include <atomic>
+
 #include "pool/thread_pool.h"
 
 extern "C" {
@@ -12,6 +14,8 @@ TAVO_HDR_EXPORT unsigned char p[300] = {0};
 namespace tavo {
 namespace {
 
+std::atomic<int64_t> g_inline_work{kInlineWork};
+
 void* run_band_job(void* record) {
   auto* band = static_cast<band_record*>(record);
   band->body(band);
@@ -19,6 +23,11 @@ void* run_band_job(void* record) {
 }
 
 }  // namespace
+
+int64_t inline_work_limit() { return g_inline_work.load(std::memory_order_relaxed); }
+void set_inline_work_limit_for_testing(int64_t samples) {
+  g_inline_work.store(samples, std::memory_order_relaxed);
+}
 
 BandSplit split_rows(int32_t total, SplitRule rule) {
   int32_t step = total / 4;

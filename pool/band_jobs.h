@@ -74,10 +74,14 @@ void band_done(void* record, int32_t status = 0);
 // work than this many samples runs its bands one after another on the calling
 // thread instead. The bands are independent, so the bytes are the same.
 inline constexpr int64_t kInlineWork = 1 << 17;
+// The limit in force: kInlineWork, or what a test set (0 sends every batch to
+// the workers).
+int64_t inline_work_limit();
+void set_inline_work_limit_for_testing(int64_t samples);
 
 // Runs one batch: for every band b, fill(b, payload) writes the band's kernel
 // arguments, and the job `body` is queued on the pool (or, for less than
-// kInlineWork samples of `work`, run at once on this thread); returns when all
+// inline_work_limit() samples of `work`, run at once on this thread); returns when all
 // bands have reported: 0 when every band wrote its rows, else the status of
 // the first band that could not. The batch holds the library lock, so two
 // threads never share the band records.
@@ -86,6 +90,7 @@ int32_t run_bands(int32_t bands, int32_t (*body)(void*), Fill&& fill, int64_t wo
   static_assert(sizeof(Payload) <= sizeof(band_record::payload), "band payload too large");
   static_assert(std::is_trivially_copyable_v<Payload>, "band payload must be plain data");
   const LibraryLock hold;
+  const bool on_caller = work < inline_work_limit();
   count = 0;
   for (int32_t b = 0; b < bands; ++b) {
     band_record& record = arg[b];
@@ -94,13 +99,13 @@ int32_t run_bands(int32_t bands, int32_t (*body)(void*), Fill&& fill, int64_t wo
     record.body = body;
     record.status = 0;
     fill(b, *::new (static_cast<void*>(record.payload)) Payload{});
-    if (work < kInlineWork) {
+    if (on_caller) {
       body(&record);
     } else {
       detail::queue_band(&record);
     }
   }
-  if (work >= kInlineWork) detail::wait_bands(bands);
+  if (!on_caller) detail::wait_bands(bands);
   for (int32_t b = 0; b < bands; ++b) {
     if (arg[b].status != 0) return arg[b].status;
   }

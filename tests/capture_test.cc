@@ -19,6 +19,7 @@
 #include "include/tavo_lumo_hdr.h"
 #include "platform/clock.h"
 #include "platform/memory.h"
+#include "pool/band_jobs.h"
 #include "pool/thread_pool.h"
 #include "support/test_support.h"
 
@@ -159,8 +160,15 @@ TEST_F(Capture, StopDuringTheResizeGivesOneWithACompleteOutput) {
 // capture either still computes every byte (a job record that could not be
 // queued runs its band on the caller) or returns -1 with its reason logged,
 // and nothing is left allocated either way.
+// The first round runs small batches on the caller as usual; the second sends
+// every batch to the workers, so that a band's failure crosses from a worker.
 TEST_F(Capture, EveryAllocationFailureGivesMinusOneOrTheExactFrame) {
-  for (const char* layout : {"YUV420_PLANAR", "YVU420_SEMIPLANAR"}) {
+  const struct {
+    const char* layout;
+    int64_t inline_limit;
+  } rounds[] = {{"YUV420_PLANAR", kInlineWork}, {"YVU420_SEMIPLANAR", 0}};
+  for (const auto& [layout, inline_limit] : rounds) {
+    set_inline_work_limit_for_testing(inline_limit);
     int32_t result = -1;
     const std::vector<uint8_t> reference = run(72, 40, layout, &result);
     ASSERT_EQ(result, 0);
@@ -185,6 +193,7 @@ TEST_F(Capture, EveryAllocationFailureGivesMinusOneOrTheExactFrame) {
     }
     EXPECT_GT(failed, 5);
   }
+  set_inline_work_limit_for_testing(kInlineWork);
 }
 
 // A destroy that arrives while a capture runs waits for the capture to end,
