@@ -136,8 +136,8 @@ int32_t fuse_band(const StreamedLevel& lv, int32_t first, int32_t rows) {
   auto* lap_ptrs = static_cast<const int16_t**>(scratch.blend);
   auto* gauss_ptrs = reinterpret_cast<const uint16_t**>(lap_ptrs + n);
   auto* window_tags = reinterpret_cast<int32_t*>(gauss_ptrs + n);
-  auto* fused_row = reinterpret_cast<int16_t*>(window_tags + 4);
-  auto* window = reinterpret_cast<uint16_t*>(fused_row + wf);  // frame f's slot s: row 3f + s
+  auto* fused_row = level0 ? reinterpret_cast<int16_t*>(window_tags + 4) : nullptr;
+  auto* window = level0 ? reinterpret_cast<uint16_t*>(fused_row + wf) : nullptr;  // frame f's slot s: row 3f + s
   for (int t = 0; t < 4; ++t) window_tags[t] = -1;
   // Collapse part.
   auto* collapse_tags = static_cast<int32_t*>(scratch.collapse);
