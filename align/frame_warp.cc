@@ -17,10 +17,6 @@ bool starts_before_frame(int32_t xs, int32_t ys, uint32_t src_stride) {
   return static_cast<int32_t>(p0) < 0;
 }
 
-const uint8_t* crop_row(const uint8_t* src, uint32_t src_stride, int32_t xs, int32_t ys, int32_t r) {
-  return src + (static_cast<int64_t>(ys) + r) * static_cast<int64_t>(src_stride) + xs;
-}
-
 struct WarpJob {
   const uint8_t* src;
   uint16_t* dst;
@@ -51,7 +47,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t imageAffine(const uint8_t* src, uint16_t* ds
   if (rows < 1 || width < 1) return 0;
   const tavo::WidenRow widen = tavo::pick_widen_row();
   for (int32_t r = 0; r < rows; ++r) {
-    widen(crop_row(src, src_stride, xs, ys, r), dst + static_cast<int64_t>(r) * width, width);
+    widen(tavo::crop_row(src, src_stride, xs, ys, r), dst + static_cast<int64_t>(r) * width, width);
   }
   return 0;
 }
@@ -69,7 +65,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t imageAffine_uv(const uint8_t* src, uint8_t* 
   const tavo::SplitPairsRow split = tavo::pick_split_pairs_row();
   for (int32_t r = 0; r < rows; ++r) {
     const int64_t out = static_cast<int64_t>(r) * n;
-    split(crop_row(src, src_stride, x, y, r), dst_odd + out, dst_even + out, n);
+    split(tavo::crop_row(src, src_stride, x, y, r), dst_odd + out, dst_even + out, n);
   }
   return 0;
 }

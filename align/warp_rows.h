@@ -24,6 +24,12 @@ void widen_x16_row_sse41(const uint8_t* src, uint16_t* dst, int32_t n);
 void split_pairs_row_sse41(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n);
 #endif
 
+// Row r of the crop whose top-left corner lies at column xs, row ys of a plane
+// of row stride `stride` (64-bit offsets: the corner may lie anywhere).
+inline const uint8_t* crop_row(const uint8_t* src, uint32_t stride, int32_t xs, int32_t ys, int32_t r) {
+  return src + (static_cast<int64_t>(ys) + r) * static_cast<int64_t>(stride) + xs;
+}
+
 // The best rows this processor runs (the portable ones when forced).
 WidenRow pick_widen_row();
 SplitPairsRow pick_split_pairs_row();

@@ -14,10 +14,6 @@
 namespace tavo {
 namespace {
 
-const uint8_t* crop_row(const uint8_t* frame, uint32_t stride, int32_t x, int32_t y, int32_t row) {
-  return frame + (static_cast<int64_t>(y) + row) * static_cast<int64_t>(stride) + x;
-}
-
 // ---- Gaussian level 1 from the crop ---------------------------------------
 
 struct CropBand {
