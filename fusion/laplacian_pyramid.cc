@@ -12,7 +12,6 @@
 
 #include "fusion/expanded_band.h"
 #include "fusion/pyramid_rows.h"
-#include "fusion/pyramid_stages.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
 #include "pool/band_jobs.h"
@@ -68,14 +67,21 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_laplacian_down_sample_parameter(void*
 
 // Builds band-pass level `level` from Gaussian levels level and level + 1.
 // Fine bands of (h / 4) rounded down to even rows start on even rows, at twice
-// their first coarse row.
-int32_t tavo::laplacian_level(int16_t** lap_table, uint16_t** gauss_table, uint32_t level,
-                              const int32_t* widths, const int32_t* heights) {
+// their first coarse row. `levels` is not needed.
+extern "C" TAVO_HDR_EXPORT int32_t pyramid_laplacian_down_sample_process(
+    int16_t** lap_table, uint16_t** gauss_table, uint32_t level, const int32_t* widths,
+    const int32_t* heights, int32_t /*levels*/) {
+  if (lap_table == nullptr || gauss_table == nullptr || widths == nullptr || heights == nullptr) {
+    HDR_LOG_AS(607, "pyramid_laplacian_down_sample_process",
+               "in_buffer is NULL,0x%x,0x%x,0x%x,0x%x,0x%x\n", tavo::platform::log_hex(lap_table),
+               tavo::platform::log_hex(gauss_table), tavo::platform::log_hex(widths),
+               tavo::platform::log_hex(heights), 0u);
+  }
   const int32_t fine_width = widths[level];
   const int32_t coarse_width = widths[level + 1];
   const int32_t coarse_height = heights[level + 1];
   const tavo::BandSplit split = tavo::split_rows(heights[level], tavo::SplitRule::kPyramidEven);
-  return tavo::run_bands<LaplacianBand>(
+  tavo::run_bands<LaplacianBand>(
       split.bands, pyramid_laplacian_down_sample_parameter, [&](int32_t b, LaplacianBand& a) {
         const ptrdiff_t fine_first = split.first(b);
         a.out = lap_table[level] + fine_first * fine_width;
@@ -88,18 +94,5 @@ int32_t tavo::laplacian_level(int16_t** lap_table, uint16_t** gauss_table, uint3
         a.rows[1] = split.half_rows(b, coarse_height);
         a.level = level;
       }, static_cast<int64_t>(fine_width) * heights[level]);
-}
-
-// `levels` is not needed.
-extern "C" TAVO_HDR_EXPORT int32_t pyramid_laplacian_down_sample_process(
-    int16_t** lap_table, uint16_t** gauss_table, uint32_t level, const int32_t* widths,
-    const int32_t* heights, int32_t /*levels*/) {
-  if (lap_table == nullptr || gauss_table == nullptr || widths == nullptr || heights == nullptr) {
-    HDR_LOG_AS(607, "pyramid_laplacian_down_sample_process",
-               "in_buffer is NULL,0x%x,0x%x,0x%x,0x%x,0x%x\n", tavo::platform::log_hex(lap_table),
-               tavo::platform::log_hex(gauss_table), tavo::platform::log_hex(widths),
-               tavo::platform::log_hex(heights), 0u);
-  }
-  tavo::laplacian_level(lap_table, gauss_table, level, widths, heights);
   return 0;
 }

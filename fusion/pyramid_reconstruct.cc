@@ -12,7 +12,6 @@
 
 #include "fusion/expanded_band.h"
 #include "fusion/pyramid_rows.h"
-#include "fusion/pyramid_stages.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
 #include "pool/band_jobs.h"
@@ -70,13 +69,20 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_reconstruct_y_parameter(void* record)
 // Collapses level `level` of a fused pyramid onto the already collapsed level
 // above it. Bands of (h / 4) rounded down to even rows start on even fine
 // rows, at twice their first coarse row.
-int32_t tavo::collapse_level(uint8_t* out_y, int16_t** levels, const int32_t* widths,
-                             const int32_t* heights, int32_t level) {
+extern "C" TAVO_HDR_EXPORT uint32_t pyramid_reconstruct_y_process(uint8_t* out_y, int16_t** levels,
+                                                                  const int32_t* widths,
+                                                                  const int32_t* heights,
+                                                                  int32_t level) {
+  if (out_y == nullptr || levels == nullptr || widths == nullptr || heights == nullptr) {
+    HDR_LOG_AS(760, "pyramid_reconstruct_y_process", "in_buffer is NULL,0x%x,0x%x,0x%x,0x%x,0x%x\n",
+               tavo::platform::log_hex(out_y), tavo::platform::log_hex(levels),
+               tavo::platform::log_hex(widths), tavo::platform::log_hex(heights), 0u);
+  }
   const int32_t fine_width = widths[level];
   const int32_t coarse_width = widths[level + 1];
   const int32_t coarse_height = heights[level + 1];
   const tavo::BandSplit split = tavo::split_rows(heights[level], tavo::SplitRule::kPyramidEven);
-  return tavo::run_bands<ReconstructBand>(
+  tavo::run_bands<ReconstructBand>(
       split.bands, pyramid_reconstruct_y_parameter, [&](int32_t b, ReconstructBand& a) {
         const ptrdiff_t fine_first = split.first(b);
         a.out_y = out_y != nullptr ? out_y + fine_first * widths[0] : nullptr;
@@ -88,17 +94,5 @@ int32_t tavo::collapse_level(uint8_t* out_y, int16_t** levels, const int32_t* wi
         a.rows[1] = split.half_rows(b, coarse_height);
         a.level = level;
       }, static_cast<int64_t>(fine_width) * heights[level]);
-}
-
-extern "C" TAVO_HDR_EXPORT uint32_t pyramid_reconstruct_y_process(uint8_t* out_y, int16_t** levels,
-                                                                  const int32_t* widths,
-                                                                  const int32_t* heights,
-                                                                  int32_t level) {
-  if (out_y == nullptr || levels == nullptr || widths == nullptr || heights == nullptr) {
-    HDR_LOG_AS(760, "pyramid_reconstruct_y_process", "in_buffer is NULL,0x%x,0x%x,0x%x,0x%x,0x%x\n",
-               tavo::platform::log_hex(out_y), tavo::platform::log_hex(levels),
-               tavo::platform::log_hex(widths), tavo::platform::log_hex(heights), 0u);
-  }
-  tavo::collapse_level(out_y, levels, widths, heights, level);
   return 0;
 }

@@ -12,15 +12,9 @@ namespace tavo {
 // Gaussian level + 1 from level.
 int32_t gaussian_reduce_level(uint16_t** level_table, uint32_t level, const int32_t* widths,
                               const int32_t* heights);
-// Band-pass level `level` from Gaussian levels level and level + 1.
-int32_t laplacian_level(int16_t** lap_table, uint16_t** gauss_table, uint32_t level,
-                        const int32_t* widths, const int32_t* heights);
 // Fused level `level` from every frame's band-pass and Gaussian level.
 int32_t blend_level(int16_t** out_levels, const uint16_t* lut, int16_t*** lap_pyramids,
                     uint16_t*** gauss_pyramids, const int32_t* widths, const int32_t* heights,
                     int32_t level, uint32_t frames);
-// Fused level `level` collapsed onto level + 1; at level 0 also the 8-bit luma.
-int32_t collapse_level(uint8_t* out_y, int16_t** levels, const int32_t* widths,
-                       const int32_t* heights, int32_t level);
 
 }  // namespace tavo
