@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -73,7 +74,6 @@ class PropertyScanner {
         return;
       case State::kBeforeValue:
         if (blank) return;
-        kept_ = 0;
         value_end_ = 0;
         length_ = 0;
         state_ = State::kValue;
@@ -84,7 +84,7 @@ class PropertyScanner {
           state_ = State::kSkip;
           return;
         }
-        if (kept_ < kPropertyValueMax - 1) buffer_[kept_++] = c;
+        if (length_ < kPropertyValueMax - 1) buffer_[length_] = c;
         ++length_;
         if (!blank) value_end_ = length_;
         return;
@@ -111,7 +111,7 @@ class PropertyScanner {
   // value is cut to the property length.
   void take_value() {
     size_t n = state_ == State::kValue ? value_end_ : 0;
-    if (n > kept_) n = kept_;
+    if (n > kPropertyValueMax - 1) n = kPropertyValueMax - 1;
     memcpy(value_, buffer_, n);
     value_[n] = '\0';
     found_ = true;
@@ -122,7 +122,7 @@ class PropertyScanner {
   State state_ = State::kLineStart;
   size_t matched_ = 0;
   char buffer_[kPropertyValueMax];
-  size_t kept_ = 0, value_end_ = 0, length_ = 0;
+  size_t value_end_ = 0, length_ = 0;  // after the last non-blank, and all of the value
   char value_[kPropertyValueMax] = {0};
   bool found_ = false;
 };
@@ -148,20 +148,17 @@ bool read_property_file(const char* key, char* value) {
   PropertyScanner scanner(key);
   char chunk[4096];
   size_t total = 0;
-  bool cut = false;
-  for (;;) {
-    const size_t want = kPropertyFileMax - total < sizeof chunk ? kPropertyFileMax - total : sizeof chunk;
-    if (want == 0) {
-      cut = !regular || static_cast<uint64_t>(st.st_size) > kPropertyFileMax;
-      break;
-    }
-    const ssize_t n = read(fd, chunk, want);
+  while (total < kPropertyFileMax) {
+    const ssize_t n = read(fd, chunk, std::min(sizeof chunk, kPropertyFileMax - total));
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) break;  // end, or nothing more to read without waiting
     scanner.feed(chunk, static_cast<size_t>(n));
     total += static_cast<size_t>(n);
   }
   close(fd);
+  // Stopped at the bound with more to come: the last line read is partial.
+  const bool cut =
+      total == kPropertyFileMax && (!regular || static_cast<uint64_t>(st.st_size) > kPropertyFileMax);
   if (cut) {
     scanner.drop_partial_line();
   } else {
