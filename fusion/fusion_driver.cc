@@ -1,7 +1,8 @@
-// The fusion of a capture: crops each frame's luma into 16-bit samples, builds
-// its Gaussian and Laplacian pyramids, blends them level by level, collapses
-// the blend into the output luma and fuses the chroma. Every stage runs in
-// bands on the worker pool; the stages run one after another.
+// The fusion of a capture: builds each frame's Gaussian pyramid from its crop,
+// blends the top level, then streams the blend and collapse of every lower
+// level down to the output luma (fusion/streamed_fusion.h), and fuses the
+// chroma. Every stage runs in bands on the worker pool; the stages run one
+// after another.
 #include <cstring>
 
 #include "chroma/chroma_fusion.h"

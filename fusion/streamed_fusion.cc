@@ -157,6 +157,12 @@ int32_t fuse_band(const StreamedLevel& lv, int32_t first, int32_t rows) {
     return static_cast<ptrdiff_t>(s) * wf;  // offset of the row in every frame's window
   };
 
+  // Where each frame's Gaussian rows of this level are read: the crop window
+  // at level 0, the stored level above it.
+  for (int32_t f = 0; f < n; ++f) {
+    gauss_ptrs[f] = level0 ? window + static_cast<ptrdiff_t>(3 * f) * wf : lv.gauss[f][l];
+  }
+
   std::array<int32_t, kExposureFactors> factors;
   build_exposure_factors(lv.lut, factors.data());
   const BlendGroupsFn groups = select_blend_groups();
@@ -178,7 +184,6 @@ int32_t fuse_band(const StreamedLevel& lv, int32_t first, int32_t rows) {
 
     // Band-pass rows: the Gaussian row minus the expansion of the level above.
     for (int32_t f = 0; f < n; ++f) {
-      gauss_ptrs[f] = level0 ? window + static_cast<ptrdiff_t>(3 * f) * wf : lv.gauss[f][l];
       const uint16_t* g = gauss_ptrs[f] + row.gauss_offset;
       int16_t* out = band_pass + static_cast<ptrdiff_t>(f) * wf;
       const ExpandedRows<uint16_t> e = gauss_rows(f);
