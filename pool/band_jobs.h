@@ -81,9 +81,9 @@ void set_inline_work_limit_for_testing(int64_t samples);
 
 // Runs one batch: for every band b, fill(b, payload) writes the band's kernel
 // arguments, and the job `body` is queued on the pool (or, for less than
-// inline_work_limit() samples of `work`, run at once on this thread); returns when all
-// bands have reported: 0 when every band wrote its rows, else the status of
-// the first band that could not. The batch holds the library lock, so two
+// inline_work_limit() samples of `work`, run at once on this thread); returns
+// when all bands have reported: 0 when every band wrote its rows, else the
+// status of the first band that could not. The batch holds the library lock, so two
 // threads never share the band records.
 template <class Payload, class Fill>
 int32_t run_bands(int32_t bands, int32_t (*body)(void*), Fill&& fill, int64_t work = kInlineWork) {
