@@ -15,6 +15,25 @@
 
 namespace tavo {
 
+// The coarse rows fine row y expands from, y and the rows counted from the
+// first of a run of fine_rows fine rows over coarse_rows coarse rows: even rows
+// weigh above, centre and below, odd rows centre and below. At the top of the
+// image (`top`) row -1 reflects to row 1; at its bottom (`bottom`) the last two
+// fine rows take 2 * coarse_rows - 3 - j as the row below, the reflection about
+// the last coarse row. Elsewhere rows -1 and coarse_rows are the neighbours'.
+struct CoarseRows {
+  int32_t above, centre, below;
+  bool even;
+};
+
+constexpr CoarseRows coarse_rows_of(int32_t y, int32_t fine_rows, int32_t coarse_rows, bool top,
+                                    bool bottom) {
+  if (top && y == 0) return {1, 0, 1, true};
+  const int32_t j = y >> 1;
+  const int32_t below = bottom && y >= fine_rows - 2 ? 2 * coarse_rows - 3 - j : j + 1;
+  return {j - 1, j, below, (y & 1) == 0};
+}
+
 class ExpandedBand {
  public:
   // Expands coarse_rows rows from `coarse` (the band's first coarse row) with
@@ -45,23 +64,13 @@ class ExpandedBand {
   // and odd(y, centre, below) receive the scratch rows of fine row y.
   template <class Even, class Odd>
   void for_each_fine_row(int32_t fine_rows, Even even, Odd odd) const {
-    auto fine_row = [&](int32_t y, const uint16_t* below) {
-      const int32_t j = y >> 1;
-      if (y & 1) {
-        odd(y, h(j), below);
+    for (int32_t y = 0; y < fine_rows; ++y) {
+      const CoarseRows c = coarse_rows_of(y, fine_rows, coarse_rows_, first_, last_);
+      if (c.even) {
+        even(y, h(c.above), h(c.centre), h(c.below));
       } else {
-        even(y, h(j - 1), h(j), below);
+        odd(y, h(c.centre), h(c.below));
       }
-    };
-    int32_t y = 0;
-    if (first_) {
-      even(0, h(1), h(0), h(1));
-      y = 1;
-    }
-    const int32_t plain_end = last_ ? fine_rows - 2 : fine_rows;
-    for (; y < plain_end; ++y) fine_row(y, h((y >> 1) + 1));
-    if (last_) {
-      for (y = fine_rows - 2; y < fine_rows; ++y) fine_row(y, h(2 * coarse_rows_ - 3 - (y >> 1)));
     }
   }
 

@@ -5,6 +5,7 @@
 
 #include "align/warp_rows.h"
 #include "fusion/blend_rows.h"
+#include "fusion/expanded_band.h"
 #include "fusion/pyramid_rows.h"
 #include "fusion/reduce_band.h"
 #include "platform/log.h"
@@ -44,22 +45,6 @@ int32_t crop_band_body(void* record) {
 }
 
 // ---- One level of the collapse --------------------------------------------
-
-// The rows of the coarse level that fine row y of a level of fine_height rows
-// expands from: even rows weigh above, centre and below, odd rows centre and
-// below. Row -1 reflects to 1 at the top; for the last two fine rows the row
-// below is 2 * coarse_height - 3 - j, the reflection about the last coarse row.
-struct CoarseRows {
-  int32_t above, centre, below;
-  bool even;
-};
-
-CoarseRows coarse_rows_of(int32_t y, int32_t fine_height, int32_t coarse_height) {
-  if (y == 0) return {1, 0, 1, true};
-  const int32_t j = y >> 1;
-  const int32_t below = y >= fine_height - 2 ? 2 * coarse_height - 3 - j : j + 1;
-  return {j - 1, j, below, (y & 1) == 0};
-}
 
 // Rows of a coarse level expanded horizontally to fine width when first asked
 // for, in four slots: the rows j - 1, j, j + 1 of one fine row never share one.
@@ -168,7 +153,8 @@ int32_t fuse_band(const StreamedLevel& lv, int32_t first, int32_t rows) {
   const BlendGroupsFn groups = select_blend_groups();
 
   for (int32_t y = first; y < first + rows; ++y) {
-    const CoarseRows c = coarse_rows_of(y, hf, hc);
+    // Whole-level row numbers: the reflections at both ends of the level.
+    const CoarseRows c = coarse_rows_of(y, hf, hc, true, true);
     const bool border = y == 0 || y == hf - 1;
     BlendRowArgs row{level0 ? fused_row : lv.collapsed[l] + static_cast<ptrdiff_t>(y) * wf,
                      lap_ptrs, gauss_ptrs, factors.data(), 0, 0, wf, wf, n, wf};
