@@ -1,8 +1,8 @@
-// Grouped blending rule with AVX2, two groups of eight samples a step where
-// there are two: the table index and the contrast stencil of sixteen samples in
-// 16-bit lanes, the exposure factors gathered from the band's table, the
-// weight sums in wrapping 32-bit lanes per group, and the division through the
-// emulated ARM reciprocal estimate and step.
+// Grouped blending rule with AVX2, two groups of eight samples a step: the
+// table index and the contrast stencil of sixteen samples in 16-bit lanes, the
+// exposure factors gathered from the band's table, the weight sums in wrapping
+// 32-bit lanes per group, and the division through the emulated ARM reciprocal
+// estimate and step.
 #include <immintrin.h>
 
 #include "fusion/blend_rows.h"
@@ -13,60 +13,36 @@ namespace tavo {
 
 namespace {
 
-template <class V>
-inline V load(const void* p);
-template <>
-inline __m128i load<__m128i>(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
-template <>
-inline __m256i load<__m256i>(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
+inline __m256i load16(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
 
-// The 16-bit lane operations the stencil needs, on 8 or 16 lanes.
-inline __m128i add16(__m128i a, __m128i b) { return _mm_add_epi16(a, b); }
-inline __m256i add16(__m256i a, __m256i b) { return _mm256_add_epi16(a, b); }
-inline __m128i sub16(__m128i a, __m128i b) { return _mm_sub_epi16(a, b); }
-inline __m256i sub16(__m256i a, __m256i b) { return _mm256_sub_epi16(a, b); }
-inline __m128i and16(__m128i a, __m128i b) { return _mm_and_si128(a, b); }
-inline __m256i and16(__m256i a, __m256i b) { return _mm256_and_si256(a, b); }
-template <int n> inline __m128i shr16(__m128i a) { return _mm_srli_epi16(a, n); }
-template <int n> inline __m256i shr16(__m256i a) { return _mm256_srli_epi16(a, n); }
-inline __m128i shl2(__m128i a) { return _mm_slli_epi16(a, 2); }
-inline __m256i shl2(__m256i a) { return _mm256_slli_epi16(a, 2); }
-inline __m128i min16(__m128i a, __m128i b) { return _mm_min_epu16(a, b); }
-inline __m256i min16(__m256i a, __m256i b) { return _mm256_min_epu16(a, b); }
-inline __m128i max16(__m128i a, __m128i b) { return _mm_max_epu16(a, b); }
-inline __m256i max16(__m256i a, __m256i b) { return _mm256_max_epu16(a, b); }
-inline __m128i abs16(__m128i a) { return _mm_abs_epi16(a); }
-inline __m256i abs16(__m256i a) { return _mm256_abs_epi16(a); }
-inline __m128i set16(int16_t v, __m128i) { return _mm_set1_epi16(v); }
-inline __m256i set16(int16_t v, __m256i) { return _mm256_set1_epi16(v); }
-
-// The eight 16-bit lanes of half h of v.
-inline __m128i half(__m128i v, int) { return v; }
-inline __m128i half(__m256i v, int h) {
-  return h == 0 ? _mm256_castsi256_si128(v) : _mm256_extracti128_si256(v, 1);
-}
-
-// Weight sums of the kGroups groups of eight samples at x, from V = __m128i
-// (one group) or __m256i (two groups): W in w_sum[g], S in s_sum[g].
-template <class V, int kGroups>
+// Weight sums of the two groups of eight samples at x: W in w_sum[g], S in
+// s_sum[g]. The table index and the contrast stencil of all sixteen samples
+// are formed in 16-bit lanes, the sums per group in 32-bit lanes.
 inline void weight_sums(const BlendRowArgs& row, int32_t x, __m256i* w_sum, __m256i* s_sum) {
-  const V one = set16(1, V{});
-  for (int g = 0; g < kGroups; ++g) w_sum[g] = s_sum[g] = _mm256_setzero_si256();
+  const __m256i one = _mm256_set1_epi16(1);
+  w_sum[0] = w_sum[1] = s_sum[0] = s_sum[1] = _mm256_setzero_si256();
   for (int32_t f = 0; f < row.frames; ++f) {
     const uint16_t* p = row.gauss[f] + row.gauss_offset + x;
-    const V centre = load<V>(p);
+    const __m256i centre = load16(p);
     // (g + 8) >> 4 without overflow: g >> 4 plus bit 3 of g.
-    const V index = min16(add16(shr16<4>(centre), and16(shr16<3>(centre), one)), set16(255, V{}));
-    const V around = add16(add16(load<V>(p - row.up), load<V>(p + row.down)), add16(load<V>(p - 1), load<V>(p + 1)));
-    const V contrast = max16(shr16<6>(abs16(sub16(around, shl2(centre)))), one);
-    const V lap = load<V>(row.lap[f] + row.lap_offset + x);
-    for (int g = 0; g < kGroups; ++g) {
-      const __m256i exposure = _mm256_i32gather_epi32(row.factors, _mm256_cvtepu16_epi32(half(index, g)), 4);
-      // e * c: e is a 16-bit factor sign-extended, c at most 255, so the
+    const __m256i index = _mm256_min_epu16(
+        _mm256_add_epi16(_mm256_srli_epi16(centre, 4), _mm256_and_si256(_mm256_srli_epi16(centre, 3), one)),
+        _mm256_set1_epi16(255));
+    const __m256i around = _mm256_add_epi16(_mm256_add_epi16(load16(p - row.up), load16(p + row.down)),
+                                            _mm256_add_epi16(load16(p - 1), load16(p + 1)));
+    const __m256i d = _mm256_sub_epi16(around, _mm256_slli_epi16(centre, 2));
+    const __m256i contrast = _mm256_max_epu16(_mm256_srli_epi16(_mm256_abs_epi16(d), 6), one);
+    const __m256i lap = load16(row.lap[f] + row.lap_offset + x);
+    for (int g = 0; g < 2; ++g) {
+      const auto half = [g](__m256i v) {
+        return g == 0 ? _mm256_castsi256_si128(v) : _mm256_extracti128_si256(v, 1);
+      };
+      const __m256i exposure = _mm256_i32gather_epi32(row.factors, _mm256_cvtepu16_epi32(half(index)), 4);
+      // e * c: e is a 16-bit factor sign-extended, c at most 512, so the
       // pairwise 16-bit product sum is the whole product.
-      const __m256i w = _mm256_madd_epi16(exposure, _mm256_cvtepu16_epi32(half(contrast, g)));
+      const __m256i w = _mm256_madd_epi16(exposure, _mm256_cvtepu16_epi32(half(contrast)));
       w_sum[g] = _mm256_add_epi32(w_sum[g], w);
-      s_sum[g] = _mm256_add_epi32(s_sum[g], _mm256_mullo_epi32(w, _mm256_cvtepi16_epi32(half(lap, g))));
+      s_sum[g] = _mm256_add_epi32(s_sum[g], _mm256_mullo_epi32(w, _mm256_cvtepi16_epi32(half(lap))));
     }
   }
 }
@@ -88,20 +64,18 @@ inline void store_quotient(__m256i w_sum, __m256i s_sum, int16_t* out) {
 
 }  // namespace
 
+// Sixteen samples a step; a last group of eight takes the portable row, which
+// gives the same bytes.
 void BlendGroups_AVX2(const BlendRowArgs& row, int32_t x0, int32_t count) {
   const int32_t end = x0 + count;
   int32_t x = x0;
   for (; x + 16 <= end; x += 16) {
     __m256i w[2], s[2];
-    weight_sums<__m256i, 2>(row, x, w, s);
+    weight_sums(row, x, w, s);
     store_quotient(w[0], s[0], row.out + x);
     store_quotient(w[1], s[1], row.out + x + 8);
   }
-  if (x < end) {
-    __m256i w, s;
-    weight_sums<__m128i, 1>(row, x, &w, &s);
-    store_quotient(w, s, row.out + x);
-  }
+  if (x < end) BlendGroups_C(row, x, end - x);
 }
 
 }  // namespace tavo
