@@ -92,8 +92,8 @@ TEST_F(FusionDriver, EveryAllocationFailureIsReportedAndFreed) {
 
 // The streamed fusion equals the exported kernels composed level by level,
 // byte for byte: crops of odd and even sides, levels of one band, crops of
-// fewer than two levels, both layouts, and frames of extreme contrast whose
-// weight sums wrap.
+// fewer than two levels, both layouts, frames of extreme contrast, and many
+// frames whose weight sums wrap.
 TEST_F(FusionDriver, EqualsTheLevelByLevelReference) {
   std::mt19937 rng(7);
   const auto extreme = [&](int32_t w, int32_t h, int phase) {
