@@ -140,7 +140,8 @@ void BM_BlendInteriorRow(benchmark::State& state) {
   const int16_t* l[3] = {lap.data(), lap.data() + kWidth, lap.data() + 2 * kWidth};
   int32_t factors[tavo::kExposureFactors];
   tavo::build_exposure_factors(tables().exposure.data(), factors);
-  const tavo::BlendRowArgs row{out.data(), l, g, factors, 0, 0, kWidth, kWidth, 3, kWidth};
+  const tavo::BlendRowArgs row{out.data(), l, g, factors, 0, 0, kWidth, kWidth, 3, kWidth,
+                                tavo::exposure_weights_positive(factors, 3)};
   const tavo::BlendGroupsFn groups = tavo::select_blend_groups();
   for (auto _ : state) {
     tavo::BlendInteriorRow(row, groups);

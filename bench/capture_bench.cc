@@ -61,7 +61,7 @@ const char* layout_name(int64_t arg) { return arg == 0 ? "YUV420_PLANAR" : "YVU4
 // Captures back to back on a running pool. Counters per capture: the three
 // stages, page faults, and the library's own peak memory (the peak resident
 // set during the capture above the resident set before it, when the caller's
-// frames and output buffer are already in memory). Run it once more with
+// frames and output buffer are already in memory), and the CPU time of all threads. Run it once more with
 // GLIBC_TUNABLES=glibc.malloc.mmap_threshold=4294967295:glibc.malloc.trim_threshold=4294967295
 // for a heap that keeps freed memory.
 void BM_HdrFunction(benchmark::State& state) {
@@ -73,14 +73,17 @@ void BM_HdrFunction(benchmark::State& state) {
   tavo::bench::reset_stage_seconds();
   int64_t peak = 0;
   const int64_t faults = tavo::bench::page_faults();
+  double cpu = 0;
   for (auto _ : state) {
     state.PauseTiming();
     tavo::bench::reset_peak_rss();
     const int64_t before = tavo::bench::rss_bytes();
+    const double cpu_before = tavo::bench::cpu_seconds();
     state.ResumeTiming();
     HDR_Function(frames[0].data(), frames[1].data(), frames[2].data(), out.data(), h, w, layout);
     benchmark::ClobberMemory();
     state.PauseTiming();
+    cpu += tavo::bench::cpu_seconds() - cpu_before;
     peak = std::max(peak, tavo::bench::peak_rss_bytes() - before);
     state.ResumeTiming();
   }
@@ -95,6 +98,7 @@ void BM_HdrFunction(benchmark::State& state) {
   state.counters["fusion_ms"] = 1e3 * (fused - align);
   state.counters["resize_ms"] = 1e3 * (resized - fused);
   state.counters["faults"] = page_faults;
+  state.counters["cpu_ms"] = 1e3 * cpu / n;  // all threads: up to twice the time on two cores
   state.counters["peak_MB"] = static_cast<double>(peak) / (1 << 20);
   state.SetLabel(layout);
 }

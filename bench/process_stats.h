@@ -13,5 +13,7 @@ int64_t peak_rss_bytes();
 void reset_peak_rss();
 // Minor and major page faults of the process so far.
 int64_t page_faults();
+// CPU time of all the process's threads so far (user and system), in seconds.
+double cpu_seconds();
 
 }  // namespace tavo::bench

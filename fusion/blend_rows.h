@@ -53,7 +53,14 @@ struct BlendRowArgs {
   ptrdiff_t down;
   int32_t frames;
   int32_t width;
+  // Every weight sum lies in [1, 2^31): set by exposure_weights_positive(),
+  // it lets a vector row skip the zero, sign and overflow cases of the rule.
+  bool positive_weights = false;
 };
+
+// True when every factor is at least 1 and `frames` weights of a factor times
+// a contrast of at most 512 cannot wrap a 32-bit sum.
+bool exposure_weights_positive(const int32_t* factors, int32_t frames);
 
 // Grouped rule with exposure and contrast weights for samples x0 ... x0+count-1
 // of an interior row; count is a multiple of 8.

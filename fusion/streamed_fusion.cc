@@ -150,6 +150,7 @@ int32_t fuse_band(const StreamedLevel& lv, int32_t first, int32_t rows) {
 
   std::array<int32_t, kExposureFactors> factors;
   build_exposure_factors(lv.lut, factors.data());
+  const bool positive_weights = exposure_weights_positive(factors.data(), n);
   const BlendGroupsFn groups = select_blend_groups();
 
   for (int32_t y = first; y < first + rows; ++y) {
@@ -157,7 +158,7 @@ int32_t fuse_band(const StreamedLevel& lv, int32_t first, int32_t rows) {
     const CoarseRows c = coarse_rows_of(y, hf, hc, true, true);
     const bool border = y == 0 || y == hf - 1;
     BlendRowArgs row{level0 ? fused_row : lv.collapsed[l] + static_cast<ptrdiff_t>(y) * wf,
-                     lap_ptrs, gauss_ptrs, factors.data(), 0, 0, wf, wf, n, wf};
+                     lap_ptrs, gauss_ptrs, factors.data(), 0, 0, wf, wf, n, wf, positive_weights};
     if (level0) {
       row.gauss_offset = window_row(y);
       if (!border) {

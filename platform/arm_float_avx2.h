@@ -38,6 +38,22 @@ inline __m256 recip_estimate(__m256 x) {
   return _mm256_castsi256_ps(_mm256_blendv_epi8(r, infinity, zero));
 }
 
+// FRECPE of lanes known to be positive normal numbers: the exponent and the
+// table fraction alone.
+inline __m256 recip_estimate_of_positive(__m256 x) {
+  const __m256i bits = _mm256_castps_si256(x);
+  const __m256i exponent = _mm256_and_si256(bits, _mm256_set1_epi32(0x7f800000));
+  const __m256i top8 = _mm256_and_si256(_mm256_srli_epi32(bits, 15), _mm256_set1_epi32(0xff));
+  const __m256i fraction = _mm256_i32gather_epi32(kEstimateFraction.data(), top8, 4);
+  return _mm256_castsi256_ps(_mm256_or_si256(_mm256_sub_epi32(_mm256_set1_epi32(253 << 23), exponent), fraction));
+}
+
+// r0 * FRECPS(x, r0) for lanes known to be positive normal numbers.
+inline __m256 refined_reciprocal_of_positive(__m256 x) {
+  const __m256 r0 = recip_estimate_of_positive(x);
+  return _mm256_mul_ps(r0, _mm256_fnmadd_ps(x, r0, _mm256_set1_ps(2.0f)));
+}
+
 // r0 * FRECPS(x, r0), with FRECPS = 2 - x*r0 fused (2 for a zero lane, whose
 // estimate is infinite).
 inline __m256 refined_reciprocal(__m256 x) {
