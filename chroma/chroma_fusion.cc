@@ -18,8 +18,9 @@ void fuse_chroma_plane(const uint8_t* const* src, int32_t frames, ptrdiff_t src_
   std::array<int32_t, kChromaWeights> weights;
   build_chroma_weights(lut, weights.data());
   const ChromaGroupsFn groups = select_chroma_rows().plane;
+  const bool positive = chroma_weights_positive(weights.data(), frames);
   for (int32_t y = 0; y < rows; ++y) {
-    const ChromaRowArgs row{src, weights.data(), y * src_stride, frames};
+    const ChromaRowArgs row{src, weights.data(), y * src_stride, frames, positive};
     FuseChromaRow(row, out + static_cast<ptrdiff_t>(y) * width, width, groups);
   }
 }
@@ -85,9 +86,10 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_semiplane(const uint8_t** src, uint
   std::array<int32_t, tavo::kChromaWeights> weights;
   tavo::build_chroma_weights(lut, weights.data());
   const tavo::ChromaPairGroupsFn groups = tavo::select_chroma_rows().pairs;
+  const bool positive = tavo::chroma_weights_positive(weights.data(), tavo::kChromaFrames);
   for (int32_t y = 0; y < rows; ++y) {
     const tavo::ChromaRowArgs row{src, weights.data(), static_cast<ptrdiff_t>(y) * src_stride,
-                                  tavo::kChromaFrames};
+                                  tavo::kChromaFrames, positive};
     const ptrdiff_t at = static_cast<ptrdiff_t>(y) * pairs;
     tavo::FuseChromaPairRow(row, out_u + at, out_v + at, pairs, groups);
   }

@@ -24,7 +24,14 @@ struct ChromaRowArgs {
   const int32_t* weights;  // kChromaWeights weights
   ptrdiff_t offset;
   int32_t frames;
+  // Every weight lies in 1 ... 32767 and no sum wraps: set by
+  // chroma_weights_positive(), it lets a vector row skip those cases.
+  bool positive_weights = false;
 };
+
+// True when every weight lies in 1 ... 32767 and `frames` samples of 255
+// weighted by the largest cannot wrap a 32-bit sum.
+bool chroma_weights_positive(const int32_t* weights, int32_t frames);
 
 // Planar: grouped rule for samples 0 ... count-1 (count a multiple of 8).
 using ChromaGroupsFn = void (*)(const ChromaRowArgs& row, uint8_t* out, int32_t count);

@@ -1,6 +1,8 @@
-// Grouped chroma rule, eight samples per step with AVX2: weights gathered from
-// the table, wrapping 32-bit lane sums, and the division through the emulated
-// ARM reciprocal estimate and step.
+// Grouped chroma rule with AVX2: weights gathered from the table, wrapping
+// 32-bit lane sums, and the division through the emulated ARM reciprocal
+// estimate and step. Tables whose weights all lie in 1 ... 32767 take sixteen
+// samples a step: their sums stay positive and unwrapped, so they convert to
+// float directly and the quotient needs no saturation.
 #include <immintrin.h>
 
 #include "chroma/chroma_rows.h"
@@ -8,6 +10,8 @@
 
 namespace tavo {
 namespace {
+
+// ---- Any table: eight samples a step ----------------------------------------
 
 struct Sums {
   __m256i w = _mm256_setzero_si256();
@@ -34,9 +38,7 @@ inline void store_grouped(const Sums& sums, uint8_t* out) {
   _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(words, words));
 }
 
-}  // namespace
-
-void ChromaGroups_AVX2(const ChromaRowArgs& row, uint8_t* out, int32_t count) {
+void plane_groups_any(const ChromaRowArgs& row, uint8_t* out, int32_t count) {
   for (int32_t x = 0; x < count; x += 8) {
     Sums sums;
     for (int32_t f = 0; f < row.frames; ++f) {
@@ -47,7 +49,7 @@ void ChromaGroups_AVX2(const ChromaRowArgs& row, uint8_t* out, int32_t count) {
   }
 }
 
-void ChromaPairGroups_AVX2(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
+void pair_groups_any(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
   // First bytes of the pairs to the low half, second bytes to the high half.
   const __m128i split = _mm_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
   for (int32_t p = 0; p < pairs; p += 8) {
@@ -60,6 +62,107 @@ void ChromaPairGroups_AVX2(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* ou
     }
     store_grouped(u, out_u + p);
     store_grouped(v, out_v + p);
+  }
+}
+
+// ---- Positive weights: sixteen samples a step --------------------------------
+
+// Sums of sixteen samples, lanes in unpack order (set 0: samples 0-3 and 8-11,
+// set 1: samples 4-7 and 12-15). Weights of at most 32767 times samples of at
+// most 255 are whole 16-bit products.
+struct PositiveSums {
+  __m256i w[2] = {_mm256_setzero_si256(), _mm256_setzero_si256()};
+  __m256i s[2] = {_mm256_setzero_si256(), _mm256_setzero_si256()};
+  // Adds sixteen samples given as bytes.
+  [[gnu::always_inline]] void add(const int32_t* weights, __m128i bytes) {
+    const __m256i c = _mm256_cvtepu8_epi16(bytes);
+    const __m256i lanes[2] = {_mm256_unpacklo_epi16(c, _mm256_setzero_si256()),
+                              _mm256_unpackhi_epi16(c, _mm256_setzero_si256())};
+    for (int k = 0; k < 2; ++k) {
+      const __m256i w_f = _mm256_i32gather_epi32(weights, lanes[k], 4);
+      w[k] = _mm256_add_epi32(w[k], w_f);
+      s[k] = _mm256_add_epi32(s[k], _mm256_madd_epi16(w_f, lanes[k]));
+    }
+  }
+};
+
+// 0.5 + r1(W) * S for W in [1, 2^31) and S in [0, 2^31): Q is at least 0.5
+// and below 2^31, so truncation is the unsigned conversion; the quotient is
+// below 2^16, so its low 16 bits are itself.
+inline __m256i positive_quotient(__m256i w_sum, __m256i s_sum) {
+  const __m256 r1 = arm::avx2::refined_reciprocal_of_positive(_mm256_cvtepi32_ps(w_sum));
+  const __m256 q = _mm256_add_ps(_mm256_set1_ps(0.5f), _mm256_mul_ps(r1, _mm256_cvtepi32_ps(s_sum)));
+  return _mm256_cvttps_epi32(q);
+}
+
+// The sixteen results as bytes in sample order, saturated to 255.
+inline void store_positive(const PositiveSums& sums, uint8_t* out) {
+  const __m256i words =
+      _mm256_packus_epi32(positive_quotient(sums.w[0], sums.s[0]), positive_quotient(sums.w[1], sums.s[1]));
+  const __m128i bytes = _mm_packus_epi16(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
+}
+
+template <int kFrames>
+void plane_groups_positive(const ChromaRowArgs& row, uint8_t* out, int32_t count) {
+  const int32_t frames = kFrames > 0 ? kFrames : row.frames;
+  int32_t x = 0;
+  for (; x + 16 <= count; x += 16) {
+    PositiveSums sums;
+#pragma GCC unroll 4
+    for (int32_t f = 0; f < frames; ++f) {
+      sums.add(row.weights, _mm_loadu_si128(reinterpret_cast<const __m128i*>(row.src[f] + row.offset + x)));
+    }
+    store_positive(sums, out + x);
+  }
+  if (x < count) plane_groups_any(ChromaRowArgs{row.src, row.weights, row.offset + x, row.frames}, out + x, count - x);
+}
+
+template <int kFrames>
+void pair_groups_positive(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
+  const int32_t frames = kFrames > 0 ? kFrames : row.frames;
+  // Per 128-bit half: the first bytes of its eight pairs, then the second.
+  const __m256i split = _mm256_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15,
+                                         0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
+  int32_t p = 0;
+  for (; p + 16 <= pairs; p += 16) {
+    PositiveSums u, v;
+#pragma GCC unroll 4
+    for (int32_t f = 0; f < frames; ++f) {
+      const auto* at = reinterpret_cast<const __m256i*>(row.src[f] + row.offset + 2 * static_cast<ptrdiff_t>(p));
+      // Sixteen first bytes in the low half, sixteen second bytes in the high half.
+      const __m256i vu = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(_mm256_loadu_si256(at), split), 0xd8);
+      v.add(row.weights, _mm256_castsi256_si128(vu));
+      u.add(row.weights, _mm256_extracti128_si256(vu, 1));
+    }
+    store_positive(u, out_u + p);
+    store_positive(v, out_v + p);
+  }
+  if (p < pairs) {
+    pair_groups_any(ChromaRowArgs{row.src, row.weights, row.offset + 2 * static_cast<ptrdiff_t>(p), row.frames},
+                    out_u + p, out_v + p, pairs - p);
+  }
+}
+
+}  // namespace
+
+void ChromaGroups_AVX2(const ChromaRowArgs& row, uint8_t* out, int32_t count) {
+  if (row.positive_weights && row.frames == 3) {
+    plane_groups_positive<3>(row, out, count);
+  } else if (row.positive_weights) {
+    plane_groups_positive<0>(row, out, count);
+  } else {
+    plane_groups_any(row, out, count);
+  }
+}
+
+void ChromaPairGroups_AVX2(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
+  if (row.positive_weights && row.frames == 3) {
+    pair_groups_positive<3>(row, out_u, out_v, pairs);
+  } else if (row.positive_weights) {
+    pair_groups_positive<0>(row, out_u, out_v, pairs);
+  } else {
+    pair_groups_any(row, out_u, out_v, pairs);
   }
 }
 
