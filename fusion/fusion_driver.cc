@@ -161,20 +161,19 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
   // A crop of fewer than two levels has no collapse: its luma is left as it
   // was, only its chroma is fused.
   if (levels >= 2) {
-    for (uint32_t i = 0; i < frame_count; ++i) {
-      int32_t status = tavo::gaussian_level1_from_crop(frames[i], stride, offsets[2 * i], offsets[2 * i + 1],
-                                                       pyr.gauss[i][1], w_pyramid_y, h_pyramid_y);
-      for (uint32_t l = 1; l < top && status == 0; ++l) {
-        status = tavo::gaussian_reduce_level(pyr.gauss[i], l, w_pyramid_y, h_pyramid_y);
-      }
-      if (status != 0) {
-        HDR_LOG_AT(251, "pyramid_gaussian_down_sample_uint8_process malloc error and return -1\n");
-        release();
-        return -1;
-      }
-      // The top band-pass level is the Gaussian top itself.
-      pyr.lap[i][top] = reinterpret_cast<int16_t*>(pyr.gauss[i][top]);
+    const auto count = static_cast<int32_t>(frame_count);
+    int32_t status = tavo::gaussian_level1_from_crops(frames, count, stride, offsets, pyr.gauss,
+                                                      w_pyramid_y, h_pyramid_y);
+    for (uint32_t l = 1; l < top && status == 0; ++l) {
+      status = tavo::gaussian_reduce_level(pyr.gauss, count, l, w_pyramid_y, h_pyramid_y);
     }
+    if (status != 0) {
+      HDR_LOG_AT(251, "pyramid_gaussian_down_sample_uint8_process malloc error and return -1\n");
+      release();
+      return -1;
+    }
+    // The top band-pass level of each frame is its Gaussian top itself.
+    for (uint32_t i = 0; i < frame_count; ++i) pyr.lap[i][top] = reinterpret_cast<int16_t*>(pyr.gauss[i][top]);
     if (tavo::blend_level(pyr.fused, exposure_weight_lut, pyr.lap, pyr.gauss, w_pyramid_y, h_pyramid_y,
                           static_cast<int32_t>(top), frame_count) != 0) {
       HDR_LOG("fusion_pyramid_process could not blend level %u, fusion stopped\n", top);

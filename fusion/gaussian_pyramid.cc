@@ -11,11 +11,14 @@
 
 namespace {
 
+// One band of a level of one or more pyramids of the same geometry.
 struct GaussianBand {
-  uint16_t* pointers[2];  // first source row, first destination row of the band
-  int32_t widths[2];      // source and destination width
-  int32_t rows[2];        // source and destination rows of the band
+  uint16_t** const* tables;  // the pyramids' level tables
+  int32_t pyramids;
   uint32_t level;
+  int32_t widths[2];  // source and destination width
+  int32_t first[2];   // first source and destination row of the band
+  int32_t rows[2];    // source and destination rows of the band
 };
 
 }  // namespace
@@ -27,42 +30,45 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8(uint16_t**
                                                                       const int32_t* band_rows,
                                                                       int32_t band, int32_t bands) {
   const uint16_t* src = pointers[0];
-  const int32_t src_width = band_widths[0];
+  const int32_t src_width = band_widths[0], dst_width = band_widths[1];
+  const tavo::PyramidRows& rows = tavo::pyramid_rows();
   const int32_t status = tavo::reduce_band(
-      [&](int32_t s) { return src + static_cast<ptrdiff_t>(s) * src_width; }, src_width,
-      band_rows[0], pointers[1], band_widths[1], band_rows[1], band == 0, band == bands - 1, nullptr);
+      [&](int32_t s, uint16_t* out) {
+        rows.reduce_h(src + static_cast<ptrdiff_t>(s) * src_width, src_width, out, dst_width);
+      },
+      band_rows[0], pointers[1], dst_width, band_rows[1], band == 0, band == bands - 1);
   if (status != 0) HDR_LOG_AS(970, "pyramid_gaussian_down_sample_uint8", "temp_p malloc fail\n");
   return status;
 }
 
+// The band in every pyramid of the record, stopping at the first failure.
 extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_parameter(void* record) {
   const auto& a = tavo::band_payload<GaussianBand>(record);
   const auto* band = static_cast<band_record*>(record);
-  uint16_t* pointers[2] = {a.pointers[0], a.pointers[1]};
-  tavo::band_done(record, pyramid_gaussian_down_sample_uint8(pointers, a.widths, a.rows, band->band,
-                                                             band->bands));
+  int32_t status = 0;
+  for (int32_t p = 0; p < a.pyramids && status == 0; ++p) {
+    uint16_t* pointers[2] = {
+        a.tables[p][a.level] + static_cast<ptrdiff_t>(a.first[0]) * a.widths[0],
+        a.tables[p][a.level + 1] + static_cast<ptrdiff_t>(a.first[1]) * a.widths[1]};
+    status = pyramid_gaussian_down_sample_uint8(pointers, a.widths, a.rows, band->band, band->bands);
+  }
+  tavo::band_done(record, status);
   return 0;
 }
 
-// Builds level + 1 of a Gaussian pyramid from level. Source bands of (h / 4)
-// rounded down to even rows start on even rows, so each band's destination
-// rows start at half its first source row.
-int32_t tavo::gaussian_reduce_level(uint16_t** level_table, uint32_t level, const int32_t* widths,
-                                    const int32_t* heights) {
-  const int32_t src_width = widths[level];
-  const int32_t dst_width = widths[level + 1];
+// Builds level + 1 of every pyramid from level, the pyramids one after another
+// in each band. Source bands of (h / 4) rounded down to even rows start on
+// even rows, so each band's destination rows start at half its first source
+// row.
+int32_t tavo::gaussian_reduce_level(uint16_t** const* level_tables, int32_t pyramids, uint32_t level,
+                                    const int32_t* widths, const int32_t* heights) {
   const int32_t dst_height = heights[level + 1];
   const tavo::BandSplit split = tavo::split_rows(heights[level], tavo::SplitRule::kPyramidEven);
   return tavo::run_bands<GaussianBand>(
       split.bands, pyramid_gaussian_down_sample_uint8_parameter, [&](int32_t b, GaussianBand& a) {
-        a.pointers[0] = level_table[level] + static_cast<ptrdiff_t>(split.first(b)) * src_width;
-        a.pointers[1] = level_table[level + 1] + static_cast<ptrdiff_t>(split.half_first(b)) * dst_width;
-        a.widths[0] = src_width;
-        a.widths[1] = dst_width;
-        a.rows[0] = split.rows(b);
-        a.rows[1] = split.half_rows(b, dst_height);
-        a.level = level;
-      }, static_cast<int64_t>(src_width) * heights[level]);
+        a = GaussianBand{level_tables, pyramids, level, {widths[level], widths[level + 1]},
+                         {split.first(b), split.half_first(b)}, {split.rows(b), split.half_rows(b, dst_height)}};
+      }, static_cast<int64_t>(widths[level]) * heights[level] * pyramids);
 }
 
 extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_process(
@@ -72,6 +78,6 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_process(
                "in_buffer is NULL,0x%x,0x%x,0x%x,0x%x\n", tavo::platform::log_hex(level_table),
                tavo::platform::log_hex(widths), tavo::platform::log_hex(heights), 0u);
   }
-  tavo::gaussian_reduce_level(level_table, level, widths, heights);
+  tavo::gaussian_reduce_level(&level_table, 1, level, widths, heights);
   return 0;
 }

@@ -31,15 +31,24 @@ constexpr uint16_t reduce_tap(uint32_t a, uint32_t b, uint32_t c, uint32_t d, ui
 // Column j of the horizontal reduce of a row of src_width samples into
 // dst_width samples. Column 0 reflects to (6, 8, 2); the last column reflects
 // to (1, 4, 7, 4) for an even source width and to (2, 8, 6) for an odd one.
-constexpr uint16_t reduce_column(const uint16_t* x, int32_t src_width, int32_t dst_width,
-                                 int32_t j) {
-  if (j == 0) return reduce_tap(x[2], x[1], x[0], x[1], x[2]);
+// The row is an array of 16-bit samples, or of 8-bit luma standing for the
+// samples luma x 16 (a Gaussian level 0).
+template <class Sample>
+constexpr uint16_t reduce_column(const Sample* row, int32_t src_width, int32_t dst_width, int32_t j) {
+  auto x = [row](int32_t i) -> uint32_t { return sizeof(Sample) == 1 ? 16u * row[i] : row[i]; };
+  if (j == 0) return reduce_tap(x(2), x(1), x(0), x(1), x(2));
   const int32_t c = 2 * j;
   if (j == dst_width - 1) {
-    if ((src_width & 1) == 0) return reduce_tap(x[c - 2], x[c - 1], x[c], x[c + 1], x[c]);
-    return reduce_tap(x[c - 2], x[c - 1], x[c], x[c - 1], x[c - 2]);
+    if ((src_width & 1) == 0) return reduce_tap(x(c - 2), x(c - 1), x(c), x(c + 1), x(c));
+    return reduce_tap(x(c - 2), x(c - 1), x(c), x(c - 1), x(c - 2));
   }
-  return reduce_tap(x[c - 2], x[c - 1], x[c], x[c + 1], x[c + 2]);
+  return reduce_tap(x(c - 2), x(c - 1), x(c), x(c + 1), x(c + 2));
+}
+
+// The reduce filter on luma x 16 needs no rounding: (16 s + 8) >> 4 = s for
+// the tap sum s of the 8-bit samples, at most 4080.
+constexpr uint16_t reduce_luma_tap(uint32_t a, uint32_t b, uint32_t c, uint32_t d, uint32_t e) {
+  return static_cast<uint16_t>(a + 4 * b + 6 * c + 4 * d + e);
 }
 
 // The two phases of the expansion, in 32 bits with arithmetic shifts (the
@@ -89,6 +98,8 @@ struct PyramidRows {
   // Horizontal reduce of a source row into dst_width = ceil(src_width / 2)
   // samples (src_width >= 3).
   void (*reduce_h)(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width);
+  // The same of a row of 8-bit luma standing for luma x 16, without widening it.
+  void (*reduce_h_luma)(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width);
   // Vertical reduce of five scratch rows: dst = reduce_tap(r[0] ... r[4]).
   void (*reduce_v)(const uint16_t* const* rows, uint16_t* dst, int32_t width);
   // Horizontal expansion of a coarse row into fine_width samples

@@ -70,6 +70,31 @@ void reduce_h_avx2(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_
   if (dst_width > 1) dst[dst_width - 1] = reduce_column(src, src_width, dst_width, dst_width - 1);
 }
 
+// Luma rows: sixteen outputs from three overlapping loads seen as 16-bit
+// lanes, whose low bytes are the even samples and high bytes the odd ones;
+// the tap sums of 8-bit samples fit 16-bit lanes.
+void reduce_h_luma_avx2(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
+  dst[0] = reduce_column(src, src_width, dst_width, 0);
+  const __m256i low = _mm256_set1_epi16(0xff);
+  int32_t j = 1;
+  // Outputs j ... j + 15 read samples 2j - 2 ... 2j + 33.
+  for (; j + 16 <= dst_width - 1 && 2 * j + 34 <= src_width; j += 16) {
+    const __m256i v0 = load16(src + 2 * j - 2);
+    const __m256i v1 = load16(src + 2 * j);
+    const __m256i v2 = load16(src + 2 * j + 2);
+    const __m256i centre = _mm256_and_si256(v1, low);
+    const __m256i outer = _mm256_add_epi16(_mm256_and_si256(v0, low), _mm256_and_si256(v2, low));
+    const __m256i inner = _mm256_add_epi16(_mm256_srli_epi16(v0, 8), _mm256_srli_epi16(v1, 8));
+    const __m256i six = _mm256_add_epi16(_mm256_slli_epi16(centre, 2), _mm256_add_epi16(centre, centre));
+    store16(dst + j, _mm256_add_epi16(_mm256_add_epi16(outer, _mm256_slli_epi16(inner, 2)), six));
+  }
+  for (; j < dst_width - 1; ++j) {
+    const uint8_t* x = src + 2 * j;
+    dst[j] = reduce_luma_tap(x[-2], x[-1], x[0], x[1], x[2]);
+  }
+  if (dst_width > 1) dst[dst_width - 1] = reduce_column(src, src_width, dst_width, dst_width - 1);
+}
+
 void reduce_v_avx2(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
   const uint16_t* r0 = rows[0];
   const uint16_t* r1 = rows[1];
@@ -193,6 +218,7 @@ void collapse_odd_avx2(int16_t* level, const uint16_t* centre, const uint16_t* b
 
 const PyramidRows kPyramidRowsAvx2 = {
     reduce_h_avx2,
+    reduce_h_luma_avx2,
     reduce_v_avx2,
     expand_h_avx2<uint16_t, 0>,
     expand_h_avx2<int16_t, 0x8000>,

@@ -55,6 +55,28 @@ void reduce_h_neon(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_
   if (dst_width > 1) dst[dst_width - 1] = reduce_column(src, src_width, dst_width, dst_width - 1);
 }
 
+// Luma rows: de-interleaving byte loads, the tap sums of 8-bit samples in
+// 16-bit lanes.
+void reduce_h_luma_neon(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
+  dst[0] = reduce_column(src, src_width, dst_width, 0);
+  int32_t j = 1;
+  // Outputs j ... j + 7 read samples 2j - 2 ... 2j + 17.
+  for (; j + 8 <= dst_width - 1 && 2 * j + 18 <= src_width; j += 8) {
+    const uint8x8x2_t v0 = vld2_u8(src + 2 * j - 2);
+    const uint8x8x2_t v1 = vld2_u8(src + 2 * j);
+    const uint8x8x2_t v2 = vld2_u8(src + 2 * j + 2);
+    uint16x8_t sum = vaddl_u8(v0.val[0], v2.val[0]);
+    sum = vaddq_u16(sum, vshlq_n_u16(vaddl_u8(v0.val[1], v1.val[1]), 2));
+    sum = vmlal_u8(sum, v1.val[0], vdup_n_u8(6));
+    vst1q_u16(dst + j, sum);
+  }
+  for (; j < dst_width - 1; ++j) {
+    const uint8_t* x = src + 2 * j;
+    dst[j] = reduce_luma_tap(x[-2], x[-1], x[0], x[1], x[2]);
+  }
+  if (dst_width > 1) dst[dst_width - 1] = reduce_column(src, src_width, dst_width, dst_width - 1);
+}
+
 void reduce_v_neon(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
   const uint16_t* r0 = rows[0];
   const uint16_t* r1 = rows[1];
@@ -167,8 +189,9 @@ void collapse_odd_neon(int16_t* level, const uint16_t* centre, const uint16_t* b
 }  // namespace
 
 const PyramidRows kPyramidRowsNeon = {
-    reduce_h_neon,       reduce_v_neon,      expand_h_neon<uint16_t>, expand_h_neon<int16_t>,
-    laplacian_even_neon, laplacian_odd_neon, collapse_even_neon,      collapse_odd_neon,
+    reduce_h_neon,           reduce_h_luma_neon,  reduce_v_neon,      expand_h_neon<uint16_t>,
+    expand_h_neon<int16_t>, laplacian_even_neon, laplacian_odd_neon, collapse_even_neon,
+    collapse_odd_neon,
 };
 
 }  // namespace tavo

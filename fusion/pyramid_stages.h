@@ -9,9 +9,10 @@
 
 namespace tavo {
 
-// Gaussian level + 1 from level.
-int32_t gaussian_reduce_level(uint16_t** level_table, uint32_t level, const int32_t* widths,
-                              const int32_t* heights);
+// Gaussian level + 1 from level, in every one of `pyramids` pyramids of the
+// same geometry (one batch of bands for all of them).
+int32_t gaussian_reduce_level(uint16_t** const* level_tables, int32_t pyramids, uint32_t level,
+                              const int32_t* widths, const int32_t* heights);
 // Fused level `level` from every frame's band-pass and Gaussian level.
 int32_t blend_level(int16_t** out_levels, const uint16_t* lut, int16_t*** lap_pyramids,
                     uint16_t*** gauss_pyramids, const int32_t* widths, const int32_t* heights,

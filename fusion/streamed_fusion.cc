@@ -15,30 +15,35 @@
 namespace tavo {
 namespace {
 
-// ---- Gaussian level 1 from the crop ---------------------------------------
+// ---- Gaussian level 1 from the crops --------------------------------------
 
 struct CropBand {
-  const uint8_t* frame;
+  const uint8_t* const* frames;
+  int32_t count;
   uint32_t stride;
-  int32_t x, y;           // crop origin
-  uint16_t* dst;          // first level-1 row of the band
+  const int32_t* origins;           // per frame: crop column, crop row
+  uint16_t* const* const* gauss;    // per frame: level table
   int32_t src_width, dst_width;
-  int32_t src_first, src_rows, dst_rows;
+  int32_t src_first, src_rows;      // the band's level-0 rows
+  int32_t dst_first, dst_rows;      // and its level-1 rows
 };
 
-// Level 0 rows are widened one at a time into the band's row buffer and
-// reduced horizontally at once, so level 0 is never stored.
+// Level 0 is the crop's 8-bit luma standing for luma x 16; its rows are
+// reduced horizontally as they stand, so level 0 is never stored or widened.
 int32_t crop_band_body(void* record) {
   const auto& a = band_payload<CropBand>(record);
   const auto* band = static_cast<band_record*>(record);
-  const WidenRow widen = pick_widen_row();
-  uint16_t* row = nullptr;
-  const auto source = [&](int32_t s) -> const uint16_t* {
-    widen(crop_row(a.frame, a.stride, a.x, a.y, a.src_first + s), row, a.src_width);
-    return row;
-  };
-  const int32_t status = reduce_band(source, a.src_width, a.src_rows, a.dst, a.dst_width, a.dst_rows,
-                                     band->band == 0, band->band == band->bands - 1, &row);
+  const PyramidRows& rows = pyramid_rows();
+  int32_t status = 0;
+  for (int32_t f = 0; f < a.count && status == 0; ++f) {
+    const auto horizontal = [&](int32_t s, uint16_t* out) {
+      const uint8_t* src = crop_row(a.frames[f], a.stride, a.origins[2 * f], a.origins[2 * f + 1], a.src_first + s);
+      rows.reduce_h_luma(src, a.src_width, out, a.dst_width);
+    };
+    uint16_t* dst = a.gauss[f][1] + static_cast<ptrdiff_t>(a.dst_first) * a.dst_width;
+    status = reduce_band(horizontal, a.src_rows, dst, a.dst_width, a.dst_rows, band->band == 0,
+                         band->band == band->bands - 1);
+  }
   if (status != 0) HDR_LOG_AS(970, "pyramid_gaussian_down_sample_uint8", "temp_p malloc fail\n");
   band_done(record, status == 0 ? 0 : kStageFailed);
   return 0;
@@ -208,14 +213,14 @@ int32_t level_band_body(void* record) {
 
 }  // namespace
 
-int32_t gaussian_level1_from_crop(const uint8_t* frame, uint32_t stride, int32_t x, int32_t y,
-                                  uint16_t* level1, const int32_t* widths, const int32_t* heights) {
+int32_t gaussian_level1_from_crops(const uint8_t* const* frames, int32_t count, uint32_t stride,
+                                   const int32_t* origins, uint16_t* const* const* gauss,
+                                   const int32_t* widths, const int32_t* heights) {
   const BandSplit split = split_rows(heights[0], SplitRule::kPyramidEven);
   return run_bands<CropBand>(split.bands, crop_band_body, [&](int32_t b, CropBand& a) {
-    a = CropBand{frame, stride, x, y,
-                 level1 + static_cast<ptrdiff_t>(split.half_first(b)) * widths[1],
-                 widths[0], widths[1], split.first(b), split.rows(b), split.half_rows(b, heights[1])};
-  }, static_cast<int64_t>(widths[0]) * heights[0]);
+    a = CropBand{frames, count, stride, origins, gauss, widths[0], widths[1],
+                 split.first(b), split.rows(b), split.half_first(b), split.half_rows(b, heights[1])};
+  }, static_cast<int64_t>(widths[0]) * heights[0] * count);
 }
 
 int32_t fuse_and_collapse_level(const StreamedLevel& level) {

@@ -20,11 +20,13 @@ inline constexpr int32_t kBandPassFailed = -2;     // expanded Gaussian rows, ba
 inline constexpr int32_t kBlendFailed = -3;        // widened crop rows, fused row, row pointers
 inline constexpr int32_t kCollapseFailed = -4;     // expanded collapsed rows
 
-// Gaussian level 1 of the crop of a frame whose luma plane has row stride
-// `stride`, with the crop's top-left corner at (x, y): the crop's level 0
-// (luma x 16) reduced in bands, straight from the 8-bit frame.
-int32_t gaussian_level1_from_crop(const uint8_t* frame, uint32_t stride, int32_t x, int32_t y,
-                                  uint16_t* level1, const int32_t* widths, const int32_t* heights);
+// Gaussian level 1 of the crops of `count` frames whose luma planes have row
+// stride `stride`, frame f's crop at column origins[2f], row origins[2f + 1],
+// into gauss[f][1]: each crop's level 0 (luma x 16) reduced straight from the
+// 8-bit frame, in one batch of bands for all frames.
+int32_t gaussian_level1_from_crops(const uint8_t* const* frames, int32_t count, uint32_t stride,
+                                   const int32_t* origins, uint16_t* const* const* gauss,
+                                   const int32_t* widths, const int32_t* heights);
 
 // Everything the collapse of one level reads and writes.
 struct StreamedLevel {

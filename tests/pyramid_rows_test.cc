@@ -75,6 +75,15 @@ TEST(PyramidRows, HorizontalRowsMatchPortable) {
     c.reduce_h(src.data() + off, w, expect.data() + off, half);
     r.reduce_h(src.data() + off, w, got.data() + off, half);
     EXPECT_EQ(got, expect);
+    // 8-bit luma reduced as it stands equals the row widened to luma x 16.
+    std::vector<uint8_t> luma(src.size());
+    std::vector<uint16_t> widened(src.size());
+    for (size_t i = 0; i < src.size(); ++i) luma[i] = static_cast<uint8_t>(src[i]), widened[i] = 16 * luma[i];
+    c.reduce_h(widened.data() + off, w, expect.data() + off, half);
+    for (const PyramidRows* rows : {&c, &r}) {
+      rows->reduce_h_luma(luma.data() + off, w, got.data() + off, half);
+      EXPECT_EQ(got, expect);
+    }
 
     const auto coarse = make_row(off, half, pattern, seed);
     const auto signed_coarse = make_row<int16_t>(off, half, pattern, seed);
