@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "align/exposure_shift.h"
 #include "align/mismatch_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
@@ -51,7 +52,71 @@ RowRange band_moving_rows(int32_t rows, int32_t y, int32_t band_index) {
   return {clamp32(begin), clamp32(end)};
 }
 
+// The moving rows band b of `split` scores for the shift (x, y), relative to
+// the band's first row. The described reach of a band stays inside the plane
+// whenever a band has at least |y| rows; for shorter bands it is cut at the
+// plane's edges, so that no row outside the plane is ever read.
+RowRange clamped_moving_rows(const tavo::BandSplit& split, int32_t b, int32_t height, int32_t y) {
+  const int64_t first = split.first(b);
+  const RowRange m = band_moving_rows(split.rows(b), y, b);
+  const int64_t begin = std::max<int64_t>({m.begin, -first, -first - y});
+  const int64_t end = std::min<int64_t>({m.end, height - first, height - first - y});
+  return {static_cast<int32_t>(begin), static_cast<int32_t>(std::max(begin, end))};
+}
+
+// The nine candidate shifts of one level scored in one batch: each band walks
+// its moving rows once and scores every candidate that pairs the row, so the
+// rows of all nine comparisons are read while they are in cache.
+struct CandidatesJob {
+  const uint8_t* planes[4];  // moving mask, moving bitmap, reference bitmap, reference mask
+  int32_t width;
+  int8_t x[tavo::kCandidates], y[tavo::kCandidates];
+  RowRange rows[tavo::kCandidates];  // per candidate, as clamped_moving_rows gives them
+  uint32_t partial[tavo::kCandidates];
+};
+
+int32_t candidates_body(void* record) {
+  auto& a = tavo::band_payload<CandidatesJob>(record);
+  const tavo::MismatchRow row = tavo::pick_mismatch_row();
+  int32_t begin = INT32_MAX, end = INT32_MIN;
+  for (const RowRange& r : a.rows) {
+    if (r.begin < r.end) begin = std::min(begin, r.begin), end = std::max(end, r.end);
+  }
+  for (int32_t m = begin; m < end; ++m) {
+    for (int k = 0; k < tavo::kCandidates; ++k) {
+      if (m < a.rows[k].begin || m >= a.rows[k].end) continue;
+      a.partial[k] += tavo::count_mismatches(a.planes[0], a.planes[1], a.planes[2], a.planes[3], a.width,
+                                             m, m + 1, a.x[k], a.y[k], row);
+    }
+  }
+  tavo::band_done(record);
+  return 0;
+}
+
 }  // namespace
+
+void tavo::score_candidates(const uint8_t* const* planes, int32_t width, int32_t height,
+                            const int8_t* x, const int8_t* y, uint32_t* counts) {
+  const tavo::LibraryLock hold;  // the band records are read after the batch
+  const tavo::BandSplit split = tavo::split_rows(height, tavo::SplitRule::kFour);
+  tavo::run_bands<CandidatesJob>(
+      split.bands, candidates_body, [&](int32_t b, CandidatesJob& a) {
+        const int64_t offset = static_cast<int64_t>(split.first(b)) * width;
+        for (int i = 0; i < 4; ++i) a.planes[i] = planes[i] + offset;
+        a.width = width;
+        for (int k = 0; k < kCandidates; ++k) {
+          a.x[k] = x[k];
+          a.y[k] = y[k];
+          a.rows[k] = clamped_moving_rows(split, b, height, y[k]);
+          a.partial[k] = 0;
+        }
+      },
+      static_cast<int64_t>(width) * height);
+  for (int k = 0; k < kCandidates; ++k) {
+    counts[k] = 0;
+    for (int32_t b = 0; b < split.bands; ++b) counts[k] += tavo::band_payload<CandidatesJob>(&arg[b]).partial[k];
+  }
+}
 
 extern "C" TAVO_HDR_EXPORT uint32_t imageAffine_xor_and(const uint8_t* moving_mask,
                                                         const uint8_t* moving_bitmap,
@@ -93,24 +158,11 @@ extern "C" TAVO_HDR_EXPORT uint32_t imageAffine_xor_and_process(
   const tavo::BandSplit split = tavo::split_rows(height, tavo::SplitRule::kFour);
   tavo::run_bands<MismatchJob>(
       split.bands, imageAffine_xor_and_parameter, [&](int32_t b, MismatchJob& a) {
-        const int64_t first = split.first(b);
-        const int32_t rows = split.rows(b);
-        // The described reach of a band stays inside the plane whenever a band
-        // has at least |y| rows; for shorter bands it is cut at the plane's
-        // edges, so that no row outside the plane is ever read.
-        const RowRange m = band_moving_rows(rows, y, b);
-        const int64_t begin = std::max<int64_t>({m.begin, -first, -first - y});
-        const int64_t end = std::min<int64_t>({m.end, height - first, height - first - y});
-        const int64_t offset = first * width;
-        a = MismatchJob{moving_mask + offset,
-                        moving_bitmap + offset,
-                        ref_bitmap + offset,
-                        ref_mask + offset,
-                        width,
-                        x,
-                        y,
-                        static_cast<int32_t>(begin),
-                        static_cast<int32_t>(std::max(begin, end)),
+        const RowRange m = clamped_moving_rows(split, b, height, y);
+        const int64_t offset = static_cast<int64_t>(split.first(b)) * width;
+        a = MismatchJob{moving_mask + offset, moving_bitmap + offset, ref_bitmap + offset,
+                        ref_mask + offset,    width,                  x,
+                        y,                    m.begin,                m.end,
                         0};
       },
       static_cast<int64_t>(width) * height);
@@ -150,25 +202,25 @@ extern "C" TAVO_HDR_EXPORT uint32_t GetExpShift(const uint8_t* frame_luma, uint3
     const int32_t w = widths[level], h = heights[level];
     const auto sx = static_cast<int8_t>(shift_out[0]);
     const auto sy = static_cast<int8_t>(shift_out[1]);
+    int8_t cx[tavo::kCandidates], cy[tavo::kCandidates];
+    for (int k = 0; k < tavo::kCandidates; ++k) {  // x outer, y inner
+      cx[k] = static_cast<int8_t>(2 * sx + k / 3 - 1);
+      cy[k] = static_cast<int8_t>(2 * sy + k % 3 - 1);
+    }
+    const uint8_t* planes[4] = {moving_mask[level], moving_bitmap[level], ref_bitmap[level], ref_mask[level]};
+    uint32_t counts[tavo::kCandidates];
+    tavo::score_candidates(planes, w, h, cx, cy, counts);
     uint32_t best = static_cast<uint32_t>(w) * static_cast<uint32_t>(h);
-    for (int32_t dx = -1; dx <= 1; ++dx) {
-      const auto cx = static_cast<int8_t>(2 * sx + dx);
-      for (int32_t dy = -1; dy <= 1; ++dy) {
-        const auto cy = static_cast<int8_t>(2 * sy + dy);
-        uint32_t count = 0;
-        imageAffine_xor_and_process(moving_mask[level], moving_bitmap[level], ref_bitmap[level],
-                                    ref_mask[level], w, h, cx, cy, &count);
-        const auto ax = static_cast<uint32_t>(magnitude(cx));
-        const auto ay = static_cast<uint32_t>(magnitude(cy));
-        // Score plus the moving pixels that land outside the reference, in
-        // wrapping 32-bit arithmetic.
-        const uint32_t cost = count + static_cast<uint32_t>(w) * ay +
-                              (static_cast<uint32_t>(h) - ay) * ax;
-        if (cost < best) {
-          best = cost;
-          shift_out[0] = cx;
-          shift_out[1] = cy;
-        }
+    for (int k = 0; k < tavo::kCandidates; ++k) {
+      const auto ax = static_cast<uint32_t>(magnitude(cx[k]));
+      const auto ay = static_cast<uint32_t>(magnitude(cy[k]));
+      // Score plus the moving pixels that land outside the reference, in
+      // wrapping 32-bit arithmetic.
+      const uint32_t cost = counts[k] + static_cast<uint32_t>(w) * ay + (static_cast<uint32_t>(h) - ay) * ax;
+      if (cost < best) {
+        best = cost;
+        shift_out[0] = cx[k];
+        shift_out[1] = cy[k];
       }
     }
   }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "align/crop_window.h"
+#include "align/exposure_shift.h"
 #include "align/registration.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/memory.h"
@@ -93,6 +94,20 @@ TEST_F(MismatchCount, OneBandAndFourBandsCountEveryOverlappingPairOnce) {
         const uint32_t expected = brute_force(m, x, y);
         EXPECT_EQ(dispatched(m, x, y), expected) << w << "x" << h << " " << x << "," << y;
         EXPECT_EQ(whole_plane_kernel(m, x, y), expected) << w << "x" << h << " " << x << "," << y;
+      }
+    }
+    // The shift search scores the nine candidates around a centre in one batch.
+    for (int32_t centre : {-4, 0, 1, 5}) {
+      int8_t xs[tavo::kCandidates], ys[tavo::kCandidates];
+      for (int k = 0; k < tavo::kCandidates; ++k) {
+        xs[k] = static_cast<int8_t>(centre + k / 3 - 1);
+        ys[k] = static_cast<int8_t>(-centre + k % 3 - 1);
+      }
+      const uint8_t* planes[4] = {m.moving_mask.data(), m.moving_bitmap.data(), m.ref_bitmap.data(), m.ref_mask.data()};
+      uint32_t counts[tavo::kCandidates];
+      tavo::score_candidates(planes, m.w, m.h, xs, ys, counts);
+      for (int k = 0; k < tavo::kCandidates; ++k) {
+        EXPECT_EQ(counts[k], brute_force(m, xs[k], ys[k])) << w << "x" << h << " " << int{xs[k]} << "," << int{ys[k]};
       }
     }
   }
