@@ -99,7 +99,7 @@ int32_t register_frames(const uint8_t* const* frames, int32_t width, int32_t hei
   }
 
   uint8_t thresholds[3] = {0, 0, 0};
-  loadImg_process(frames, width, height, thresholds);
+  frame_thresholds(frames, width, height, thresholds);
 
   // The reference's levels, thresholded at its own value.
   for (int32_t k = 0; k + 1 < levels; ++k) {

@@ -18,6 +18,13 @@ struct CropWindow {
 // taken while the value halved is above 65.
 uint8_t registration_level_count(int32_t width, int32_t height);
 
+// Registration thresholds of the three frames' luma planes (width x height,
+// stride width), each what loadImg gives for its frame, from histograms built
+// in four bands of rows across all frames at once.
+inline constexpr int32_t kThresholdFrames = 3;
+void frame_thresholds(const uint8_t* const* frames, int32_t width, int32_t height,
+                      uint8_t* thresholds);
+
 // Thresholds of the three frames, the reference's levels, the shift search for
 // frame 0 then frame 2 (in level-1 pixels, doubled here), and the crop window.
 // frames[i] points at frame i's luma plane (width x height, stride width).

@@ -7,7 +7,9 @@
 #include <vector>
 
 #include "align/crop_window.h"
+#include "align/registration.h"
 #include "include/tavo_lumo_hdr.h"
+#include "pool/band_jobs.h"
 #include "support/test_support.h"
 
 namespace {
@@ -56,6 +58,24 @@ TEST_F(LumaThresholdJobs, OneJobPerFrameWithItsOwnPercentile) {
   EXPECT_EQ(thresholds[1], 63 + 40);
   EXPECT_EQ(thresholds[2], 63 + 80);
   EXPECT_EQ(thresholds[3], 0xAB);
+}
+
+TEST_F(LumaThresholdJobs, BandedHistogramsOfAllFramesGiveEachFramesThreshold) {
+  // Heights that leave bands empty or uneven; every batch on the workers.
+  tavo::set_inline_work_limit_for_testing(0);
+  const int32_t sizes[][2] = {{5, 1}, {7, 3}, {16, 8}, {33, 9}, {64, 50}};
+  for (const auto& [w, h] : sizes) {
+    std::vector<uint8_t> frames[3];
+    const uint8_t* planes[3];
+    for (int f = 0; f < 3; ++f) {
+      frames[f] = tavo::test::random_bytes(static_cast<size_t>(w) * h, w * 10 + h + f);
+      planes[f] = frames[f].data();
+    }
+    uint8_t banded[3] = {1, 1, 1};
+    tavo::frame_thresholds(planes, w, h, banded);
+    for (int f = 0; f < 3; ++f) EXPECT_EQ(banded[f], threshold_of(frames[f], w, h, f)) << w << "x" << h << " frame " << f;
+  }
+  tavo::set_inline_work_limit_for_testing(tavo::kInlineWork);
 }
 
 struct Crop {
