@@ -2,15 +2,27 @@
 // takes the 37.5th percentile, every other frame the median; each frame is then
 // thresholded at its own value, which makes the bitmaps comparable across
 // exposures.
+//
+// The threshold is the first level at which the running histogram sum reaches
+// the frame's target. With vector rows it is found without the full
+// histogram: a histogram of every 32nd row estimates the level, one pass
+// counts the bytes above the sixteen levels around the estimate, and when the
+// counts bracket the target the first level reaching it is the threshold.
+// When they do not (the estimate missed), the full histogram decides. Either
+// way the level is the one the histogram walk gives.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
 #include "align/registration.h"
+#include "align/threshold_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "pool/band_jobs.h"
 
 namespace {
+
+constexpr int32_t kEstimateRowStep = 32;
 
 struct ThresholdJob {
   const uint8_t* luma;
@@ -20,14 +32,15 @@ struct ThresholdJob {
   int32_t frame_index;
 };
 
-// Adds the histogram of `rows` rows of `width` bytes. Four partial histograms,
-// so that runs of equal bytes do not serialise on one counter; eight bytes are
-// read at a time and taken apart in registers.
-void add_histogram(const uint8_t* luma, int32_t width, int32_t rows, uint32_t* histogram) {
+// Adds the histogram of `rows` rows of `width` bytes, `step` rows apart.
+// Four partial histograms, so that runs of equal bytes do not serialise on
+// one counter; eight bytes are read at a time and taken apart in registers.
+void add_histogram(const uint8_t* luma, int32_t width, int32_t rows, uint32_t* histogram,
+                   int32_t step = 1) {
   uint32_t partial[4][256] = {};
   if (width > 0) {
-    const uint8_t* row = luma;
-    for (int32_t r = 0; r < rows; ++r, row += width) {
+    for (int32_t r = 0; r < rows; r += step) {
+      const uint8_t* row = luma + static_cast<ptrdiff_t>(r) * width;
       int32_t j = 0;
       for (; j + 8 <= width; j += 8) {
         uint64_t v;
@@ -49,38 +62,86 @@ void add_histogram(const uint8_t* luma, int32_t width, int32_t rows, uint32_t* h
   }
 }
 
-// The first level at which the running sum of the histogram reaches the
-// frame's target, 0 when none does. The target is a signed 32-bit quotient
-// (w*h wraps like the 32-bit product it is); the walk compares it unsigned, so
-// a negative target is never reached.
-uint8_t percentile_level(const uint32_t* histogram, int32_t width, int32_t height, int32_t frame_index) {
+// The frame's target: a signed 32-bit quotient (w*h wraps like the 32-bit
+// product it is), compared unsigned, so a negative target is never reached.
+uint32_t target_of(int32_t width, int32_t height, int32_t frame_index) {
   const int32_t pixels =
       static_cast<int32_t>(static_cast<uint32_t>(width) * static_cast<uint32_t>(height));
   const int32_t target =
-      frame_index == 0
-          ? static_cast<int32_t>(static_cast<uint32_t>(pixels) * 3u) / 8
-          : pixels / 2;
+      frame_index == 0 ? static_cast<int32_t>(static_cast<uint32_t>(pixels) * 3u) / 8 : pixels / 2;
+  return static_cast<uint32_t>(target);
+}
+
+// The first level at which the running sum of the histogram reaches the
+// target, 0 when none does.
+uint8_t percentile_level(const uint32_t* histogram, uint32_t target) {
   uint32_t running = 0;
   for (int32_t level = 0; level < 256; ++level) {
     running += histogram[level];
-    if (running >= static_cast<uint32_t>(target)) return static_cast<uint8_t>(level);
+    if (running >= target) return static_cast<uint8_t>(level);
   }
   return 0;
 }
 
-// A quarter of the rows of every frame, into the band's own histograms.
-struct HistogramBand {
+// The level a histogram of every kEstimateRowStep-th row puts at the target's
+// share of the frame.
+uint8_t estimated_level(const uint8_t* luma, int32_t width, int32_t height, uint32_t target) {
+  uint32_t histogram[256] = {};
+  add_histogram(luma, width, height, histogram, kEstimateRowStep);
+  const uint64_t sampled = static_cast<uint64_t>((height + kEstimateRowStep - 1) / kEstimateRowStep) * width;
+  const uint64_t pixels = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
+  const auto scaled = static_cast<uint32_t>(std::min<uint64_t>(target, pixels) * sampled / std::max<uint64_t>(pixels, 1));
+  return percentile_level(histogram, scaled);
+}
+
+// Sixteen levels around an estimate: the first is the bound below the window,
+// the other fifteen the candidates.
+void window_levels(uint8_t estimate, uint8_t* levels) {
+  const int32_t base = std::clamp<int32_t>(estimate - 8, 0, 256 - tavo::kThresholdLevels);
+  for (int32_t k = 0; k < tavo::kThresholdLevels; ++k) levels[k] = static_cast<uint8_t>(base + k);
+}
+
+// The threshold from the counts above the window's levels of all n bytes, or
+// -1 when the window does not hold it. The cumulative count of a level is
+// kept in 32 bits, as the histogram walk keeps it.
+int32_t level_in_window(const uint8_t* levels, const uint64_t* above, uint64_t n, uint32_t target) {
+  auto reaches = [&](int k) { return static_cast<uint32_t>(n - above[k]) >= target; };
+  if (reaches(0)) return levels[0] == 0 ? 0 : -1;
+  for (int k = 1; k < tavo::kThresholdLevels; ++k) {
+    if (reaches(k)) return levels[k];
+  }
+  return -1;
+}
+
+// Whether the counting pass may stand in for the histogram: a vector row
+// exists and every cumulative count fits the 32 bits the walk keeps it in.
+bool counting_pays(int32_t width, int32_t height) {
+  return tavo::pick_count_above_row() != tavo::count_above_row_c && width > 0 && height > 0 &&
+         static_cast<uint64_t>(width) * static_cast<uint64_t>(height) <= UINT32_MAX;
+}
+
+// A quarter of the rows of every frame: with `levels`, the counts above each
+// frame's levels; without, each frame's histogram.
+struct ThresholdBand {
   const uint8_t* const* frames;
   int32_t width;
   int32_t first, rows;
-  uint32_t* histograms;  // kThresholdFrames x 256 counts of this band
+  const uint8_t* levels;  // kThresholdFrames x kThresholdLevels, or null
+  uint64_t* above;        // this band's kThresholdFrames x kThresholdLevels counts
+  uint32_t* histograms;   // this band's kThresholdFrames x 256 counts
 };
 
-int32_t histogram_band_body(void* record) {
-  const auto& a = tavo::band_payload<HistogramBand>(record);
+int32_t threshold_band_body(void* record) {
+  const auto& a = tavo::band_payload<ThresholdBand>(record);
+  const tavo::CountAboveRow count_above = tavo::pick_count_above_row();
   for (int32_t f = 0; f < tavo::kThresholdFrames; ++f) {
-    add_histogram(a.frames[f] + static_cast<ptrdiff_t>(a.first) * a.width, a.width, a.rows,
-                  a.histograms + 256 * f);
+    const uint8_t* luma = a.frames[f] + static_cast<ptrdiff_t>(a.first) * a.width;
+    if (a.levels != nullptr) {
+      count_above(luma, static_cast<size_t>(a.rows) * static_cast<size_t>(a.width),
+                  a.levels + tavo::kThresholdLevels * f, a.above + tavo::kThresholdLevels * f);
+    } else {
+      add_histogram(luma, a.width, a.rows, a.histograms + 256 * f);
+    }
   }
   tavo::band_done(record);
   return 0;
@@ -91,26 +152,64 @@ int32_t histogram_band_body(void* record) {
 extern "C" TAVO_HDR_EXPORT uint32_t loadImg(const uint8_t* luma, int32_t width, int32_t height,
                                             uint8_t* threshold_out, int32_t frame_index) {
   *threshold_out = 0;
+  const uint32_t target = target_of(width, height, frame_index);
+  if (counting_pays(width, height)) {
+    uint8_t levels[tavo::kThresholdLevels];
+    window_levels(estimated_level(luma, width, height, target), levels);
+    uint64_t above[tavo::kThresholdLevels] = {};
+    const uint64_t n = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
+    tavo::pick_count_above_row()(luma, n, levels, above);
+    const int32_t level = level_in_window(levels, above, n, target);
+    if (level >= 0) {
+      *threshold_out = static_cast<uint8_t>(level);
+      return 0;
+    }
+  }
   uint32_t histogram[256] = {};
   add_histogram(luma, width, height, histogram);
-  *threshold_out = percentile_level(histogram, width, height, frame_index);
+  *threshold_out = percentile_level(histogram, target);
   return 0;
 }
 
 void tavo::frame_thresholds(const uint8_t* const* frames, int32_t width, int32_t height,
                             uint8_t* thresholds) {
-  uint32_t histograms[4][kThresholdFrames][256] = {};
+  constexpr int32_t kFrames = kThresholdFrames;
   const BandSplit split = split_rows(height, SplitRule::kFour);
-  run_bands<HistogramBand>(split.bands, histogram_band_body, [&](int32_t b, HistogramBand& a) {
-    a = HistogramBand{frames, width, split.first(b), split.rows(b), &histograms[b][0][0]};
-  }, static_cast<int64_t>(width) * height * kThresholdFrames);
-  for (int32_t f = 0; f < kThresholdFrames; ++f) {
+  const int64_t work = static_cast<int64_t>(width) * height * kFrames;
+  uint32_t targets[kFrames];
+  for (int32_t f = 0; f < kFrames; ++f) targets[f] = target_of(width, height, f);
+
+  bool settled = false;
+  if (counting_pays(width, height)) {
+    uint8_t levels[kFrames][kThresholdLevels];
+    for (int32_t f = 0; f < kFrames; ++f) window_levels(estimated_level(frames[f], width, height, targets[f]), levels[f]);
+    uint64_t above[4][kFrames][kThresholdLevels] = {};
+    run_bands<ThresholdBand>(split.bands, threshold_band_body, [&](int32_t b, ThresholdBand& a) {
+      a = ThresholdBand{frames, width, split.first(b), split.rows(b), &levels[0][0], &above[b][0][0], nullptr};
+    }, work);
+    const uint64_t n = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
+    settled = true;
+    for (int32_t f = 0; f < kFrames && settled; ++f) {
+      uint64_t total[kThresholdLevels];
+      for (int32_t k = 0; k < kThresholdLevels; ++k) total[k] = above[0][f][k] + above[1][f][k] + above[2][f][k] + above[3][f][k];
+      const int32_t level = level_in_window(levels[f], total, n, targets[f]);
+      settled = level >= 0;
+      thresholds[f] = static_cast<uint8_t>(level);
+    }
+  }
+  if (settled) return;
+
+  uint32_t histograms[4][kFrames][256] = {};
+  run_bands<ThresholdBand>(split.bands, threshold_band_body, [&](int32_t b, ThresholdBand& a) {
+    a = ThresholdBand{frames, width, split.first(b), split.rows(b), nullptr, nullptr, &histograms[b][0][0]};
+  }, work);
+  for (int32_t f = 0; f < kFrames; ++f) {
     uint32_t histogram[256];
     for (int32_t level = 0; level < 256; ++level) {
       histogram[level] = histograms[0][f][level] + histograms[1][f][level] + histograms[2][f][level] +
                          histograms[3][f][level];
     }
-    thresholds[f] = percentile_level(histogram, width, height, f);
+    thresholds[f] = percentile_level(histogram, targets[f]);
   }
 }
 
@@ -121,7 +220,7 @@ extern "C" TAVO_HDR_EXPORT int32_t loadImg_parameter(void* record) {
   return 0;
 }
 
-// One job per frame rather than per band: the three histograms build at once.
+// One job per frame rather than per band: the three thresholds are found at once.
 extern "C" TAVO_HDR_EXPORT uint32_t loadImg_process(const uint8_t* const* frames, int32_t width,
                                                     int32_t height, uint8_t* thresholds_out) {
   tavo::run_bands<ThresholdJob>(3, loadImg_parameter, [&](int32_t b, ThresholdJob& a) {

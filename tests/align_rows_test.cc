@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "align/mismatch_rows.h"
+#include "align/threshold_rows.h"
 #include "align/warp_rows.h"
 #include "align/wavelet_rows.h"
 
@@ -20,22 +21,23 @@ struct VectorRows {
   tavo::MismatchRow mismatch;
   tavo::WidenRow widen;
   tavo::SplitPairsRow split;
+  tavo::CountAboveRow count_above;  // null where the set has no row of its own
 };
 
 std::vector<VectorRows> vector_rows() {
   std::vector<VectorRows> rows;
 #if defined(__aarch64__)
   rows.push_back({"neon", tavo::wavelet_main_row_neon, tavo::mismatch_row_neon,
-                  tavo::widen_x16_row_neon, tavo::split_pairs_row_neon});
+                  tavo::widen_x16_row_neon, tavo::split_pairs_row_neon, tavo::count_above_row_neon});
 #endif
 #if defined(__x86_64__)
   if (__builtin_cpu_supports("sse4.1")) {
     rows.push_back({"sse41", tavo::wavelet_main_row_sse41, tavo::mismatch_row_sse41,
-                    tavo::widen_x16_row_sse41, tavo::split_pairs_row_sse41});
+                    tavo::widen_x16_row_sse41, tavo::split_pairs_row_sse41, nullptr});
   }
-  if (__builtin_cpu_supports("avx2")) {  // only the comparison has a wider row
+  if (__builtin_cpu_supports("avx2")) {  // the comparison and the counts have wider rows
     rows.push_back({"avx2", tavo::wavelet_main_row_sse41, tavo::mismatch_row_avx2,
-                    tavo::widen_x16_row_sse41, tavo::split_pairs_row_sse41});
+                    tavo::widen_x16_row_sse41, tavo::split_pairs_row_sse41, tavo::count_above_row_avx2});
   }
 #endif
   return rows;
@@ -129,6 +131,32 @@ TEST(AlignRows, WarpRowsMatchPortable) {
         tavo::split_pairs_row_c(src.data() + offset, want.data() + 1, want.data() + n + 9, n);
         v.split(src.data() + offset, got.data() + 1, got.data() + n + 9, n);
         ASSERT_EQ(got, want) << v.name << " n " << n << " offset " << offset;
+      }
+    }
+  }
+}
+
+TEST(AlignRows, CountAboveRowsMatchPortable) {
+  std::mt19937 rng(4);
+  // Lengths around the vector and the 255-vector counter blocks; levels at
+  // both ends and around the signed-compare boundary.
+  const size_t lengths[] = {0, 1, 15, 16, 31, 32, 33, 255 * 32 - 1, 255 * 32, 255 * 32 + 47, 3 * 255 * 32 + 17};
+  const std::vector<std::vector<uint8_t>> alphabets = {{}, {0}, {255}, {0, 255}, {126, 127, 128, 129}};
+  for (const VectorRows& v : vector_rows()) {
+    if (v.count_above == nullptr) continue;
+    for (const auto& alphabet : alphabets) {
+      for (size_t n : lengths) {
+        const size_t offset = n % 5;
+        const auto src = bytes(n + offset, rng, alphabet);
+        uint8_t levels[tavo::kThresholdLevels] = {0, 255, 127, 128, 126, 129, 1, 254};
+        for (int k = 8; k < tavo::kThresholdLevels; ++k) levels[k] = static_cast<uint8_t>(rng());
+        uint64_t want[tavo::kThresholdLevels], got[tavo::kThresholdLevels];
+        for (int k = 0; k < tavo::kThresholdLevels; ++k) want[k] = got[k] = k;  // the rows add
+        tavo::count_above_row_c(src.data() + offset, n, levels, want);
+        v.count_above(src.data() + offset, n, levels, got);
+        for (int k = 0; k < tavo::kThresholdLevels; ++k) {
+          ASSERT_EQ(got[k], want[k]) << v.name << " n " << n << " level " << int{levels[k]};
+        }
       }
     }
   }

@@ -10,6 +10,7 @@
 #include "align/registration.h"
 #include "include/tavo_lumo_hdr.h"
 #include "pool/band_jobs.h"
+#include "support/row_variants.h"
 #include "support/test_support.h"
 
 namespace {
@@ -60,20 +61,55 @@ TEST_F(LumaThresholdJobs, OneJobPerFrameWithItsOwnPercentile) {
   EXPECT_EQ(thresholds[3], 0xAB);
 }
 
-TEST_F(LumaThresholdJobs, BandedHistogramsOfAllFramesGiveEachFramesThreshold) {
-  // Heights that leave bands empty or uneven; every batch on the workers.
-  tavo::set_inline_work_limit_for_testing(0);
-  const int32_t sizes[][2] = {{5, 1}, {7, 3}, {16, 8}, {33, 9}, {64, 50}};
-  for (const auto& [w, h] : sizes) {
-    std::vector<uint8_t> frames[3];
-    const uint8_t* planes[3];
-    for (int f = 0; f < 3; ++f) {
-      frames[f] = tavo::test::random_bytes(static_cast<size_t>(w) * h, w * 10 + h + f);
-      planes[f] = frames[f].data();
+// Luma whose percentile a histogram of every 32nd row finds, or misses: rows
+// 0, 32, 64, ... hold other values than the rest.
+std::vector<uint8_t> luma_of(int kind, int32_t w, int32_t h, std::mt19937& rng) {
+  const std::vector<std::vector<uint8_t>> alphabets = {
+      {}, {0}, {255}, {15, 16}, {0, 255}, {31, 32, 33, 34}, {240, 241, 250, 255}};
+  std::vector<uint8_t> luma(static_cast<size_t>(w) * h);
+  for (size_t i = 0; i < luma.size(); ++i) {
+    const auto row = static_cast<int32_t>(i / w);
+    if (kind == static_cast<int>(alphabets.size())) {
+      luma[i] = row % 32 == 0 ? 0 : static_cast<uint8_t>(200 + rng() % 3);
+    } else {
+      const auto& a = alphabets[kind];
+      luma[i] = a.empty() ? static_cast<uint8_t>(rng()) : a[rng() % a.size()];
     }
-    uint8_t banded[3] = {1, 1, 1};
-    tavo::frame_thresholds(planes, w, h, banded);
-    for (int f = 0; f < 3; ++f) EXPECT_EQ(banded[f], threshold_of(frames[f], w, h, f)) << w << "x" << h << " frame " << f;
+  }
+  return luma;
+}
+constexpr int kLumaKinds = 8;
+
+TEST_F(LumaThresholdJobs, EveryFramesThresholdIsTheHistogramWalksWithEveryRowVariant) {
+  // One frame alone and three in banded batches, through the pool; heights
+  // that leave bands empty or uneven.
+  tavo::set_inline_work_limit_for_testing(0);
+  std::mt19937 rng(6);
+  const int32_t sizes[][2] = {{5, 1}, {7, 3}, {33, 9}, {640, 97}, {4001, 3}};
+  for (bool portable : {false, true}) {
+    tavo::test::RowVariants rows(portable);
+    for (int kind = 0; kind < kLumaKinds; ++kind) {
+      for (const auto& [w, h] : sizes) {
+        std::vector<uint8_t> frames[3];
+        const uint8_t* planes[3];
+        uint8_t walked[3];
+        for (int f = 0; f < 3; ++f) {
+          frames[f] = luma_of((kind + f) % kLumaKinds, w, h, rng);
+          planes[f] = frames[f].data();
+          uint32_t histogram[256] = {};
+          for (uint8_t b : frames[f]) ++histogram[b];
+          const uint32_t target = f == 0 ? static_cast<uint32_t>(w * h * 3 / 8) : static_cast<uint32_t>(w * h / 2);
+          uint32_t running = 0;
+          int level = 0;
+          while ((running += histogram[level]) < target) ++level;
+          walked[f] = static_cast<uint8_t>(level);
+          EXPECT_EQ(threshold_of(frames[f], w, h, f), walked[f]) << w << "x" << h << " kind " << kind;
+        }
+        uint8_t banded[3] = {1, 1, 1};
+        tavo::frame_thresholds(planes, w, h, banded);
+        for (int f = 0; f < 3; ++f) EXPECT_EQ(banded[f], walked[f]) << w << "x" << h << " kind " << kind << " frame " << f;
+      }
+    }
   }
   tavo::set_inline_work_limit_for_testing(tavo::kInlineWork);
 }
