@@ -165,7 +165,7 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
     int32_t status = tavo::gaussian_level1_from_crops(frames, count, stride, offsets, pyr.gauss,
                                                       w_pyramid_y, h_pyramid_y);
     for (uint32_t l = 1; l < top && status == 0; ++l) {
-      status = tavo::gaussian_reduce_level(pyr.gauss, count, l, w_pyramid_y, h_pyramid_y);
+      status = tavo::gaussian_reduce_level(pyr.gauss, count, l, w_pyramid_y, h_pyramid_y, true);
     }
     if (status != 0) {
       HDR_LOG_AT(251, "pyramid_gaussian_down_sample_uint8_process malloc error and return -1\n");

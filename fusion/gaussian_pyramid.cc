@@ -19,7 +19,23 @@ struct GaussianBand {
   int32_t widths[2];  // source and destination width
   int32_t first[2];   // first source and destination row of the band
   int32_t rows[2];    // source and destination rows of the band
+  bool crop_pyramids;  // the levels are a crop pyramid's: samples of at most 4080
 };
+
+// The kernel with the given vertical row.
+int32_t reduce_gaussian_band(uint16_t** pointers, const int32_t* band_widths, const int32_t* band_rows,
+                             int32_t band, int32_t bands, tavo::VerticalReduceRow vertical) {
+  const uint16_t* src = pointers[0];
+  const int32_t src_width = band_widths[0], dst_width = band_widths[1];
+  const tavo::PyramidRows& rows = tavo::pyramid_rows();
+  const int32_t status = tavo::reduce_band(
+      [&](int32_t s, uint16_t* out) {
+        rows.reduce_h(src + static_cast<ptrdiff_t>(s) * src_width, src_width, out, dst_width);
+      },
+      vertical, band_rows[0], pointers[1], dst_width, band_rows[1], band == 0, band == bands - 1);
+  if (status != 0) HDR_LOG_AS(970, "pyramid_gaussian_down_sample_uint8", "temp_p malloc fail\n");
+  return status;
+}
 
 }  // namespace
 
@@ -29,28 +45,21 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8(uint16_t**
                                                                       const int32_t* band_widths,
                                                                       const int32_t* band_rows,
                                                                       int32_t band, int32_t bands) {
-  const uint16_t* src = pointers[0];
-  const int32_t src_width = band_widths[0], dst_width = band_widths[1];
-  const tavo::PyramidRows& rows = tavo::pyramid_rows();
-  const int32_t status = tavo::reduce_band(
-      [&](int32_t s, uint16_t* out) {
-        rows.reduce_h(src + static_cast<ptrdiff_t>(s) * src_width, src_width, out, dst_width);
-      },
-      band_rows[0], pointers[1], dst_width, band_rows[1], band == 0, band == bands - 1);
-  if (status != 0) HDR_LOG_AS(970, "pyramid_gaussian_down_sample_uint8", "temp_p malloc fail\n");
-  return status;
+  return reduce_gaussian_band(pointers, band_widths, band_rows, band, bands, tavo::pyramid_rows().reduce_v);
 }
 
 // The band in every pyramid of the record, stopping at the first failure.
 extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_parameter(void* record) {
   const auto& a = tavo::band_payload<GaussianBand>(record);
   const auto* band = static_cast<band_record*>(record);
+  const tavo::PyramidRows& rows = tavo::pyramid_rows();
+  const tavo::VerticalReduceRow vertical = a.crop_pyramids ? rows.reduce_v_pyramid : rows.reduce_v;
   int32_t status = 0;
   for (int32_t p = 0; p < a.pyramids && status == 0; ++p) {
     uint16_t* pointers[2] = {
         a.tables[p][a.level] + static_cast<ptrdiff_t>(a.first[0]) * a.widths[0],
         a.tables[p][a.level + 1] + static_cast<ptrdiff_t>(a.first[1]) * a.widths[1]};
-    status = pyramid_gaussian_down_sample_uint8(pointers, a.widths, a.rows, band->band, band->bands);
+    status = reduce_gaussian_band(pointers, a.widths, a.rows, band->band, band->bands, vertical);
   }
   tavo::band_done(record, status);
   return 0;
@@ -61,13 +70,14 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_parameter(
 // even rows, so each band's destination rows start at half its first source
 // row.
 int32_t tavo::gaussian_reduce_level(uint16_t** const* level_tables, int32_t pyramids, uint32_t level,
-                                    const int32_t* widths, const int32_t* heights) {
+                                    const int32_t* widths, const int32_t* heights, bool crop_pyramids) {
   const int32_t dst_height = heights[level + 1];
   const tavo::BandSplit split = tavo::split_rows(heights[level], tavo::SplitRule::kPyramidEven);
   return tavo::run_bands<GaussianBand>(
       split.bands, pyramid_gaussian_down_sample_uint8_parameter, [&](int32_t b, GaussianBand& a) {
         a = GaussianBand{level_tables, pyramids, level, {widths[level], widths[level + 1]},
-                         {split.first(b), split.half_first(b)}, {split.rows(b), split.half_rows(b, dst_height)}};
+                         {split.first(b), split.half_first(b)}, {split.rows(b), split.half_rows(b, dst_height)},
+                         crop_pyramids};
       }, static_cast<int64_t>(widths[level]) * heights[level] * pyramids);
 }
 
@@ -78,6 +88,6 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_process(
                "in_buffer is NULL,0x%x,0x%x,0x%x,0x%x\n", tavo::platform::log_hex(level_table),
                tavo::platform::log_hex(widths), tavo::platform::log_hex(heights), 0u);
   }
-  tavo::gaussian_reduce_level(&level_table, 1, level, widths, heights);
+  tavo::gaussian_reduce_level(&level_table, 1, level, widths, heights, false);
   return 0;
 }

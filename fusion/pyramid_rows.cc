@@ -108,9 +108,9 @@ void collapse_odd_c(int16_t* level, const uint16_t* centre, const uint16_t* belo
 }  // namespace
 
 const PyramidRows kPyramidRowsPortable = {
-    reduce_h_c,           reduce_h_luma_c, reduce_v_c,      expand_h_c<uint16_t>,
-    expand_h_c<int16_t>, laplacian_even_c, laplacian_odd_c, collapse_even_c,
-    collapse_odd_c,
+    reduce_h_c,           reduce_h_luma_c,  reduce_v_c,      reduce_v_c,
+    expand_h_c<uint16_t>, expand_h_c<int16_t>, laplacian_even_c, laplacian_odd_c,
+    collapse_even_c,      collapse_odd_c,
 };
 
 const PyramidRows& pyramid_rows() {

@@ -102,6 +102,9 @@ struct PyramidRows {
   void (*reduce_h_luma)(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width);
   // Vertical reduce of five scratch rows: dst = reduce_tap(r[0] ... r[4]).
   void (*reduce_v)(const uint16_t* const* rows, uint16_t* dst, int32_t width);
+  // The same for rows of at most kPyramidMaxSample, as every level of a
+  // crop's pyramid holds: its sums, at most 16 x 4080 + 8, fit 16-bit lanes.
+  void (*reduce_v_pyramid)(const uint16_t* const* rows, uint16_t* dst, int32_t width);
   // Horizontal expansion of a coarse row into fine_width samples
   // (coarse_width >= 2, fine_width = 2 coarse_width or 2 coarse_width - 1);
   // the coarse row is read as unsigned (Gaussian level) or signed (fused level).

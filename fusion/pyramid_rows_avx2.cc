@@ -120,6 +120,24 @@ void reduce_v_avx2(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
   for (; x < width; ++x) dst[x] = reduce_tap(r0[x], r1[x], r2[x], r3[x], r4[x]);
 }
 
+// Pyramid rows of at most 4080: the sums in 16-bit lanes.
+void reduce_v_pyramid_avx2(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+  const uint16_t* r0 = rows[0];
+  const uint16_t* r1 = rows[1];
+  const uint16_t* r2 = rows[2];
+  const uint16_t* r3 = rows[3];
+  const uint16_t* r4 = rows[4];
+  int32_t x = 0;
+  for (; x + 16 <= width; x += 16) {
+    const __m256i outer = _mm256_add_epi16(load16(r0 + x), load16(r4 + x));
+    const __m256i inner = _mm256_slli_epi16(_mm256_add_epi16(load16(r1 + x), load16(r3 + x)), 2);
+    const __m256i centre = _mm256_mullo_epi16(load16(r2 + x), _mm256_set1_epi16(6));
+    const __m256i sum = _mm256_add_epi16(_mm256_add_epi16(outer, inner), centre);
+    store16(dst + x, _mm256_srli_epi16(_mm256_add_epi16(sum, _mm256_set1_epi16(8)), 4));
+  }
+  for (; x < width; ++x) dst[x] = reduce_tap(r0[x], r1[x], r2[x], r3[x], r4[x]);
+}
+
 // Stores the even and odd phases of sixteen coarse positions as 32 fine
 // samples.
 inline void store_interleaved(uint16_t* fine, __m256i even, __m256i odd) {
@@ -220,6 +238,7 @@ const PyramidRows kPyramidRowsAvx2 = {
     reduce_h_avx2,
     reduce_h_luma_avx2,
     reduce_v_avx2,
+    reduce_v_pyramid_avx2,
     expand_h_avx2<uint16_t, 0>,
     expand_h_avx2<int16_t, 0x8000>,
     laplacian_even_avx2,

@@ -91,6 +91,23 @@ void reduce_v_neon(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
   for (; x < width; ++x) dst[x] = reduce_tap(r0[x], r1[x], r2[x], r3[x], r4[x]);
 }
 
+// Pyramid rows of at most 4080: the sums in 16-bit lanes.
+void reduce_v_pyramid_neon(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+  const uint16_t* r0 = rows[0];
+  const uint16_t* r1 = rows[1];
+  const uint16_t* r2 = rows[2];
+  const uint16_t* r3 = rows[3];
+  const uint16_t* r4 = rows[4];
+  int32_t x = 0;
+  for (; x + 8 <= width; x += 8) {
+    uint16x8_t sum = vaddq_u16(vld1q_u16(r0 + x), vld1q_u16(r4 + x));
+    sum = vmlaq_n_u16(sum, vaddq_u16(vld1q_u16(r1 + x), vld1q_u16(r3 + x)), 4);
+    sum = vmlaq_n_u16(sum, vld1q_u16(r2 + x), 6);
+    vst1q_u16(dst + x, vrshrq_n_u16(sum, 4));
+  }
+  for (; x < width; ++x) dst[x] = reduce_tap(r0[x], r1[x], r2[x], r3[x], r4[x]);
+}
+
 // Even phase of the expansion, (l + 6c + r + 4) >> 3, unsigned and signed.
 inline uint16x8_t expand_even8(uint16x8_t l, uint16x8_t c, uint16x8_t r) {
   return vrhaddq_u16(vhaddq_u16(vhaddq_u16(l, r), c), c);
@@ -189,9 +206,9 @@ void collapse_odd_neon(int16_t* level, const uint16_t* centre, const uint16_t* b
 }  // namespace
 
 const PyramidRows kPyramidRowsNeon = {
-    reduce_h_neon,           reduce_h_luma_neon,  reduce_v_neon,      expand_h_neon<uint16_t>,
-    expand_h_neon<int16_t>, laplacian_even_neon, laplacian_odd_neon, collapse_even_neon,
-    collapse_odd_neon,
+    reduce_h_neon,           reduce_h_luma_neon,     reduce_v_neon,       reduce_v_pyramid_neon,
+    expand_h_neon<uint16_t>, expand_h_neon<int16_t>, laplacian_even_neon, laplacian_odd_neon,
+    collapse_even_neon,      collapse_odd_neon,
 };
 
 }  // namespace tavo

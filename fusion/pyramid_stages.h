@@ -10,9 +10,11 @@
 namespace tavo {
 
 // Gaussian level + 1 from level, in every one of `pyramids` pyramids of the
-// same geometry (one batch of bands for all of them).
+// same geometry (one batch of bands for all of them). crop_pyramids: the
+// levels are a crop's, samples of at most 4080, whose vertical sums take
+// 16-bit lanes.
 int32_t gaussian_reduce_level(uint16_t** const* level_tables, int32_t pyramids, uint32_t level,
-                              const int32_t* widths, const int32_t* heights);
+                              const int32_t* widths, const int32_t* heights, bool crop_pyramids);
 // Fused level `level` from every frame's band-pass and Gaussian level.
 int32_t blend_level(int16_t** out_levels, const uint16_t* lut, int16_t*** lap_pyramids,
                     uint16_t*** gauss_pyramids, const int32_t* widths, const int32_t* heights,

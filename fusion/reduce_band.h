@@ -21,11 +21,14 @@ namespace tavo {
 
 // horizontal(s, out) filters the band's source row s horizontally into the
 // dst_width samples at out; s runs over -2 ... src_rows where the band has
-// neighbours (its halo rows) and over 0 ... src_rows - 1 otherwise. 0, or -1
-// when the window cannot be taken (nothing is written).
+// neighbours (its halo rows) and over 0 ... src_rows - 1 otherwise. `vertical`
+// is the pyramid rows' reduce_v, or reduce_v_pyramid where the samples are a
+// crop pyramid's. 0, or -1 when the window cannot be taken (nothing is
+// written).
+using VerticalReduceRow = void (*)(const uint16_t* const* rows, uint16_t* dst, int32_t width);
 template <class HorizontalRow>
-int32_t reduce_band(HorizontalRow horizontal, int32_t src_rows, uint16_t* dst, int32_t dst_width,
-                    int32_t dst_rows, bool first, bool last) {
+int32_t reduce_band(HorizontalRow horizontal, VerticalReduceRow vertical, int32_t src_rows, uint16_t* dst,
+                    int32_t dst_width, int32_t dst_rows, bool first, bool last) {
   constexpr int32_t kWindow = 5;
   const size_t row_samples = static_cast<size_t>(dst_width);
   void* block = platform::mem_alloc(kWindow * (sizeof(int32_t) + sizeof(uint16_t) * row_samples));
@@ -44,7 +47,6 @@ int32_t reduce_band(HorizontalRow horizontal, int32_t src_rows, uint16_t* dst, i
     return slot;
   };
 
-  const PyramidRows& rows = pyramid_rows();
   for (int32_t i = 0; i < dst_rows; ++i) {
     const int32_t c = 2 * i;
     const uint16_t* taps[5];
@@ -67,7 +69,7 @@ int32_t reduce_band(HorizontalRow horizontal, int32_t src_rows, uint16_t* dst, i
     } else {
       for (int32_t k = 0; k < 5; ++k) taps[k] = t(c - 2 + k);
     }
-    rows.reduce_v(taps, dst + static_cast<ptrdiff_t>(i) * dst_width, dst_width);
+    vertical(taps, dst + static_cast<ptrdiff_t>(i) * dst_width, dst_width);
   }
 
   platform::mem_free(block);

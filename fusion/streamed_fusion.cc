@@ -41,8 +41,8 @@ int32_t crop_band_body(void* record) {
       rows.reduce_h_luma(src, a.src_width, out, a.dst_width);
     };
     uint16_t* dst = a.gauss[f][1] + static_cast<ptrdiff_t>(a.dst_first) * a.dst_width;
-    status = reduce_band(horizontal, a.src_rows, dst, a.dst_width, a.dst_rows, band->band == 0,
-                         band->band == band->bands - 1);
+    status = reduce_band(horizontal, rows.reduce_v_pyramid, a.src_rows, dst, a.dst_width, a.dst_rows,
+                         band->band == 0, band->band == band->bands - 1);
   }
   if (status != 0) HDR_LOG_AS(970, "pyramid_gaussian_down_sample_uint8", "temp_p malloc fail\n");
   band_done(record, status == 0 ? 0 : kStageFailed);

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <iterator>
 #include <random>
 #include <string>
@@ -110,6 +111,19 @@ TEST(PyramidRows, VerticalRowsMatchPortable) {
     c.reduce_v(rows, expect.data() + off, w);
     r.reduce_v(rows, got.data() + off, w);
     EXPECT_EQ(got, expect);
+    // The same rows held to a pyramid's samples, 0 ... 4080.
+    std::vector<uint16_t> held[5];
+    const uint16_t* held_rows[5];
+    for (int i = 0; i < 5; ++i) {
+      held[i] = in[i];
+      for (auto& v : held[i]) v = std::min<uint16_t>(v, kPyramidMaxSample);
+      held_rows[i] = held[i].data() + off + i;
+    }
+    c.reduce_v(held_rows, expect.data() + off, w);
+    for (const PyramidRows* rows_of : {&c, &r}) {
+      rows_of->reduce_v_pyramid(held_rows, got.data() + off, w);
+      EXPECT_EQ(got, expect);
+    }
 
     auto lap_expect = make_row<int16_t>(off, w, 2, 0), lap_got = lap_expect;
     c.laplacian_even(rows[1], rows[0], rows[2], rows[4], lap_expect.data() + off, w);
