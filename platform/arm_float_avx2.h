@@ -10,42 +10,44 @@
 
 #include <immintrin.h>
 
-#include <array>
 #include <cstdint>
 
 #include "platform/arm_float.h"
 
 namespace tavo::arm::avx2 {
 
-// Fraction bits of the estimate for each top-8-bit input fraction.
-inline constexpr std::array<int32_t, 256> kEstimateFraction = [] {
-  std::array<int32_t, 256> t{};
-  for (uint32_t i = 0; i < 256; ++i) t[i] = static_cast<int32_t>((recip_estimate_u9(256 + i) & 0xffu) << 15);
-  return t;
-}();
+// Fraction bits of the estimate of each lane from its top 8 fraction bits:
+// the table-free 9-bit estimate of a = 256 + those bits, (2^19 / (2a + 1) + 1)
+// >> 1, whose low 8 bits are the result's top fraction bits. The quotient of
+// 2^19 by the odd 2a + 1 lies at least 1/1023 from an integer, far more than
+// a float's error at 2^10, so the truncated float quotient is the integer one.
+inline __m256i estimate_fraction(__m256i bits) {
+  const __m256i odd = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(bits, 14), _mm256_set1_epi32(0x1fe)),
+                                      _mm256_set1_epi32(0x201));
+  const __m256i b = _mm256_cvttps_epi32(_mm256_div_ps(_mm256_set1_ps(524288.0f), _mm256_cvtepi32_ps(odd)));
+  const __m256i nine_bits = _mm256_srli_epi32(_mm256_add_epi32(b, _mm256_set1_epi32(1)), 1);
+  return _mm256_slli_epi32(_mm256_and_si256(nine_bits, _mm256_set1_epi32(0xff)), 15);
+}
 
 // FRECPE of each lane.
 inline __m256 recip_estimate(__m256 x) {
   const __m256i bits = _mm256_castps_si256(x);
   const __m256i sign = _mm256_and_si256(bits, _mm256_set1_epi32(INT32_MIN));
   const __m256i exponent = _mm256_and_si256(bits, _mm256_set1_epi32(0x7f800000));
-  const __m256i top8 = _mm256_and_si256(_mm256_srli_epi32(bits, 15), _mm256_set1_epi32(0xff));
-  const __m256i fraction = _mm256_i32gather_epi32(kEstimateFraction.data(), top8, 4);
   __m256i r = _mm256_sub_epi32(_mm256_set1_epi32(253 << 23), exponent);
-  r = _mm256_or_si256(_mm256_or_si256(r, sign), fraction);
+  r = _mm256_or_si256(_mm256_or_si256(r, sign), estimate_fraction(bits));
   const __m256i zero = _mm256_cmpeq_epi32(exponent, _mm256_setzero_si256());
   const __m256i infinity = _mm256_or_si256(sign, _mm256_set1_epi32(0x7f800000));
   return _mm256_castsi256_ps(_mm256_blendv_epi8(r, infinity, zero));
 }
 
 // FRECPE of lanes known to be positive normal numbers: the exponent and the
-// table fraction alone.
+// estimated fraction alone.
 inline __m256 recip_estimate_of_positive(__m256 x) {
   const __m256i bits = _mm256_castps_si256(x);
   const __m256i exponent = _mm256_and_si256(bits, _mm256_set1_epi32(0x7f800000));
-  const __m256i top8 = _mm256_and_si256(_mm256_srli_epi32(bits, 15), _mm256_set1_epi32(0xff));
-  const __m256i fraction = _mm256_i32gather_epi32(kEstimateFraction.data(), top8, 4);
-  return _mm256_castsi256_ps(_mm256_or_si256(_mm256_sub_epi32(_mm256_set1_epi32(253 << 23), exponent), fraction));
+  return _mm256_castsi256_ps(
+      _mm256_or_si256(_mm256_sub_epi32(_mm256_set1_epi32(253 << 23), exponent), estimate_fraction(bits)));
 }
 
 // r0 * FRECPS(x, r0) for lanes known to be positive normal numbers.

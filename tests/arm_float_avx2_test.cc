@@ -21,7 +21,7 @@ namespace tavo {
 namespace {
 
 struct Lanes {
-  float converted[8], estimate[8], refined[8];
+  float converted[8], estimate[8], refined[8], positive_estimate[8], positive_refined[8];
   int32_t s32[8];
   uint32_t u32[8];
 };
@@ -33,6 +33,8 @@ Lanes run_lanes(const uint32_t* ints, bool is_signed, const float* floats) {
   _mm256_storeu_ps(r.converted, f);
   _mm256_storeu_ps(r.estimate, arm::avx2::recip_estimate(f));
   _mm256_storeu_ps(r.refined, arm::avx2::refined_reciprocal(f));
+  _mm256_storeu_ps(r.positive_estimate, arm::avx2::recip_estimate_of_positive(f));
+  _mm256_storeu_ps(r.positive_refined, arm::avx2::refined_reciprocal_of_positive(f));
   const __m256 g = _mm256_loadu_ps(floats);
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(r.s32), arm::avx2::to_s32(g));
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(r.u32), arm::avx2::to_u32(g));
@@ -64,6 +66,10 @@ TEST(ArmFloatAvx2, MatchesTheScalarEmulation) {
       ASSERT_EQ(bits(r.converted[k]), bits(f)) << in[k];
       ASSERT_EQ(bits(r.estimate[k]), bits(arm::recip_estimate(f))) << in[k];
       ASSERT_EQ(bits(r.refined[k]), bits(arm::refined_reciprocal(f))) << in[k];
+      if (f > 0.0f) {  // the forms for lanes known to be positive
+        ASSERT_EQ(bits(r.positive_estimate[k]), bits(arm::recip_estimate(f))) << in[k];
+        ASSERT_EQ(bits(r.positive_refined[k]), bits(arm::refined_reciprocal(f))) << in[k];
+      }
       ASSERT_EQ(r.s32[k], arm::to_s32(floats[k])) << floats[k];
       ASSERT_EQ(r.u32[k], arm::to_u32(floats[k])) << floats[k];
     }
