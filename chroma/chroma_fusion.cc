@@ -27,6 +27,8 @@ void fuse_chroma_plane(const uint8_t* const* src, int32_t frames, ptrdiff_t src_
 
 namespace {
 
+// The sources and outputs at chroma row 0; the bands of a batch take the
+// rows in chunks.
 struct PlaneBand {
   const uint8_t* u[kChromaFrames];
   const uint8_t* v[kChromaFrames];
@@ -35,7 +37,7 @@ struct PlaneBand {
   const uint16_t* lut;
   int32_t src_stride;
   int32_t width;
-  int32_t rows;
+  RowChunks* chunks;
 };
 
 struct PairBand {
@@ -45,7 +47,7 @@ struct PairBand {
   const uint16_t* lut;
   int32_t src_stride;
   int32_t pairs;
-  int32_t rows;
+  RowChunks* chunks;
 };
 
 // Everything a band dereferences must exist; the message names what the
@@ -98,22 +100,38 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_semiplane(const uint8_t** src, uint
 
 extern "C" TAVO_HDR_EXPORT int32_t fusionUV_plane_parameter(void* record) {
   auto& a = tavo::band_payload<tavo::PlaneBand>(record);
-  fusionUV_plane(a.u, a.out_u, a.lut, a.src_stride, a.width, a.rows);
-  fusionUV_plane(a.v, a.out_v, a.lut, a.src_stride, a.width, a.rows);
+  int32_t first = 0, rows = 0;
+  while (a.chunks->take(&first, &rows)) {
+    const ptrdiff_t in_at = static_cast<ptrdiff_t>(first) * a.src_stride;
+    const ptrdiff_t out_at = static_cast<ptrdiff_t>(first) * a.width;
+    const uint8_t* u[tavo::kChromaFrames];
+    const uint8_t* v[tavo::kChromaFrames];
+    for (int f = 0; f < tavo::kChromaFrames; ++f) u[f] = a.u[f] + in_at, v[f] = a.v[f] + in_at;
+    fusionUV_plane(u, a.out_u + out_at, a.lut, a.src_stride, a.width, rows);
+    fusionUV_plane(v, a.out_v + out_at, a.lut, a.src_stride, a.width, rows);
+  }
   tavo::band_done(record);
   return 0;
 }
 
 extern "C" TAVO_HDR_EXPORT int32_t fusionUV_semiplane_parameter(void* record) {
   auto& a = tavo::band_payload<tavo::PairBand>(record);
-  fusionUV_semiplane(a.src, a.out_u, a.out_v, a.lut, a.src_stride, a.pairs, a.rows);
+  int32_t first = 0, rows = 0;
+  while (a.chunks->take(&first, &rows)) {
+    const ptrdiff_t in_at = static_cast<ptrdiff_t>(first) * a.src_stride;
+    const ptrdiff_t out_at = static_cast<ptrdiff_t>(first) * a.pairs;
+    const uint8_t* src[tavo::kChromaFrames];
+    for (int f = 0; f < tavo::kChromaFrames; ++f) src[f] = a.src[f] + in_at;
+    fusionUV_semiplane(src, a.out_u + out_at, a.out_v + out_at, a.lut, a.src_stride, a.pairs, rows);
+  }
   tavo::band_done(record);
   return 0;
 }
 
 // Planar sources of Ws x Hs = (2*src_stride) x (2*src_rows): U plane at byte
 // Ws*Hs, V plane at Ws*Hs*5/4. Frame f's chroma row r starts at
-// (r + yf/2) * src_stride + xf/2 in each plane. Four bands of rows/4 rows.
+// (r + yf/2) * src_stride + xf/2 in each plane. Four bands take the rows in
+// chunks.
 extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_plane_process(const uint8_t* const* frames,
                                                            uint8_t* out_u, uint8_t* out_v,
                                                            const uint16_t* lut, int32_t src_stride,
@@ -129,22 +147,19 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_plane_process(const uint8_t* const*
   const int64_t luma_bytes = (2 * static_cast<int64_t>(src_stride)) * (2 * static_cast<int64_t>(src_rows));
   const int64_t u_plane = luma_bytes;
   const int64_t v_plane = luma_bytes * 5 / 4;
-  const tavo::BandSplit split = tavo::split_rows(rows, tavo::SplitRule::kFour);
-  tavo::run_bands<tavo::PlaneBand>(split.bands, fusionUV_plane_parameter, [&](int32_t b, tavo::PlaneBand& a) {
-    const int32_t r0 = split.first(b);
+  tavo::RowChunks chunks(rows);
+  tavo::run_bands<tavo::PlaneBand>(tavo::kBands, fusionUV_plane_parameter, [&](int32_t, tavo::PlaneBand& a) {
     for (int f = 0; f < tavo::kChromaFrames; ++f) {
-      const int64_t row = static_cast<int64_t>(r0) + crop[2 * f + 1] / 2;
-      const int64_t row_start = row * src_stride + crop[2 * f] / 2;
+      const int64_t row_start = static_cast<int64_t>(crop[2 * f + 1] / 2) * src_stride + crop[2 * f] / 2;
       a.u[f] = frames[f] + u_plane + row_start;
       a.v[f] = frames[f] + v_plane + row_start;
     }
-    const ptrdiff_t out_at = static_cast<ptrdiff_t>(r0) * width;
-    a.out_u = out_u + out_at;
-    a.out_v = out_v + out_at;
+    a.out_u = out_u;
+    a.out_v = out_v;
     a.lut = lut;
     a.src_stride = src_stride;
     a.width = width;
-    a.rows = split.rows(b);
+    a.chunks = &chunks;
   });
   return 0;
 }
@@ -169,21 +184,17 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_semiplane_process(const uint8_t* co
   if (!tavo::frames_present(frames, crop, "fusionUV_semiplane_process")) return 0;
   const int64_t pair_plane = static_cast<int64_t>(src_stride) * src_height;
   const int32_t pairs = out_width / 2;
-  const tavo::BandSplit split = tavo::split_rows(rows, tavo::SplitRule::kFour);
-  tavo::run_bands<tavo::PairBand>(split.bands, fusionUV_semiplane_parameter, [&](int32_t b, tavo::PairBand& a) {
-    const int32_t r0 = split.first(b);
+  tavo::RowChunks chunks(rows);
+  tavo::run_bands<tavo::PairBand>(tavo::kBands, fusionUV_semiplane_parameter, [&](int32_t, tavo::PairBand& a) {
     for (int f = 0; f < tavo::kChromaFrames; ++f) {
-      const int64_t row = static_cast<int64_t>(r0) + crop[2 * f + 1] / 2;
-      const int64_t row_start = row * src_stride + crop[2 * f];
-      a.src[f] = frames[f] + pair_plane + row_start;
+      a.src[f] = frames[f] + pair_plane + static_cast<int64_t>(crop[2 * f + 1] / 2) * src_stride + crop[2 * f];
     }
-    const ptrdiff_t out_at = static_cast<ptrdiff_t>(r0) * pairs;
-    a.out_u = out_u + out_at;
-    a.out_v = out_v + out_at;
+    a.out_u = out_u;
+    a.out_v = out_v;
     a.lut = lut;
     a.src_stride = src_stride;
     a.pairs = pairs;
-    a.rows = split.rows(b);
+    a.chunks = &chunks;
   });
   return 0;
 }

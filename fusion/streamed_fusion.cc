@@ -75,7 +75,7 @@ struct ExpandedRows {
 
 struct LevelBand {
   const StreamedLevel* level;
-  int32_t first, rows;
+  RowChunks* chunks;
 };
 
 // Scratch of one band, each part taken on its own so that a failure says
@@ -91,7 +91,10 @@ struct BandScratch {
   }
 };
 
-int32_t fuse_band(const StreamedLevel& lv, int32_t first, int32_t rows) {
+// A band of the batch: its scratch taken once, then the rows of every chunk it
+// takes. The cached expanded and widened rows are tagged with their row
+// numbers, so they stay valid from one chunk to the next.
+int32_t fuse_band(const StreamedLevel& lv, RowChunks& chunks) {
   const int32_t l = lv.level, n = lv.frames;
   const int32_t wf = lv.widths[l], hf = lv.heights[l];
   const int32_t wc = lv.widths[l + 1], hc = lv.heights[l + 1];
@@ -158,48 +161,51 @@ int32_t fuse_band(const StreamedLevel& lv, int32_t first, int32_t rows) {
   const bool positive_weights = exposure_weights_positive(factors.data(), n);
   const BlendGroupsFn groups = select_blend_groups();
 
-  for (int32_t y = first; y < first + rows; ++y) {
-    // Whole-level row numbers: the reflections at both ends of the level.
-    const CoarseRows c = coarse_rows_of(y, hf, hc, true, true);
-    const bool border = y == 0 || y == hf - 1;
-    BlendRowArgs row{level0 ? fused_row : lv.collapsed[l] + static_cast<ptrdiff_t>(y) * wf,
-                     lap_ptrs, gauss_ptrs, factors.data(), 0, 0, wf, wf, n, wf, positive_weights};
-    if (level0) {
-      row.gauss_offset = window_row(y);
-      if (!border) {
-        row.up = row.gauss_offset - window_row(y - 1);
-        row.down = window_row(y + 1) - row.gauss_offset;
-      }
-    } else {
-      row.gauss_offset = static_cast<ptrdiff_t>(y) * wf;
-    }
-
-    // Band-pass rows: the Gaussian row minus the expansion of the level above.
-    for (int32_t f = 0; f < n; ++f) {
-      const uint16_t* g = gauss_ptrs[f] + row.gauss_offset;
-      int16_t* out = band_pass + static_cast<ptrdiff_t>(f) * wf;
-      const ExpandedRows<uint16_t> e = gauss_rows(f);
-      if (c.even) {
-        fns.laplacian_even(g, e.row(c.above), e.row(c.centre), e.row(c.below), out, wf);
+  int32_t first = 0, rows = 0;
+  while (chunks.take(&first, &rows)) {
+    for (int32_t y = first; y < first + rows; ++y) {
+      // Whole-level row numbers: the reflections at both ends of the level.
+      const CoarseRows c = coarse_rows_of(y, hf, hc, true, true);
+      const bool border = y == 0 || y == hf - 1;
+      BlendRowArgs row{level0 ? fused_row : lv.collapsed[l] + static_cast<ptrdiff_t>(y) * wf,
+                       lap_ptrs, gauss_ptrs, factors.data(), 0, 0, wf, wf, n, wf, positive_weights};
+      if (level0) {
+        row.gauss_offset = window_row(y);
+        if (!border) {
+          row.up = row.gauss_offset - window_row(y - 1);
+          row.down = window_row(y + 1) - row.gauss_offset;
+        }
       } else {
-        fns.laplacian_odd(g, e.row(c.centre), e.row(c.below), out, wf);
+        row.gauss_offset = static_cast<ptrdiff_t>(y) * wf;
       }
-      lap_ptrs[f] = out;
-    }
 
-    if (border) {
-      BlendBorderRow(row);
-    } else {
-      BlendInteriorRow(row, groups);
-    }
+      // Band-pass rows: the Gaussian row minus the expansion of the level above.
+      for (int32_t f = 0; f < n; ++f) {
+        const uint16_t* g = gauss_ptrs[f] + row.gauss_offset;
+        int16_t* out = band_pass + static_cast<ptrdiff_t>(f) * wf;
+        const ExpandedRows<uint16_t> e = gauss_rows(f);
+        if (c.even) {
+          fns.laplacian_even(g, e.row(c.above), e.row(c.centre), e.row(c.below), out, wf);
+        } else {
+          fns.laplacian_odd(g, e.row(c.centre), e.row(c.below), out, wf);
+        }
+        lap_ptrs[f] = out;
+      }
 
-    // Collapse in place onto the expansion of the collapsed level above.
-    uint8_t* luma = level0 ? lv.luma + static_cast<ptrdiff_t>(y) * wf : nullptr;
-    if (c.even) {
-      fns.collapse_even(row.out, collapsed_rows.row(c.above), collapsed_rows.row(c.centre),
-                        collapsed_rows.row(c.below), luma, wf);
-    } else {
-      fns.collapse_odd(row.out, collapsed_rows.row(c.centre), collapsed_rows.row(c.below), luma, wf);
+      if (border) {
+        BlendBorderRow(row);
+      } else {
+        BlendInteriorRow(row, groups);
+      }
+
+      // Collapse in place onto the expansion of the collapsed level above.
+      uint8_t* luma = level0 ? lv.luma + static_cast<ptrdiff_t>(y) * wf : nullptr;
+      if (c.even) {
+        fns.collapse_even(row.out, collapsed_rows.row(c.above), collapsed_rows.row(c.centre),
+                          collapsed_rows.row(c.below), luma, wf);
+      } else {
+        fns.collapse_odd(row.out, collapsed_rows.row(c.centre), collapsed_rows.row(c.below), luma, wf);
+      }
     }
   }
   return 0;
@@ -207,7 +213,7 @@ int32_t fuse_band(const StreamedLevel& lv, int32_t first, int32_t rows) {
 
 int32_t level_band_body(void* record) {
   const auto& a = band_payload<LevelBand>(record);
-  band_done(record, fuse_band(*a.level, a.first, a.rows));
+  band_done(record, fuse_band(*a.level, *a.chunks));
   return 0;
 }
 
@@ -225,8 +231,9 @@ int32_t gaussian_level1_from_crops(const uint8_t* const* frames, int32_t count, 
 
 int32_t fuse_and_collapse_level(const StreamedLevel& level) {
   const BandSplit split = split_rows(level.heights[level.level], SplitRule::kPyramidEven);
-  return run_bands<LevelBand>(split.bands, level_band_body, [&](int32_t b, LevelBand& a) {
-    a = LevelBand{&level, split.first(b), split.rows(b)};
+  RowChunks chunks(level.heights[level.level]);
+  return run_bands<LevelBand>(split.bands, level_band_body, [&](int32_t, LevelBand& a) {
+    a = LevelBand{&level, &chunks};
   }, static_cast<int64_t>(level.widths[level.level]) * level.heights[level.level] * level.frames);
 }
 

@@ -29,6 +29,17 @@ void set_inline_work_limit_for_testing(int64_t samples) {
   g_inline_work.store(samples, std::memory_order_relaxed);
 }
 
+RowChunks::RowChunks(int32_t rows)
+    : rows_(rows), chunk_rows_(rows / kChunksPerBatch < 2 ? 2 : (rows / kChunksPerBatch) & ~1) {}
+
+bool RowChunks::take(int32_t* first, int32_t* count) {
+  const int32_t chunk = next_.fetch_add(1, std::memory_order_relaxed);
+  if (chunk >= (rows_ + chunk_rows_ - 1) / chunk_rows_) return false;
+  *first = chunk * chunk_rows_;
+  *count = rows_ - *first < chunk_rows_ ? rows_ - *first : chunk_rows_;
+  return true;
+}
+
 BandSplit split_rows(int32_t total, SplitRule rule) {
   int32_t step = total / 4;
   if (rule == SplitRule::kFourEven || rule == SplitRule::kPyramidEven) step &= ~1;

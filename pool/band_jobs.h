@@ -5,6 +5,7 @@
 // Queueing and waiting live here only.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <new>
 #include <type_traits>
@@ -29,6 +30,9 @@ TAVO_HDR_EXPORT extern unsigned char p[300];
 }
 
 namespace tavo {
+
+// Bands of a batch, one record each in `arg`.
+inline constexpr int32_t kBands = 4;
 
 // How a dispatcher cuts `total` rows.
 enum class SplitRule {
@@ -73,6 +77,25 @@ void band_done(void* record, int32_t status = 0);
 // Waking the workers for a batch costs tens of microseconds; a batch of less
 // work than this many samples runs its bands one after another on the calling
 // thread instead. The bands are independent, so the bytes are the same.
+// Rows of one batch handed out in chunks: each band of the batch takes chunk
+// after chunk until none is left, so that a band whose thread shares a core
+// with another takes fewer and the batch ends when the cores' work does.
+// Which band computes a chunk depends on timing; what a chunk computes does
+// not. Chunks start on even rows.
+class RowChunks {
+ public:
+  // About kChunksPerBatch chunks of `rows` rows.
+  explicit RowChunks(int32_t rows);
+  // The next chunk's first row and row count; false when none is left.
+  bool take(int32_t* first, int32_t* count);
+
+ private:
+  static constexpr int32_t kChunksPerBatch = 24;
+  std::atomic<int32_t> next_{0};
+  int32_t rows_;
+  int32_t chunk_rows_;
+};
+
 inline constexpr int64_t kInlineWork = 1 << 17;
 // The limit in force: kInlineWork, or what a test set (0 sends every batch to
 // the workers).
