@@ -11,20 +11,22 @@
 
 namespace {
 
-// One band of a level of one or more pyramids of the same geometry.
+// A band of a level of one or more pyramids of the same geometry, taking the
+// destination rows in chunks.
 struct GaussianBand {
   uint16_t** const* tables;  // the pyramids' level tables
   int32_t pyramids;
   uint32_t level;
-  int32_t widths[2];  // source and destination width
-  int32_t first[2];   // first source and destination row of the band
-  int32_t rows[2];    // source and destination rows of the band
+  int32_t widths[2];   // source and destination width
+  int32_t heights[2];  // source and destination height
   bool crop_pyramids;  // the levels are a crop pyramid's: samples of at most 4080
+  tavo::RowChunks* chunks;
 };
 
-// The kernel with the given vertical row.
+// The kernel with the given vertical row; first and last tell whether the rows
+// hold the level's top and bottom row.
 int32_t reduce_gaussian_band(uint16_t** pointers, const int32_t* band_widths, const int32_t* band_rows,
-                             int32_t band, int32_t bands, tavo::VerticalReduceRow vertical) {
+                             bool first, bool last, tavo::VerticalReduceRow vertical) {
   const uint16_t* src = pointers[0];
   const int32_t src_width = band_widths[0], dst_width = band_widths[1];
   const tavo::PyramidRows& rows = tavo::pyramid_rows();
@@ -32,7 +34,7 @@ int32_t reduce_gaussian_band(uint16_t** pointers, const int32_t* band_widths, co
       [&](int32_t s, uint16_t* out) {
         rows.reduce_h(src + static_cast<ptrdiff_t>(s) * src_width, src_width, out, dst_width);
       },
-      vertical, band_rows[0], pointers[1], dst_width, band_rows[1], band == 0, band == bands - 1);
+      vertical, band_rows[0], pointers[1], dst_width, band_rows[1], first, last);
   if (status != 0) HDR_LOG_AS(970, "pyramid_gaussian_down_sample_uint8", "temp_p malloc fail\n");
   return status;
 }
@@ -45,39 +47,42 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8(uint16_t**
                                                                       const int32_t* band_widths,
                                                                       const int32_t* band_rows,
                                                                       int32_t band, int32_t bands) {
-  return reduce_gaussian_band(pointers, band_widths, band_rows, band, bands, tavo::pyramid_rows().reduce_v);
+  return reduce_gaussian_band(pointers, band_widths, band_rows, band == 0, band == bands - 1,
+                              tavo::pyramid_rows().reduce_v);
 }
 
-// The band in every pyramid of the record, stopping at the first failure.
+// Every chunk the band takes, in every pyramid of the record, until a chunk
+// fails.
 extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_parameter(void* record) {
   const auto& a = tavo::band_payload<GaussianBand>(record);
-  const auto* band = static_cast<band_record*>(record);
   const tavo::PyramidRows& rows = tavo::pyramid_rows();
   const tavo::VerticalReduceRow vertical = a.crop_pyramids ? rows.reduce_v_pyramid : rows.reduce_v;
-  int32_t status = 0;
-  for (int32_t p = 0; p < a.pyramids && status == 0; ++p) {
-    uint16_t* pointers[2] = {
-        a.tables[p][a.level] + static_cast<ptrdiff_t>(a.first[0]) * a.widths[0],
-        a.tables[p][a.level + 1] + static_cast<ptrdiff_t>(a.first[1]) * a.widths[1]};
-    status = reduce_gaussian_band(pointers, a.widths, a.rows, band->band, band->bands, vertical);
+  int32_t status = 0, first = 0, count = 0;
+  while (status == 0 && a.chunks->take(&first, &count)) {
+    const tavo::ReduceRows r = tavo::reduce_rows_of(first, count, a.heights[0], a.heights[1]);
+    const int32_t chunk_rows[2] = {r.src_rows, r.dst_rows};
+    for (int32_t p = 0; p < a.pyramids && status == 0; ++p) {
+      uint16_t* pointers[2] = {
+          a.tables[p][a.level] + static_cast<ptrdiff_t>(r.src_first) * a.widths[0],
+          a.tables[p][a.level + 1] + static_cast<ptrdiff_t>(r.dst_first) * a.widths[1]};
+      status = reduce_gaussian_band(pointers, a.widths, chunk_rows, r.first, r.last, vertical);
+    }
   }
   tavo::band_done(record, status);
   return 0;
 }
 
-// Builds level + 1 of every pyramid from level, the pyramids one after another
-// in each band. Source bands of (h / 4) rounded down to even rows start on
-// even rows, so each band's destination rows start at half its first source
-// row.
+// Builds level + 1 of every pyramid from level in four bands (one for a
+// level of fewer than 8 rows) that take the destination rows in chunks; a
+// chunk's source rows start at twice its first destination row.
 int32_t tavo::gaussian_reduce_level(uint16_t** const* level_tables, int32_t pyramids, uint32_t level,
                                     const int32_t* widths, const int32_t* heights, bool crop_pyramids) {
-  const int32_t dst_height = heights[level + 1];
   const tavo::BandSplit split = tavo::split_rows(heights[level], tavo::SplitRule::kPyramidEven);
+  tavo::RowChunks chunks(heights[level + 1]);
   return tavo::run_bands<GaussianBand>(
-      split.bands, pyramid_gaussian_down_sample_uint8_parameter, [&](int32_t b, GaussianBand& a) {
+      split.bands, pyramid_gaussian_down_sample_uint8_parameter, [&](int32_t, GaussianBand& a) {
         a = GaussianBand{level_tables, pyramids, level, {widths[level], widths[level + 1]},
-                         {split.first(b), split.half_first(b)}, {split.rows(b), split.half_rows(b, dst_height)},
-                         crop_pyramids};
+                         {heights[level], heights[level + 1]}, crop_pyramids, &chunks};
       }, static_cast<int64_t>(widths[level]) * heights[level] * pyramids);
 }
 

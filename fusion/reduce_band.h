@@ -19,6 +19,19 @@
 
 namespace tavo {
 
+// A run of destination rows of a reduction, first ... first + count - 1 of a
+// level of dst_height rows reduced from src_height rows, and the source rows
+// it filters (halo rows aside): two a destination row, the rest of the level
+// for the last run.
+struct ReduceRows {
+  int32_t src_first, src_rows, dst_first, dst_rows;
+  bool first, last;  // the run holds the level's top, bottom row
+};
+constexpr ReduceRows reduce_rows_of(int32_t first, int32_t count, int32_t src_height, int32_t dst_height) {
+  const bool last = first + count >= dst_height;
+  return {2 * first, last ? src_height - 2 * first : 2 * count, first, count, first == 0, last};
+}
+
 // horizontal(s, out) filters the band's source row s horizontally into the
 // dst_width samples at out; s runs over -2 ... src_rows where the band has
 // neighbours (its halo rows) and over 0 ... src_rows - 1 otherwise. `vertical`

@@ -24,25 +24,27 @@ struct CropBand {
   const int32_t* origins;           // per frame: crop column, crop row
   uint16_t* const* const* gauss;    // per frame: level table
   int32_t src_width, dst_width;
-  int32_t src_first, src_rows;      // the band's level-0 rows
-  int32_t dst_first, dst_rows;      // and its level-1 rows
+  int32_t src_height, dst_height;
+  RowChunks* chunks;                // of level-1 rows
 };
 
 // Level 0 is the crop's 8-bit luma standing for luma x 16; its rows are
 // reduced horizontally as they stand, so level 0 is never stored or widened.
 int32_t crop_band_body(void* record) {
   const auto& a = band_payload<CropBand>(record);
-  const auto* band = static_cast<band_record*>(record);
   const PyramidRows& rows = pyramid_rows();
-  int32_t status = 0;
-  for (int32_t f = 0; f < a.count && status == 0; ++f) {
-    const auto horizontal = [&](int32_t s, uint16_t* out) {
-      const uint8_t* src = crop_row(a.frames[f], a.stride, a.origins[2 * f], a.origins[2 * f + 1], a.src_first + s);
-      rows.reduce_h_luma(src, a.src_width, out, a.dst_width);
-    };
-    uint16_t* dst = a.gauss[f][1] + static_cast<ptrdiff_t>(a.dst_first) * a.dst_width;
-    status = reduce_band(horizontal, rows.reduce_v_pyramid, a.src_rows, dst, a.dst_width, a.dst_rows,
-                         band->band == 0, band->band == band->bands - 1);
+  int32_t status = 0, first = 0, count = 0;
+  while (status == 0 && a.chunks->take(&first, &count)) {
+    const ReduceRows r = reduce_rows_of(first, count, a.src_height, a.dst_height);
+    for (int32_t f = 0; f < a.count && status == 0; ++f) {
+      const auto horizontal = [&](int32_t s, uint16_t* out) {
+        const uint8_t* src = crop_row(a.frames[f], a.stride, a.origins[2 * f], a.origins[2 * f + 1], r.src_first + s);
+        rows.reduce_h_luma(src, a.src_width, out, a.dst_width);
+      };
+      uint16_t* dst = a.gauss[f][1] + static_cast<ptrdiff_t>(r.dst_first) * a.dst_width;
+      status = reduce_band(horizontal, rows.reduce_v_pyramid, r.src_rows, dst, a.dst_width, r.dst_rows, r.first,
+                           r.last);
+    }
   }
   if (status != 0) HDR_LOG_AS(970, "pyramid_gaussian_down_sample_uint8", "temp_p malloc fail\n");
   band_done(record, status == 0 ? 0 : kStageFailed);
@@ -223,9 +225,9 @@ int32_t gaussian_level1_from_crops(const uint8_t* const* frames, int32_t count, 
                                    const int32_t* origins, uint16_t* const* const* gauss,
                                    const int32_t* widths, const int32_t* heights) {
   const BandSplit split = split_rows(heights[0], SplitRule::kPyramidEven);
-  return run_bands<CropBand>(split.bands, crop_band_body, [&](int32_t b, CropBand& a) {
-    a = CropBand{frames, count, stride, origins, gauss, widths[0], widths[1],
-                 split.first(b), split.rows(b), split.half_first(b), split.half_rows(b, heights[1])};
+  RowChunks chunks(heights[1]);
+  return run_bands<CropBand>(split.bands, crop_band_body, [&](int32_t, CropBand& a) {
+    a = CropBand{frames, count, stride, origins, gauss, widths[0], widths[1], heights[0], heights[1], &chunks};
   }, static_cast<int64_t>(widths[0]) * heights[0] * count);
 }
 
