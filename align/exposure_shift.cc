@@ -64,29 +64,31 @@ RowRange clamped_moving_rows(const tavo::BandSplit& split, int32_t b, int32_t he
   return {static_cast<int32_t>(begin), static_cast<int32_t>(std::max(begin, end))};
 }
 
-// The nine candidate shifts of one level scored in one batch: each band walks
-// its moving rows once and scores every candidate that pairs the row, so the
-// rows of all nine comparisons are read while they are in cache.
+// The nine candidate shifts of one level scored in one batch. The bands take
+// the reference rows in chunks; for every chunk row a band scores each
+// candidate's pair with the moving row it pairs with, so the rows of all nine
+// comparisons are read while they are in cache. Every pair is scored once,
+// by the chunk that holds its reference row.
 struct CandidatesJob {
   const uint8_t* planes[4];  // moving mask, moving bitmap, reference bitmap, reference mask
-  int32_t width;
+  int32_t width, height;
   int8_t x[tavo::kCandidates], y[tavo::kCandidates];
-  RowRange rows[tavo::kCandidates];  // per candidate, as clamped_moving_rows gives them
+  tavo::RowChunks* chunks;
   uint32_t partial[tavo::kCandidates];
 };
 
 int32_t candidates_body(void* record) {
   auto& a = tavo::band_payload<CandidatesJob>(record);
   const tavo::MismatchRow row = tavo::pick_mismatch_row();
-  int32_t begin = INT32_MAX, end = INT32_MIN;
-  for (const RowRange& r : a.rows) {
-    if (r.begin < r.end) begin = std::min(begin, r.begin), end = std::max(end, r.end);
-  }
-  for (int32_t m = begin; m < end; ++m) {
-    for (int k = 0; k < tavo::kCandidates; ++k) {
-      if (m < a.rows[k].begin || m >= a.rows[k].end) continue;
-      a.partial[k] += tavo::count_mismatches(a.planes[0], a.planes[1], a.planes[2], a.planes[3], a.width,
-                                             m, m + 1, a.x[k], a.y[k], row);
+  int32_t first = 0, count = 0;
+  while (a.chunks->take(&first, &count)) {
+    for (int32_t r = first; r < first + count; ++r) {
+      for (int k = 0; k < tavo::kCandidates; ++k) {
+        const int32_t m = r - a.y[k];
+        if (m < 0 || m >= a.height) continue;
+        a.partial[k] += tavo::count_mismatches(a.planes[0], a.planes[1], a.planes[2], a.planes[3], a.width,
+                                               m, m + 1, a.x[k], a.y[k], row);
+      }
     }
   }
   tavo::band_done(record);
@@ -98,23 +100,23 @@ int32_t candidates_body(void* record) {
 void tavo::score_candidates(const uint8_t* const* planes, int32_t width, int32_t height,
                             const int8_t* x, const int8_t* y, uint32_t* counts) {
   const tavo::LibraryLock hold;  // the band records are read after the batch
-  const tavo::BandSplit split = tavo::split_rows(height, tavo::SplitRule::kFour);
+  tavo::RowChunks chunks(height);
   tavo::run_bands<CandidatesJob>(
-      split.bands, candidates_body, [&](int32_t b, CandidatesJob& a) {
-        const int64_t offset = static_cast<int64_t>(split.first(b)) * width;
-        for (int i = 0; i < 4; ++i) a.planes[i] = planes[i] + offset;
+      tavo::kBands, candidates_body, [&](int32_t, CandidatesJob& a) {
+        for (int i = 0; i < 4; ++i) a.planes[i] = planes[i];
         a.width = width;
+        a.height = height;
         for (int k = 0; k < kCandidates; ++k) {
           a.x[k] = x[k];
           a.y[k] = y[k];
-          a.rows[k] = clamped_moving_rows(split, b, height, y[k]);
           a.partial[k] = 0;
         }
+        a.chunks = &chunks;
       },
       static_cast<int64_t>(width) * height);
   for (int k = 0; k < kCandidates; ++k) {
     counts[k] = 0;
-    for (int32_t b = 0; b < split.bands; ++b) counts[k] += tavo::band_payload<CandidatesJob>(&arg[b]).partial[k];
+    for (int32_t b = 0; b < tavo::kBands; ++b) counts[k] += tavo::band_payload<CandidatesJob>(&arg[b]).partial[k];
   }
 }
 
