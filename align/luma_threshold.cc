@@ -120,12 +120,12 @@ bool counting_pays(int32_t width, int32_t height) {
          static_cast<uint64_t>(width) * static_cast<uint64_t>(height) <= UINT32_MAX;
 }
 
-// A quarter of the rows of every frame: with `levels`, the counts above each
-// frame's levels; without, each frame's histogram.
+// A band of rows of every frame, taken in chunks: with `levels`, the counts
+// above each frame's levels; without, each frame's histogram.
 struct ThresholdBand {
   const uint8_t* const* frames;
   int32_t width;
-  int32_t first, rows;
+  tavo::RowChunks* chunks;
   const uint8_t* levels;  // kThresholdFrames x kThresholdLevels, or null
   uint64_t* above;        // this band's kThresholdFrames x kThresholdLevels counts
   uint32_t* histograms;   // this band's kThresholdFrames x 256 counts
@@ -134,13 +134,16 @@ struct ThresholdBand {
 int32_t threshold_band_body(void* record) {
   const auto& a = tavo::band_payload<ThresholdBand>(record);
   const tavo::CountAboveRow count_above = tavo::pick_count_above_row();
-  for (int32_t f = 0; f < tavo::kThresholdFrames; ++f) {
-    const uint8_t* luma = a.frames[f] + static_cast<ptrdiff_t>(a.first) * a.width;
-    if (a.levels != nullptr) {
-      count_above(luma, static_cast<size_t>(a.rows) * static_cast<size_t>(a.width),
-                  a.levels + tavo::kThresholdLevels * f, a.above + tavo::kThresholdLevels * f);
-    } else {
-      add_histogram(luma, a.width, a.rows, a.histograms + 256 * f);
+  int32_t first = 0, rows = 0;
+  while (a.chunks->take(&first, &rows)) {
+    for (int32_t f = 0; f < tavo::kThresholdFrames; ++f) {
+      const uint8_t* luma = a.frames[f] + static_cast<ptrdiff_t>(first) * a.width;
+      if (a.levels != nullptr) {
+        count_above(luma, static_cast<size_t>(rows) * static_cast<size_t>(a.width),
+                    a.levels + tavo::kThresholdLevels * f, a.above + tavo::kThresholdLevels * f);
+      } else {
+        add_histogram(luma, a.width, rows, a.histograms + 256 * f);
+      }
     }
   }
   tavo::band_done(record);
@@ -174,7 +177,6 @@ extern "C" TAVO_HDR_EXPORT uint32_t loadImg(const uint8_t* luma, int32_t width, 
 void tavo::frame_thresholds(const uint8_t* const* frames, int32_t width, int32_t height,
                             uint8_t* thresholds) {
   constexpr int32_t kFrames = kThresholdFrames;
-  const BandSplit split = split_rows(height, SplitRule::kFour);
   const int64_t work = static_cast<int64_t>(width) * height * kFrames;
   uint32_t targets[kFrames];
   for (int32_t f = 0; f < kFrames; ++f) targets[f] = target_of(width, height, f);
@@ -183,9 +185,10 @@ void tavo::frame_thresholds(const uint8_t* const* frames, int32_t width, int32_t
   if (counting_pays(width, height)) {
     uint8_t levels[kFrames][kThresholdLevels];
     for (int32_t f = 0; f < kFrames; ++f) window_levels(estimated_level(frames[f], width, height, targets[f]), levels[f]);
-    uint64_t above[4][kFrames][kThresholdLevels] = {};
-    run_bands<ThresholdBand>(split.bands, threshold_band_body, [&](int32_t b, ThresholdBand& a) {
-      a = ThresholdBand{frames, width, split.first(b), split.rows(b), &levels[0][0], &above[b][0][0], nullptr};
+    uint64_t above[kBands][kFrames][kThresholdLevels] = {};
+    RowChunks chunks(height);
+    run_bands<ThresholdBand>(kBands, threshold_band_body, [&](int32_t b, ThresholdBand& a) {
+      a = ThresholdBand{frames, width, &chunks, &levels[0][0], &above[b][0][0], nullptr};
     }, work);
     const uint64_t n = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
     settled = true;
@@ -199,9 +202,10 @@ void tavo::frame_thresholds(const uint8_t* const* frames, int32_t width, int32_t
   }
   if (settled) return;
 
-  uint32_t histograms[4][kFrames][256] = {};
-  run_bands<ThresholdBand>(split.bands, threshold_band_body, [&](int32_t b, ThresholdBand& a) {
-    a = ThresholdBand{frames, width, split.first(b), split.rows(b), nullptr, nullptr, &histograms[b][0][0]};
+  uint32_t histograms[kBands][kFrames][256] = {};
+  RowChunks chunks(height);
+  run_bands<ThresholdBand>(kBands, threshold_band_body, [&](int32_t b, ThresholdBand& a) {
+    a = ThresholdBand{frames, width, &chunks, nullptr, nullptr, &histograms[b][0][0]};
   }, work);
   for (int32_t f = 0; f < kFrames; ++f) {
     uint32_t histogram[256];
