@@ -9,14 +9,16 @@
 
 namespace {
 
+// A band of the level: the planes at row 0, the input rows taken in chunks
+// of an even number of rows, so that no 2x2 block straddles two chunks.
 struct WaveletJob {
   const uint8_t* src;
   uint8_t* approx;
   uint8_t* bitmap;
   uint8_t* mask;
   int32_t width;
-  int32_t rows;
   int32_t threshold;
+  tavo::RowChunks* chunks;
 };
 
 }  // namespace
@@ -31,25 +33,26 @@ extern "C" TAVO_HDR_EXPORT uint32_t wltDecompose(const uint8_t* src, uint8_t* ap
 
 extern "C" TAVO_HDR_EXPORT int32_t wltDecompose_parameter(void* record) {
   const auto& a = tavo::band_payload<WaveletJob>(record);
-  wltDecompose(a.src, a.approx, a.bitmap, a.mask, a.width, a.rows, a.threshold);
+  const int64_t out_width = (a.width & 1) + a.width / 2;
+  int32_t first = 0, rows = 0;
+  while (a.chunks->take(&first, &rows)) {
+    const int64_t in = static_cast<int64_t>(first) * a.width;
+    const int64_t out = static_cast<int64_t>(first / 2) * out_width;
+    wltDecompose(a.src + in, a.approx + out, a.bitmap + out, a.mask + out, a.width, rows, a.threshold);
+  }
   tavo::band_done(record);
   return 0;
 }
 
-// Four bands of an even number of input rows each (the last takes the rest), so
-// that no 2x2 block straddles two bands.
+// Four bands taking the input rows in chunks.
 extern "C" TAVO_HDR_EXPORT uint32_t wltDecompose_process(const uint8_t* src, int32_t width,
                                                          int32_t height, uint8_t* approx_out,
                                                          int32_t threshold, uint8_t* bitmap_out,
                                                          uint8_t* mask_out) {
   if (src == nullptr) HDR_LOG("in_buffer is NULL\n");
-  const int64_t out_width = (width & 1) + width / 2;
-  const tavo::BandSplit split = tavo::split_rows(height, tavo::SplitRule::kFourEven);
-  tavo::run_bands<WaveletJob>(split.bands, wltDecompose_parameter, [&](int32_t b, WaveletJob& a) {
-    const int64_t in = static_cast<int64_t>(split.first(b)) * width;
-    const int64_t out = static_cast<int64_t>(split.first(b) / 2) * out_width;
-    a = WaveletJob{src + in,           approx_out + out, bitmap_out + out, mask_out + out,
-                   width,              split.rows(b),    threshold};
+  tavo::RowChunks chunks(height);
+  tavo::run_bands<WaveletJob>(tavo::kBands, wltDecompose_parameter, [&](int32_t, WaveletJob& a) {
+    a = WaveletJob{src, approx_out, bitmap_out, mask_out, width, threshold, &chunks};
   }, static_cast<int64_t>(width) * height);
   return 0;
 }
