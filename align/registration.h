@@ -32,4 +32,8 @@ void frame_thresholds(const uint8_t* const* frames, int32_t width, int32_t heigh
 int32_t register_frames(const uint8_t* const* frames, int32_t width, int32_t height,
                         CropWindow* window);
 
+// What image_resize writes, computed by the worker pool in chunks of rows.
+void resize_in_bands(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t src_height,
+                     int32_t dst_width, int32_t dst_height, const char* layout);
+
 }  // namespace tavo

@@ -9,8 +9,10 @@
 #include <cstdint>
 #include <cstring>
 
+#include "align/registration.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/arm_float.h"
+#include "pool/band_jobs.h"
 
 namespace {
 
@@ -79,32 +81,34 @@ struct ColumnMap {
   }
 };
 
+// Destination luma rows first ... end - 1.
 void resize_luma(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t src_height,
-                 int32_t dst_width, int32_t dst_height, float sx, float sy) {
+                 int32_t dst_width, float sx, float sy, int32_t first, int32_t end) {
   ColumnMap map;
   for (int32_t j0 = 0; j0 < dst_width; j0 += kColumnBlock) {
     map.fill(j0, std::min(kColumnBlock, dst_width - j0), sx, src_width - 1);
-    for (int32_t i = 0; i < dst_height; ++i) {
+    for (int32_t i = first; i < end; ++i) {
       const int64_t row = source_index(sy, i, src_height - 1);
       map.copy(src + row * src_width, dst + static_cast<int64_t>(i) * dst_width + j0);
     }
   }
 }
 
+// Destination chroma rows first ... end - 1.
 void resize_chroma(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t src_height,
-                   int32_t dst_width, int32_t dst_height, float sx, float sy, bool interleave) {
+                   int32_t dst_width, int32_t dst_height, float sx, float sy, bool interleave,
+                   int32_t first, int32_t end) {
   const int64_t src_area = static_cast<int64_t>(src_width) * src_height;
   const uint8_t* src_u = src + src_area;
   const uint8_t* src_v = src + (src_area * 5) / 4;
   const int64_t dst_area = static_cast<int64_t>(dst_width) * dst_height;
   const int32_t pairs = dst_width / 2;  // chroma columns of a destination row
-  const int32_t chroma_rows = dst_height / 2;
 
   ColumnMap map;
   for (int32_t j0 = 0; j0 < pairs; j0 += kColumnBlock) {
     const int32_t n = std::min(kColumnBlock, pairs - j0);
     map.fill(j0, n, sx, src_width / 2 - 1);
-    for (int32_t i = 0; i < chroma_rows; ++i) {
+    for (int32_t i = first; i < end; ++i) {
       const int64_t row = source_index(sy, i, src_height / 2 - 1);
       const int64_t src_offset = (row * src_width) / 2;
       const uint8_t* su = src_u + src_offset;
@@ -120,7 +124,45 @@ void resize_chroma(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t 
   }
 }
 
+struct ResizeBand {
+  const uint8_t* src;
+  uint8_t* dst;
+  int32_t src_width, src_height, dst_width, dst_height;
+  float sx, sy;
+  bool chroma, interleave;
+  tavo::RowChunks* chunks;  // of luma rows, which start on even rows
+};
+
+// The luma rows of every chunk the band takes and, when the frame has chroma,
+// the chroma rows they hold.
+int32_t resize_band_body(void* record) {
+  const auto& a = tavo::band_payload<ResizeBand>(record);
+  int32_t first = 0, rows = 0;
+  while (a.chunks->take(&first, &rows)) {
+    resize_luma(a.src, a.dst, a.src_width, a.src_height, a.dst_width, a.sx, a.sy, first, first + rows);
+    if (a.chroma) {
+      resize_chroma(a.src, a.dst, a.src_width, a.src_height, a.dst_width, a.dst_height, a.sx, a.sy,
+                    a.interleave, first / 2, std::min((first + rows) / 2, a.dst_height / 2));
+    }
+  }
+  tavo::band_done(record);
+  return 0;
+}
+
 }  // namespace
+
+void tavo::resize_in_bands(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t src_height,
+                           int32_t dst_width, int32_t dst_height, const char* layout) {
+  if (dst_height < 1 || dst_width < 1) return;
+  const float sx = static_cast<float>(src_width) / static_cast<float>(dst_width);
+  const float sy = static_cast<float>(src_height) / static_cast<float>(dst_height);
+  const bool chroma = dst_width >= 2 && dst_height >= 2;
+  const bool interleave = layout != nullptr && strcmp(layout, "YVU420_SEMIPLANAR") == 0;
+  RowChunks chunks(dst_height);
+  run_bands<ResizeBand>(kBands, resize_band_body, [&](int32_t, ResizeBand& a) {
+    a = ResizeBand{src, dst, src_width, src_height, dst_width, dst_height, sx, sy, chroma, interleave, &chunks};
+  }, static_cast<int64_t>(dst_width) * dst_height);
+}
 
 extern "C" TAVO_HDR_EXPORT void image_resize(const uint8_t* src, uint8_t* dst, int32_t src_width,
                                              int32_t src_height, int32_t dst_width,
@@ -128,8 +170,8 @@ extern "C" TAVO_HDR_EXPORT void image_resize(const uint8_t* src, uint8_t* dst, i
   if (dst_height < 1 || dst_width < 1) return;
   const float sx = static_cast<float>(src_width) / static_cast<float>(dst_width);
   const float sy = static_cast<float>(src_height) / static_cast<float>(dst_height);
-  resize_luma(src, dst, src_width, src_height, dst_width, dst_height, sx, sy);
+  resize_luma(src, dst, src_width, src_height, dst_width, sx, sy, 0, dst_height);
   if (dst_width < 2 || dst_height < 2) return;
   const bool interleave = layout != nullptr && strcmp(layout, "YVU420_SEMIPLANAR") == 0;
-  resize_chroma(src, dst, src_width, src_height, dst_width, dst_height, sx, sy, interleave);
+  resize_chroma(src, dst, src_width, src_height, dst_width, dst_height, sx, sy, interleave, 0, dst_height / 2);
 }

@@ -67,7 +67,7 @@ extern "C" TAVO_HDR_EXPORT int32_t GetAlignImg(const uint8_t* const* frames, int
   if (over_time("pyrFuse")) return -1;
   if (stop_requested()) return 1;
 
-  image_resize(fused, out, window.width, window.height, width, height, layout);
+  tavo::resize_in_bands(fused, out, window.width, window.height, width, height, layout);
   if (over_time("resize")) return -1;
   if (stop_requested()) return 1;
   return 0;
