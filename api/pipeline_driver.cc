@@ -1,9 +1,12 @@
 // The pipeline of one capture: registration, fusion inside the common crop
 // window, resize back to full size. The preset time limit and the camera's
 // stop request are checked at the end of every stage, never inside one.
+#include <cstring>
+
 #include "align/registration.h"
 #include "api/capture_limits.h"
 #include "api/lifecycle.h"
+#include "fusion/pyramid_geometry.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/clock.h"
 #include "platform/log.h"
@@ -45,10 +48,15 @@ extern "C" TAVO_HDR_EXPORT int32_t GetAlignImg(const uint8_t* const* frames, int
   if (tavo::register_frames(frames, width, height, &window) != 0) return -1;
   if (over_time("align")) return -1;
 
-  // Zero-filled, so that a crop whose luma or chroma the fusion leaves alone
-  // still resizes to the same bytes every time.
+  // The fusion writes the whole crop when its pyramid has two levels or more
+  // and the layout has chroma it fuses. Otherwise the buffer is zero-filled,
+  // so that a crop whose luma or chroma the fusion leaves alone still resizes
+  // to the same bytes every time.
   const size_t frame_bytes = static_cast<size_t>((width * height * 3) / 2);
-  auto* fused = static_cast<uint8_t*>(tavo::platform::mem_calloc(frame_bytes, 1));
+  const bool fused_whole = tavo::pyramid_level_count(window.width, window.height) >= 2 &&
+                           (strcmp(layout, "YUV420_PLANAR") == 0 || strcmp(layout, "YVU420_SEMIPLANAR") == 0);
+  auto* fused = static_cast<uint8_t*>(fused_whole ? tavo::platform::mem_alloc(frame_bytes)
+                                                  : tavo::platform::mem_calloc(frame_bytes, 1));
   if (fused == nullptr) {
     HDR_LOG("fusiondata malloc fail.\n");
     return -1;
