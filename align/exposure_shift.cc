@@ -64,17 +64,19 @@ RowRange clamped_moving_rows(const tavo::BandSplit& split, int32_t b, int32_t he
   return {static_cast<int32_t>(begin), static_cast<int32_t>(std::max(begin, end))};
 }
 
-// The nine candidate shifts of one level scored in one batch. The bands take
-// the reference rows in chunks; for every chunk row a band scores each
-// candidate's pair with the moving row it pairs with, so the rows of all nine
-// comparisons are read while they are in cache. Every pair is scored once,
-// by the chunk that holds its reference row.
+// Sets of nine candidate shifts of one level scored in one batch. The bands
+// take the reference rows in chunks; for every chunk row a band scores each
+// candidate's pair with the moving row it pairs with, so the rows of all the
+// comparisons are read while they are in cache. Every pair is scored once, by
+// the chunk that holds its reference row.
+constexpr int kMaxCandidates = tavo::kCandidates * tavo::kSearchedFrames;
+
 struct CandidatesJob {
-  const uint8_t* planes[4];  // moving mask, moving bitmap, reference bitmap, reference mask
-  int32_t width, height;
-  int8_t x[tavo::kCandidates], y[tavo::kCandidates];
+  const uint8_t* planes[tavo::kSearchedFrames][4];
+  int32_t sets, width, height;
+  int8_t x[kMaxCandidates], y[kMaxCandidates];
   tavo::RowChunks* chunks;
-  uint32_t partial[tavo::kCandidates];
+  uint32_t partial[kMaxCandidates];
 };
 
 int32_t candidates_body(void* record) {
@@ -83,11 +85,11 @@ int32_t candidates_body(void* record) {
   int32_t first = 0, count = 0;
   while (a.chunks->take(&first, &count)) {
     for (int32_t r = first; r < first + count; ++r) {
-      for (int k = 0; k < tavo::kCandidates; ++k) {
+      for (int32_t k = 0; k < a.sets * tavo::kCandidates; ++k) {
         const int32_t m = r - a.y[k];
         if (m < 0 || m >= a.height) continue;
-        a.partial[k] += tavo::count_mismatches(a.planes[0], a.planes[1], a.planes[2], a.planes[3], a.width,
-                                               m, m + 1, a.x[k], a.y[k], row);
+        const uint8_t* const* p = a.planes[k / tavo::kCandidates];
+        a.partial[k] += tavo::count_mismatches(p[0], p[1], p[2], p[3], a.width, m, m + 1, a.x[k], a.y[k], row);
       }
     }
   }
@@ -97,24 +99,28 @@ int32_t candidates_body(void* record) {
 
 }  // namespace
 
-void tavo::score_candidates(const uint8_t* const* planes, int32_t width, int32_t height,
+void tavo::score_candidates(const uint8_t* const (*planes)[4], int32_t sets, int32_t width, int32_t height,
                             const int8_t* x, const int8_t* y, uint32_t* counts) {
   const tavo::LibraryLock hold;  // the band records are read after the batch
   tavo::RowChunks chunks(height);
+  const int32_t candidates = sets * kCandidates;
   tavo::run_bands<CandidatesJob>(
       tavo::kBands, candidates_body, [&](int32_t, CandidatesJob& a) {
-        for (int i = 0; i < 4; ++i) a.planes[i] = planes[i];
+        for (int32_t s = 0; s < sets; ++s) {
+          for (int i = 0; i < 4; ++i) a.planes[s][i] = planes[s][i];
+        }
+        a.sets = sets;
         a.width = width;
         a.height = height;
-        for (int k = 0; k < kCandidates; ++k) {
+        for (int32_t k = 0; k < candidates; ++k) {
           a.x[k] = x[k];
           a.y[k] = y[k];
           a.partial[k] = 0;
         }
         a.chunks = &chunks;
       },
-      static_cast<int64_t>(width) * height);
-  for (int k = 0; k < kCandidates; ++k) {
+      static_cast<int64_t>(width) * height * sets);
+  for (int32_t k = 0; k < candidates; ++k) {
     counts[k] = 0;
     for (int32_t b = 0; b < tavo::kBands; ++b) counts[k] += tavo::band_payload<CandidatesJob>(&arg[b]).partial[k];
   }
@@ -180,6 +186,48 @@ int32_t magnitude(int8_t v) { return v < 0 ? -static_cast<int32_t>(v) : v; }
 
 }  // namespace
 
+// Coarse to fine: the nine shifts around twice the shift found one level up.
+// Candidates are signed 8-bit values; a level where no candidate beats the
+// no-overlap score leaves the shift as it was, undoubled.
+void tavo::search_shifts(const MovingLevels* moving, int32_t count, uint8_t* const* ref_bitmap,
+                         uint8_t* const* ref_mask, uint32_t levels, const int32_t* widths,
+                         const int32_t* heights, int16_t (*shifts)[2]) {
+  for (int32_t f = 0; f < count; ++f) shifts[f][0] = shifts[f][1] = 0;
+  if (levels < 2) return;
+  for (uint32_t level = levels - 1; level >= 1; --level) {
+    const int32_t w = widths[level], h = heights[level];
+    int8_t cx[kMaxCandidates] = {}, cy[kMaxCandidates] = {};
+    const uint8_t* planes[kSearchedFrames][4];
+    for (int32_t f = 0; f < count; ++f) {
+      const auto sx = static_cast<int8_t>(shifts[f][0]);
+      const auto sy = static_cast<int8_t>(shifts[f][1]);
+      for (int k = 0; k < kCandidates; ++k) {  // x outer, y inner
+        cx[kCandidates * f + k] = static_cast<int8_t>(2 * sx + k / 3 - 1);
+        cy[kCandidates * f + k] = static_cast<int8_t>(2 * sy + k % 3 - 1);
+      }
+      const uint8_t* set[4] = {moving[f].mask[level], moving[f].bitmap[level], ref_bitmap[level], ref_mask[level]};
+      for (int i = 0; i < 4; ++i) planes[f][i] = set[i];
+    }
+    uint32_t counts[kMaxCandidates];
+    score_candidates(planes, count, w, h, cx, cy, counts);
+    for (int32_t f = 0; f < count; ++f) {
+      uint32_t best = static_cast<uint32_t>(w) * static_cast<uint32_t>(h);
+      for (int k = kCandidates * f; k < kCandidates * (f + 1); ++k) {
+        const auto ax = static_cast<uint32_t>(magnitude(cx[k]));
+        const auto ay = static_cast<uint32_t>(magnitude(cy[k]));
+        // Score plus the moving pixels that land outside the reference, in
+        // wrapping 32-bit arithmetic.
+        const uint32_t cost = counts[k] + static_cast<uint32_t>(w) * ay + (static_cast<uint32_t>(h) - ay) * ax;
+        if (cost < best) {
+          best = cost;
+          shifts[f][0] = cx[k];
+          shifts[f][1] = cy[k];
+        }
+      }
+    }
+  }
+}
+
 extern "C" TAVO_HDR_EXPORT uint32_t GetExpShift(const uint8_t* frame_luma, uint32_t levels,
                                                 uint8_t threshold, uint8_t** moving_approx,
                                                 uint8_t** ref_bitmap, uint8_t** ref_mask,
@@ -196,35 +244,10 @@ extern "C" TAVO_HDR_EXPORT uint32_t GetExpShift(const uint8_t* frame_luma, uint3
                          moving_approx[i + 1], threshold, moving_bitmap[i + 1],
                          moving_mask[i + 1]);
   }
-
-  // Coarse to fine: the nine shifts around twice the shift found one level up.
-  // Candidates are signed 8-bit values; a level where no candidate beats the
-  // no-overlap score leaves the shift as it was, undoubled.
-  for (uint32_t level = levels - 1; level >= 1; --level) {
-    const int32_t w = widths[level], h = heights[level];
-    const auto sx = static_cast<int8_t>(shift_out[0]);
-    const auto sy = static_cast<int8_t>(shift_out[1]);
-    int8_t cx[tavo::kCandidates], cy[tavo::kCandidates];
-    for (int k = 0; k < tavo::kCandidates; ++k) {  // x outer, y inner
-      cx[k] = static_cast<int8_t>(2 * sx + k / 3 - 1);
-      cy[k] = static_cast<int8_t>(2 * sy + k % 3 - 1);
-    }
-    const uint8_t* planes[4] = {moving_mask[level], moving_bitmap[level], ref_bitmap[level], ref_mask[level]};
-    uint32_t counts[tavo::kCandidates];
-    tavo::score_candidates(planes, w, h, cx, cy, counts);
-    uint32_t best = static_cast<uint32_t>(w) * static_cast<uint32_t>(h);
-    for (int k = 0; k < tavo::kCandidates; ++k) {
-      const auto ax = static_cast<uint32_t>(magnitude(cx[k]));
-      const auto ay = static_cast<uint32_t>(magnitude(cy[k]));
-      // Score plus the moving pixels that land outside the reference, in
-      // wrapping 32-bit arithmetic.
-      const uint32_t cost = counts[k] + static_cast<uint32_t>(w) * ay + (static_cast<uint32_t>(h) - ay) * ax;
-      if (cost < best) {
-        best = cost;
-        shift_out[0] = cx[k];
-        shift_out[1] = cy[k];
-      }
-    }
-  }
+  const tavo::MovingLevels moving{moving_bitmap, moving_mask};
+  int16_t shift[1][2];
+  tavo::search_shifts(&moving, 1, ref_bitmap, ref_mask, levels, widths, heights, shift);
+  shift_out[0] = shift[0][0];
+  shift_out[1] = shift[0][1];
   return 0;
 }

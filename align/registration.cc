@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "align/crop_window.h"
+#include "align/exposure_shift.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
 #include "platform/memory.h"
@@ -14,6 +15,9 @@ namespace {
 
 // The six planes of every level, in their order inside a level.
 enum Plane { kRefApprox, kMovingApprox, kRefMask, kRefBitmap, kMovingBitmap, kMovingMask, kPlanes };
+
+// Levels of the largest frame a capture takes (a smaller side of 2^31 - 1).
+constexpr int32_t kMaxRegistrationLevels = 32;
 
 // Frees what it holds when the registration returns, whichever way.
 struct HeapBlock {
@@ -77,8 +81,10 @@ int32_t register_frames(const uint8_t* const* frames, int32_t width, int32_t hei
   }
 
   // One block: the six pointer tables, then level after level its six planes.
-  // Level 0's planes are laid out too (nothing reads or writes them), so that
-  // every table is indexed by level from 0.
+  // Level 0's planes are laid out too, so that every table is indexed by level
+  // from 0; nothing reads or writes them as such. The moving planes of levels
+  // 1 and up serve frame 0; frame 2's, searched beside it, are carved out of
+  // the room of level 0's planes, which holds them three times over.
   const size_t block_size = work_block_size(widths, heights, levels);
   HeapBlock work;
   if (block_size != 0) work.ptr = platform::mem_alloc(block_size);
@@ -93,28 +99,41 @@ int32_t register_frames(const uint8_t* const* frames, int32_t width, int32_t hei
     const size_t area = static_cast<size_t>(widths[k]) * static_cast<size_t>(heights[k]);
     for (int32_t t = 0; t < kPlanes; ++t, next += area) tables[t][k] = next;
   }
-  // Levels 1 and up are filled at once; level 0 is never touched.
-  if (levels > 1) {
-    platform::advise_huge_pages(tables[0][1], static_cast<size_t>(next - tables[0][1]));
+  uint8_t* frame2_planes[3][kMaxRegistrationLevels] = {};  // approximation, bitmap, mask
+  uint8_t* carved = tables[0][0];
+  for (int32_t k = 1; k < levels; ++k) {
+    const size_t area = static_cast<size_t>(widths[k]) * static_cast<size_t>(heights[k]);
+    for (auto& plane : frame2_planes) {
+      plane[k] = carved;
+      carved += area;
+    }
   }
+  // Levels 1 and up and frame 2's planes are filled at once; the rest of
+  // level 0 is never touched.
+  platform::advise_huge_pages(tables[0][0], static_cast<size_t>(carved - tables[0][0]));
+  if (levels > 1) platform::advise_huge_pages(tables[0][1], static_cast<size_t>(next - tables[0][1]));
 
   uint8_t thresholds[3] = {0, 0, 0};
   frame_thresholds(frames, width, height, thresholds);
 
-  // The reference's levels, thresholded at its own value.
+  // Every frame's levels, each thresholded at its own value, one batch a
+  // level: the reference's, frame 0's in the moving planes, frame 2's in its
+  // own. Then both moving frames searched together.
   for (int32_t k = 0; k + 1 < levels; ++k) {
-    wltDecompose_process(k == 0 ? frames[1] : tables[kRefApprox][k], widths[k], heights[k],
-                         tables[kRefApprox][k + 1], thresholds[1], tables[kRefBitmap][k + 1],
-                         tables[kRefMask][k + 1]);
+    const WaveletTarget targets[3] = {
+        {k == 0 ? frames[1] : tables[kRefApprox][k], tables[kRefApprox][k + 1], tables[kRefBitmap][k + 1],
+         tables[kRefMask][k + 1], thresholds[1]},
+        {k == 0 ? frames[0] : tables[kMovingApprox][k], tables[kMovingApprox][k + 1],
+         tables[kMovingBitmap][k + 1], tables[kMovingMask][k + 1], thresholds[0]},
+        {k == 0 ? frames[2] : frame2_planes[0][k], frame2_planes[0][k + 1], frame2_planes[1][k + 1],
+         frame2_planes[2][k + 1], thresholds[2]}};
+    decompose_level(targets, 3, widths[k], heights[k]);
   }
-
+  const MovingLevels moving[kSearchedFrames] = {{tables[kMovingBitmap], tables[kMovingMask]},
+                                                {frame2_planes[1], frame2_planes[2]}};
   int16_t shifts[2][2] = {};
-  for (int32_t f = 0; f < 2; ++f) {
-    const int32_t frame = f == 0 ? 0 : 2;
-    GetExpShift(frames[frame], static_cast<uint32_t>(levels), thresholds[frame],
-                tables[kMovingApprox], tables[kRefBitmap], tables[kRefMask],
-                tables[kMovingBitmap], tables[kMovingMask], widths, heights, shifts[f]);
-  }
+  search_shifts(moving, kSearchedFrames, tables[kRefBitmap], tables[kRefMask],
+                static_cast<uint32_t>(levels), widths, heights, shifts);
 
   // Level-1 pixels to full resolution, kept in 16 bits.
   for (auto& shift : shifts) {

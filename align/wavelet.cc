@@ -2,6 +2,7 @@
 // threshold bitmap and validity mask of every mean (rows in wavelet_rows.cc).
 #include <cstdint>
 
+#include "align/exposure_shift.h"
 #include "align/wavelet_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
@@ -18,6 +19,15 @@ struct WaveletJob {
   uint8_t* mask;
   int32_t width;
   int32_t threshold;
+  tavo::RowChunks* chunks;
+};
+
+// One level of several decompositions of one size, the input rows taken in
+// chunks.
+struct WaveletLevelJob {
+  const tavo::WaveletTarget* targets;
+  int32_t count;
+  int32_t width;
   tavo::RowChunks* chunks;
 };
 
@@ -42,6 +52,29 @@ extern "C" TAVO_HDR_EXPORT int32_t wltDecompose_parameter(void* record) {
   }
   tavo::band_done(record);
   return 0;
+}
+
+static int32_t wavelet_level_body(void* record) {
+  const auto& a = tavo::band_payload<WaveletLevelJob>(record);
+  const int64_t out_width = (a.width & 1) + a.width / 2;
+  int32_t first = 0, rows = 0;
+  while (a.chunks->take(&first, &rows)) {
+    const int64_t in = static_cast<int64_t>(first) * a.width;
+    const int64_t out = static_cast<int64_t>(first / 2) * out_width;
+    for (int32_t t = 0; t < a.count; ++t) {
+      const tavo::WaveletTarget& d = a.targets[t];
+      wltDecompose(d.src + in, d.approx + out, d.bitmap + out, d.mask + out, a.width, rows, d.threshold);
+    }
+  }
+  tavo::band_done(record);
+  return 0;
+}
+
+void tavo::decompose_level(const WaveletTarget* targets, int32_t count, int32_t width, int32_t height) {
+  RowChunks chunks(height);
+  run_bands<WaveletLevelJob>(kBands, wavelet_level_body, [&](int32_t, WaveletLevelJob& a) {
+    a = WaveletLevelJob{targets, count, width, &chunks};
+  }, static_cast<int64_t>(width) * height * count);
 }
 
 // Four bands taking the input rows in chunks.

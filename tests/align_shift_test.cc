@@ -96,18 +96,25 @@ TEST_F(MismatchCount, OneBandAndFourBandsCountEveryOverlappingPairOnce) {
         EXPECT_EQ(whole_plane_kernel(m, x, y), expected) << w << "x" << h << " " << x << "," << y;
       }
     }
-    // The shift search scores the nine candidates around a centre in one batch.
+    // The shift search scores the nine candidates around a centre in one
+    // batch, for two frames at once: here the same planes with the roles of
+    // moving and reference swapped.
+    const Maps swapped{m.w, m.h, m.ref_mask, m.ref_bitmap, m.moving_bitmap, m.moving_mask};
     for (int32_t centre : {-4, 0, 1, 5}) {
-      int8_t xs[tavo::kCandidates], ys[tavo::kCandidates];
-      for (int k = 0; k < tavo::kCandidates; ++k) {
-        xs[k] = static_cast<int8_t>(centre + k / 3 - 1);
-        ys[k] = static_cast<int8_t>(-centre + k % 3 - 1);
+      int8_t xs[2 * tavo::kCandidates], ys[2 * tavo::kCandidates];
+      for (int k = 0; k < 2 * tavo::kCandidates; ++k) {
+        const int32_t c = k < tavo::kCandidates ? centre : -centre;
+        xs[k] = static_cast<int8_t>(c + k % tavo::kCandidates / 3 - 1);
+        ys[k] = static_cast<int8_t>(-c + k % 3 - 1);
       }
-      const uint8_t* planes[4] = {m.moving_mask.data(), m.moving_bitmap.data(), m.ref_bitmap.data(), m.ref_mask.data()};
-      uint32_t counts[tavo::kCandidates];
-      tavo::score_candidates(planes, m.w, m.h, xs, ys, counts);
-      for (int k = 0; k < tavo::kCandidates; ++k) {
-        EXPECT_EQ(counts[k], brute_force(m, xs[k], ys[k])) << w << "x" << h << " " << int{xs[k]} << "," << int{ys[k]};
+      const uint8_t* planes[2][4] = {
+          {m.moving_mask.data(), m.moving_bitmap.data(), m.ref_bitmap.data(), m.ref_mask.data()},
+          {swapped.moving_mask.data(), swapped.moving_bitmap.data(), swapped.ref_bitmap.data(), swapped.ref_mask.data()}};
+      uint32_t counts[2 * tavo::kCandidates];
+      tavo::score_candidates(planes, 2, m.w, m.h, xs, ys, counts);
+      for (int k = 0; k < 2 * tavo::kCandidates; ++k) {
+        EXPECT_EQ(counts[k], brute_force(k < tavo::kCandidates ? m : swapped, xs[k], ys[k]))
+            << w << "x" << h << " " << int{xs[k]} << "," << int{ys[k]};
       }
     }
   }
@@ -279,7 +286,18 @@ TEST_F(Registration, FindsTheTranslationOfBothMovingFrames) {
   for (const auto& [x0, y0, x2, y2] : cases) {
     tavo::scene::BracketSetup setup;
     setup.dx0 = x0, setup.dy0 = y0, setup.dx2 = x2, setup.dy2 = y2;
-    expect_window(register_bracket(tavo::scene::render_bracket(scene, setup), w, h), w, h, x0, y0, x2, y2);
+    const auto frames = tavo::scene::render_bracket(scene, setup);
+    const tavo::CropWindow window = register_bracket(frames, w, h);
+    expect_window(window, w, h, x0, y0, x2, y2);
+    // The pipeline decomposes and searches both moving frames together; the
+    // exported operations, one frame after the other, give the same shifts.
+    const uint8_t* luma[3] = {frames[0].data(), frames[1].data(), frames[2].data()};
+    uint8_t t[3];
+    loadImg_process(luma, w, h, t);
+    LevelPlanes planes(w, h, tavo::registration_level_count(w, h));
+    planes.build_reference(luma[1], t[1]);
+    EXPECT_EQ(planes.shift(luma[0], t[0]), std::make_pair(window.shift0[0] / 2, window.shift0[1] / 2));
+    EXPECT_EQ(planes.shift(luma[2], t[2]), std::make_pair(window.shift2[0] / 2, window.shift2[1] / 2));
   }
   // Identical frames; a frame too small for a second level is not searched.
   const std::vector<uint8_t> one = tavo::scene::render(scene, {});
