@@ -48,6 +48,7 @@ WaveletMainRow pick_wavelet_main_row(int32_t threshold) {
   if (platform::cpu_has(Isa::kNeon)) return wavelet_main_row_neon;
 #endif
 #if defined(__x86_64__)
+  if (platform::cpu_has(Isa::kAvx2)) return wavelet_main_row_avx2;
   if (platform::cpu_has(Isa::kSse41)) return wavelet_main_row_sse41;
 #endif
   return wavelet_main_row_c;

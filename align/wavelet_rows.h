@@ -33,6 +33,8 @@ void wavelet_main_row_neon(const uint8_t* top, const uint8_t* bottom, uint8_t* a
 #if defined(__x86_64__)
 void wavelet_main_row_sse41(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
                             uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
+void wavelet_main_row_avx2(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
+                           uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
 #endif
 
 // Input columns first ... width - 1 (first even) into outputs first/2 onward of

@@ -35,8 +35,8 @@ std::vector<VectorRows> vector_rows() {
     rows.push_back({"sse41", tavo::wavelet_main_row_sse41, tavo::mismatch_row_sse41,
                     tavo::widen_x16_row_sse41, tavo::split_pairs_row_sse41, nullptr});
   }
-  if (__builtin_cpu_supports("avx2")) {  // the comparison and the counts have wider rows
-    rows.push_back({"avx2", tavo::wavelet_main_row_sse41, tavo::mismatch_row_avx2,
+  if (__builtin_cpu_supports("avx2")) {  // the wavelet, comparison and counts have wider rows
+    rows.push_back({"avx2", tavo::wavelet_main_row_avx2, tavo::mismatch_row_avx2,
                     tavo::widen_x16_row_sse41, tavo::split_pairs_row_sse41, tavo::count_above_row_avx2});
   }
 #endif
