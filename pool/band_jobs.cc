@@ -55,6 +55,13 @@ void queue_band(band_record* record) { pool_add_worker(run_band_job, record); }
 void wait_bands(int32_t bands) {
   thread_pool* tp = pool;
   if (tp == nullptr) return;  // without a pool the bands ran on this thread
+  struct Batch {
+    int32_t bands;
+  } batch{bands};
+  const auto done = [](const void* b) {
+    return __atomic_load_n(&count, __ATOMIC_ACQUIRE) == static_cast<const Batch*>(b)->bands;
+  };
+  if (spin_until_ready(done, &batch)) return;
   pthread_mutex_lock(&tp->pro_lock);
   while (count != bands) pthread_cond_wait(&tp->pro_ready, &tp->pro_lock);
   pthread_mutex_unlock(&tp->pro_lock);
@@ -71,7 +78,7 @@ void band_done(void* record, int32_t status) {
     return;
   }
   pthread_mutex_lock(&tp->pro_lock);
-  ++count;
+  __atomic_store_n(&count, count + 1, __ATOMIC_RELEASE);  // also read without the lock
   pthread_mutex_unlock(&tp->pro_lock);
   pthread_cond_signal(&tp->pro_ready);
 }

@@ -114,7 +114,7 @@ int32_t run_bands(int32_t bands, int32_t (*body)(void*), Fill&& fill, int64_t wo
   static_assert(std::is_trivially_copyable_v<Payload>, "band payload must be plain data");
   const LibraryLock hold;
   const bool on_caller = work < inline_work_limit();
-  count = 0;
+  __atomic_store_n(&count, 0, __ATOMIC_RELAXED);
   for (int32_t b = 0; b < bands; ++b) {
     band_record& record = arg[b];
     record.band = b;

@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -161,6 +162,17 @@ extern "C" TAVO_HDR_EXPORT int32_t pool_init(int32_t max_thread_num) {
   return 0;
 }
 
+// Measured on the processor's own clock, not the library's clock seam: this
+// is scheduling, not a stage's time.
+bool tavo::spin_until_ready(bool (*ready)(const void*), const void* arg) {
+  const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(40);
+  while (!ready(arg)) {
+    if (std::chrono::steady_clock::now() > until) return false;
+    sched_yield();
+  }
+  return true;
+}
+
 extern "C" TAVO_HDR_EXPORT void* thread_routine(void* arg) {
   const uint32_t core = static_cast<uint32_t>(*static_cast<int32_t*>(arg));
   uint32_t mask = core < 32 ? (1u << core) : 0u;
@@ -172,7 +184,15 @@ extern "C" TAVO_HDR_EXPORT void* thread_routine(void* arg) {
   }
 
   thread_pool* tp = pool;
+  // Queue size and shutdown flag are written under the queue lock, atomically,
+  // so that they can be looked at without it while spinning.
+  const auto work_or_shutdown = [](const void* p) {
+    const auto* t = static_cast<const thread_pool*>(p);
+    return __atomic_load_n(&t->cur_queue_size, __ATOMIC_ACQUIRE) != 0 ||
+           __atomic_load_n(&t->shutdown, __ATOMIC_ACQUIRE) != 0;
+  };
   for (;;) {
+    tavo::spin_until_ready(work_or_shutdown, tp);
     pthread_mutex_lock(&tp->queue_lock);
     while (tp->cur_queue_size == 0) {
       if (tp->shutdown) {
@@ -186,7 +206,7 @@ extern "C" TAVO_HDR_EXPORT void* thread_routine(void* arg) {
       return nullptr;
     }
     pool_job* job = tp->queue_head;
-    --tp->cur_queue_size;
+    __atomic_store_n(&tp->cur_queue_size, tp->cur_queue_size - 1, __ATOMIC_RELEASE);
     tp->queue_head = job->next;
     pthread_mutex_unlock(&tp->queue_lock);
 
@@ -221,7 +241,7 @@ extern "C" TAVO_HDR_EXPORT int32_t pool_add_worker(void* (*routine)(void*),
   pool_job** tail = &tp->queue_head;
   while (*tail != nullptr) tail = &(*tail)->next;
   *tail = job;
-  ++tp->cur_queue_size;
+  __atomic_store_n(&tp->cur_queue_size, tp->cur_queue_size + 1, __ATOMIC_RELEASE);
   pthread_mutex_unlock(&tp->queue_lock);
   pthread_cond_signal(&tp->queue_ready);
   return 0;

@@ -36,4 +36,11 @@ TAVO_HDR_EXPORT extern int32_t g_args[4];
 
 namespace tavo {
 inline constexpr int kPoolWorkers = 4;
+
+// Looks for `ready` for a short while before the caller sleeps on a
+// condition: the bands of a capture's batches follow one another closely, and
+// a sleeping thread takes longer to wake than the next batch takes to come.
+// Yields the processor between looks, so that a thread with work on the same
+// core goes on. True once ready.
+bool spin_until_ready(bool (*ready)(const void*), const void* arg);
 }
