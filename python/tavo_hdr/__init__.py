@@ -76,15 +76,17 @@ def _stop_pool():
             _logged(_native.pool_destroy)
 
 
-def _start_pool():
+def _capture(frames, out, width, height, layout):
+    """Starts the pool on first use and runs one capture; None when the pool
+    did not start. Both run inside one log capture, so that the workers' first
+    lines land in it too."""
     global _pool_started
-    if _pool_started:
-        return
-    result, lines = _logged(_native.pool_init)
-    if result != 0:
-        raise FusionError("the library's worker pool did not start:\n" + "\n".join(lines), lines)
-    _pool_started = True
-    atexit.register(_stop_pool)
+    if not _pool_started:
+        if _native.pool_init() != 0:
+            return None
+        _pool_started = True
+        atexit.register(_stop_pool)
+    return _native.hdr_function(*frames, out, width, height, layout)
 
 
 def _check_size(width, height, multiple):
@@ -135,9 +137,9 @@ def fuse(frames, width, height, layout="YUV420_PLANAR"):
     global _last_log
     out = np.empty_like(frames[0])
     with _lock:
-        _start_pool()
-        result, _last_log = _logged(
-            lambda: _native.hdr_function(*frames, out, width, height, layout))
+        result, _last_log = _logged(lambda: _capture(frames, out, width, height, layout))
+    if result is None:
+        raise FusionError("the library's worker pool did not start; its log:\n" + "\n".join(_last_log), _last_log)
     if result == 1:
         raise Stopped("the capture was stopped by the stop flag; set_stop_flag(0) re-arms it")
     if result != 0:
