@@ -44,10 +44,11 @@ class TavoHdrTest(unittest.TestCase):
             subprocess.run([tool, "fuse", *names, "-o", self.path("tool.yuv"), "--size", f"{width}x{height}",
                             "--layout", layout], check=True, capture_output=True)
             expected = np.fromfile(self.path("tool.yuv"), dtype=np.uint8)
-            for shape in ((-1,), (height * 3 // 2, width)):
-                with self.subTest(layout=layout, shape=shape):
-                    out = tavo_hdr.fuse([f.reshape(shape) for f in frames], width, height, layout)
-                    self.assertEqual(out.shape, frames[0].reshape(shape).shape)
+            inputs = [("1-D", [f.ravel() for f in frames]), ("2-D", frames), ("stacked", np.stack(frames))]
+            for what, given in inputs:
+                with self.subTest(layout=layout, frames=what):
+                    out = tavo_hdr.fuse(given, width, height, layout)
+                    self.assertEqual(out.shape, given[0].shape)
                     self.assertTrue(np.array_equal(out.ravel(), expected))
 
     def test_bad_arguments_raise(self):

@@ -93,13 +93,14 @@ def _check_size(width, height, multiple):
     for name, value in (("width", width), ("height", height)):
         if not isinstance(value, (int, np.integer)) or isinstance(value, bool):
             raise TypeError(f"{name} must be an integer, not {type(value).__name__}")
+    width, height = int(width), int(height)
     if width < multiple or width % multiple:
         raise ValueError(f"width {width} must be a multiple of {multiple} and at least {multiple}")
     if height < 2 or height % 2:
         raise ValueError(f"height {height} must be even and at least 2")
     if width * height > _native.MAX_PIXELS:
         raise ValueError(f"{width}x{height} is over the library's limit of {_native.MAX_PIXELS} pixels")
-    return int(width), int(height)
+    return width, height
 
 
 def _check_array(a, what):
@@ -125,12 +126,13 @@ def _check_layout(layout):
 
 
 def fuse(frames, width, height, layout="YUV420_PLANAR"):
-    """Fuses (dark, normal, bright) into a new frame of the first frame's shape,
-    exactly the bytes HDR_Function writes. Raises FusionError when the library
-    fails (its log lines in the message) and Stopped when the stop flag is set."""
+    """Fuses (dark, normal, bright), a sequence or an array stacking the three,
+    into a new frame of the first frame's shape: exactly the bytes HDR_Function
+    writes. Raises FusionError when the library fails (its log lines in the
+    message) and Stopped when the stop flag is set."""
     width, height = _check_size(width, height, 8)
     _check_layout(layout)
-    if isinstance(frames, (str, bytes, np.ndarray)) or len(frames) != 3:
+    if isinstance(frames, (str, bytes)) or len(frames) != 3:
         raise TypeError("frames must be a sequence of three frames: dark, normal, bright")
     for frame, what in zip(frames, ("the dark frame", "the normal frame", "the bright frame")):
         _check_frame(frame, width, height, what)
