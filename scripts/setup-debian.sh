@@ -10,6 +10,7 @@ packages=(
   g++-aarch64-linux-gnu qemu-user
   valgrind
   libjpeg62-turbo-dev libpng-dev
+  python3-dev python3-numpy pybind11-dev
 )
 
 missing=()

@@ -1,0 +1,169 @@
+// tavo_hdr._native: the C++ half of the Python module. It calls the shared
+// library's capture and compiles in the tool's own raw-file, dump-name, output
+// and colour code, so that every byte it reads, writes or converts is the
+// tool's. Argument checks with friendly messages live in tavo_hdr/__init__.py;
+// the checks here only keep a wrong call from reaching memory it does not own.
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "tavo_lumo_hdr.h"
+#include "tools/dump_names.h"
+#include "tools/output_file.h"
+#include "tools/raw_io.h"
+#include "tools/yuv_convert.h"
+
+namespace py = pybind11;
+using tavo::tool::ChromaLayout;
+
+namespace {
+
+// C-contiguous uint8 arrays only: noconvert() in the bindings turns anything
+// else into a TypeError instead of a silent copy.
+using Bytes = py::array_t<uint8_t, py::array::c_style>;
+
+// Files read through the module: write_raw never replaces one of them.
+std::vector<tavo::tool::FileId> g_inputs;
+
+[[noreturn]] void raise(PyObject* type, const std::string& message) {
+  PyErr_SetString(type, message.c_str());
+  throw py::error_already_set();
+}
+
+void expect_bytes(const py::array& a, size_t n, const char* what) {
+  if (static_cast<size_t>(a.nbytes()) != n) {
+    raise(PyExc_ValueError, std::string(what) + " holds " + std::to_string(a.nbytes()) + " bytes, not " +
+                                std::to_string(n));
+  }
+}
+
+ChromaLayout layout_of(const std::string& name) {
+  ChromaLayout layout;
+  if (!tavo::tool::parse_layout(name, &layout)) {
+    raise(PyExc_ValueError, "unknown layout " + name + " (YUV420_PLANAR or YVU420_SEMIPLANAR)");
+  }
+  return layout;
+}
+
+// A numpy array that takes over `bytes` without copying them.
+Bytes adopt(std::vector<uint8_t>&& bytes, std::vector<py::ssize_t> shape) {
+  auto* owned = new std::vector<uint8_t>(std::move(bytes));
+  py::capsule base(owned, [](void* p) { delete static_cast<std::vector<uint8_t>*>(p); });
+  return Bytes(std::move(shape), owned->data(), base);
+}
+
+py::ssize_t frame_rows(int32_t height) { return static_cast<py::ssize_t>(height) * 3 / 2; }
+
+int32_t hdr_function(const Bytes& dark, const Bytes& normal, const Bytes& bright, Bytes out,
+                     int32_t width, int32_t height, const std::string& layout) {
+  if (width < TAVO_HDR_MIN_WIDTH || height < TAVO_HDR_MIN_HEIGHT) raise(PyExc_ValueError, "frame too small");
+  const size_t n = tavo::tool::raw_frame_bytes(width, height);
+  expect_bytes(dark, n, "the dark frame");
+  expect_bytes(normal, n, "the normal frame");
+  expect_bytes(bright, n, "the bright frame");
+  expect_bytes(out, n, "the output");
+  uint8_t* dst = out.mutable_data();  // raises when the array is read-only
+  py::gil_scoped_release unlocked;
+  return HDR_Function(dark.data(), normal.data(), bright.data(), dst, height, width, layout.c_str());
+}
+
+Bytes read_raw(const std::string& path, int32_t width, int32_t height) {
+  std::vector<uint8_t> bytes;
+  std::string error;
+  if (!tavo::tool::read_raw_frame(path, width, height, &bytes, &error)) raise(PyExc_OSError, error);
+  tavo::tool::add_file_id(path, &g_inputs);
+  return adopt(std::move(bytes), {frame_rows(height), width});
+}
+
+void write_raw(const std::string& path, const Bytes& array) {
+  std::string error;
+  if (!tavo::tool::write_output(path, array.data(), static_cast<size_t>(array.nbytes()), g_inputs, &error)) {
+    raise(PyExc_OSError, error);
+  }
+}
+
+// (width, height, layout, stamp) of a capture's base name, None when it is not one.
+std::optional<std::tuple<int32_t, int32_t, std::string, std::string>> parse_dump_name(const std::string& base) {
+  tavo::tool::DumpName name;
+  if (!tavo::tool::parse_dump_name(base, &name)) return std::nullopt;
+  return std::make_tuple(name.width, name.height, name.layout, name.stamp);
+}
+
+// (prefix, width, height, layout) of the captures `args` name, as replay takes them.
+std::vector<std::tuple<std::string, int32_t, int32_t, std::string>> collect_captures(
+    const std::vector<std::string>& args) {
+  std::vector<tavo::tool::Capture> captures;
+  std::string error;
+  if (tavo::tool::collect_captures(args, &captures, &error) != tavo::tool::Collected::kCollected) {
+    raise(PyExc_OSError, error);
+  }
+  std::vector<std::tuple<std::string, int32_t, int32_t, std::string>> out;
+  for (const auto& c : captures) out.emplace_back(c.prefix, c.name.width, c.name.height, c.name.layout);
+  return out;
+}
+
+std::optional<std::string> dumped_output(const std::string& prefix) {
+  std::vector<tavo::tool::Capture> captures;
+  std::string error;
+  if (tavo::tool::collect_captures({prefix}, &captures, &error) != tavo::tool::Collected::kCollected ||
+      captures.size() != 1) {
+    raise(PyExc_OSError, error.empty() ? prefix + " is not one capture" : error);
+  }
+  std::string path = tavo::tool::find_dumped_output(captures[0]);
+  if (path.empty()) return std::nullopt;
+  return path;
+}
+
+Bytes yuv_to_rgb(const Bytes& frame, int32_t width, int32_t height, const std::string& layout) {
+  const ChromaLayout chroma = layout_of(layout);
+  expect_bytes(frame, tavo::tool::raw_frame_bytes(width, height), "the frame");
+  Bytes rgb({static_cast<py::ssize_t>(height), static_cast<py::ssize_t>(width), py::ssize_t{3}});
+  uint8_t* dst = rgb.mutable_data();
+  py::gil_scoped_release unlocked;
+  tavo::tool::yuv420_to_rgb(frame.data(), width, height, chroma, dst);
+  return rgb;
+}
+
+Bytes rgb_to_yuv(const Bytes& rgb, int32_t width, int32_t height, const std::string& layout) {
+  const ChromaLayout chroma = layout_of(layout);
+  expect_bytes(rgb, static_cast<size_t>(width) * static_cast<size_t>(height) * 3, "the image");
+  Bytes yuv({frame_rows(height), static_cast<py::ssize_t>(width)});
+  uint8_t* dst = yuv.mutable_data();
+  py::gil_scoped_release unlocked;
+  tavo::tool::rgb_to_yuv420(rgb.data(), width, height, chroma, dst);
+  return yuv;
+}
+
+}  // namespace
+
+PYBIND11_MODULE(_native, m) {
+  m.doc() = "libtavo_lumo_hdr and the tavo-hdr tool's file and colour code; use the tavo_hdr package";
+  m.attr("MIN_WIDTH") = TAVO_HDR_MIN_WIDTH;
+  m.attr("MIN_HEIGHT") = TAVO_HDR_MIN_HEIGHT;
+  m.attr("MAX_PIXELS") = TAVO_HDR_MAX_PIXELS;
+  m.def("pool_init", &tavo_hdr_pool_init);
+  m.def("pool_destroy", [] {
+    py::gil_scoped_release unlocked;  // waits for a running capture
+    return tavo_hdr_pool_destroy();
+  });
+  m.def("set_stop_flag", &tavo_hdr_set_stop_flag, py::arg("flag"));
+  m.def("hdr_function", &hdr_function, py::arg("dark").noconvert(), py::arg("normal").noconvert(),
+        py::arg("bright").noconvert(), py::arg("out").noconvert(), py::arg("width"), py::arg("height"),
+        py::arg("layout"));
+  m.def("read_raw", &read_raw, py::arg("path"), py::arg("width"), py::arg("height"));
+  m.def("write_raw", &write_raw, py::arg("path"), py::arg("array").noconvert());
+  m.def("parse_dump_name", &parse_dump_name, py::arg("base"));
+  m.def("collect_captures", &collect_captures, py::arg("args"));
+  m.def("dumped_output", &dumped_output, py::arg("prefix"));
+  m.def("yuv_to_rgb", &yuv_to_rgb, py::arg("frame").noconvert(), py::arg("width"), py::arg("height"),
+        py::arg("layout"));
+  m.def("rgb_to_yuv", &rgb_to_yuv, py::arg("rgb").noconvert(), py::arg("width"), py::arg("height"),
+        py::arg("layout"));
+}
