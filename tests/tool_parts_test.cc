@@ -1,5 +1,6 @@
 // The tool's pieces without the image libraries: colour conversion, dump
-// names, output files, command line and size limits, contact sheet.
+// names, output files, command line and size limits, contact sheet, frame
+// differences.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@
 #include "tools/cli_args.h"
 #include "tools/contact_sheet.h"
 #include "tools/dump_names.h"
+#include "tools/frame_diff.h"
 #include "tools/output_file.h"
 #include "tools/raw_io.h"
 #include "tools/yuv_convert.h"
@@ -297,6 +299,41 @@ TEST(ToolContactSheet, PanelsAreBoxAveragedAndCaptioned) {
   EXPECT_TRUE(ink(margin + 3, margin));
   EXPECT_FALSE(ink(margin + 4, margin));
   EXPECT_EQ(text_width("FUSED", 2), (5 * 6 - 1) * 2);
+}
+
+// An 8x4 frame has 32 Y, 8 U and 8 V samples. The first chroma byte is U in
+// the planar layout and V in the semi-planar one (V,U pairs).
+TEST(ToolFrameDiff, CountsEachPlaneWhereItsSamplesLie) {
+  struct Case {
+    ChromaLayout layout;
+    std::vector<std::pair<size_t, int>> changes;  // offset, difference
+    size_t differing[3];
+    int largest[3];
+    const char* psnr[3];
+  } cases[] = {
+      {ChromaLayout::kPlanar, {}, {0, 0, 0}, {0, 0, 0}, {"inf", "inf", "inf"}},
+      {ChromaLayout::kPlanar, {{3, -5}, {31, 2}}, {2, 0, 0}, {5, 0, 0}, {"48.56 dB", "inf", "inf"}},
+      {ChromaLayout::kPlanar, {{32, 3}, {47, -9}}, {0, 1, 1}, {0, 3, 9}, {"inf", "47.62 dB", "38.08 dB"}},
+      {ChromaLayout::kSemiPlanar, {{32, 3}, {35, 4}, {47, -9}}, {0, 2, 1}, {0, 9, 3}, {"inf", "37.29 dB", "47.62 dB"}},
+  };
+  const std::vector<uint8_t> theirs(8 * 4 * 3 / 2, 100);
+  for (const Case& c : cases) {
+    std::vector<uint8_t> ours = theirs;
+    for (const auto& [offset, difference] : c.changes) ours[offset] = static_cast<uint8_t>(100 + difference);
+    const FrameDiff d = diff_frames(ours.data(), theirs.data(), 8, 4, c.layout);
+    for (int k = 0; k < 3; ++k) {
+      const std::string where = "case " + std::to_string(&c - cases) + ", plane " + "YUV"[k];
+      EXPECT_EQ(d.plane[k].samples, k == 0 ? 32u : 8u) << where;
+      EXPECT_EQ(d.plane[k].differing, c.differing[k]) << where;
+      EXPECT_EQ(d.plane[k].largest, c.largest[k]) << where;
+      EXPECT_EQ(psnr_text(d.plane[k].psnr()), c.psnr[k]) << where;
+    }
+  }
+  const std::vector<uint8_t> ours(theirs.size(), 107);
+  EXPECT_EQ(diff_report(diff_frames(ours.data(), theirs.data(), 8, 4, ChromaLayout::kPlanar), "  "),
+            "  Y  32 of 32 samples differ, largest 7, PSNR 31.23 dB\n"
+            "  U  8 of 8 samples differ, largest 7, PSNR 31.23 dB\n"
+            "  V  8 of 8 samples differ, largest 7, PSNR 31.23 dB\n");
 }
 
 }  // namespace

@@ -195,7 +195,7 @@ TEST_F(Tool, ImageFilesFuseAsFullRangeYuvAndComeBackInTheirFormat) {
   EXPECT_EQ(alpha.pixels, (std::vector<uint8_t>{200, 100, 50, 0, 0, 0}));
 }
 
-TEST_F(Tool, ReplayOfTheLibrarysOwnDumpsIsIdenticalAndFindsTamperedBytes) {
+TEST_F(Tool, ReplayOfTheLibrarysOwnDumpsIsIdentical) {
   write_inputs(bracket(64, 48, tavo::scene::Layout::kSemiPlanar));
   // The dump directory does not exist yet: the tool creates it.
   const ToolRun fused = run_tool(dir_.path(), "fuse in0.yuv in1.yuv in2.yuv -o out.yuv --size 64x48 --layout "
@@ -225,15 +225,95 @@ TEST_F(Tool, ReplayOfTheLibrarysOwnDumpsIsIdenticalAndFindsTamperedBytes) {
       progress.substr(6, progress.find(':') - 6) + "_replay.2.yuv)"))
       << replay.out;
   EXPECT_EQ(std::distance(fs::directory_iterator(dir_.path() + "/replayed"), fs::directory_iterator{}), 2);
+}
 
-  std::vector<uint8_t> tampered = read_all(outputs[0]);
-  tampered[100] ^= 1;
-  tampered[2000] ^= 1;
-  write_all(outputs[0], tampered);
-  replay = run_tool(dir_.path(), "replay dumps");
-  EXPECT_EQ(replay.exit_code, 6);
-  EXPECT_NE(replay.out.find(": 2 bytes differ, first at byte 100\n"), std::string::npos) << replay.out;
-  EXPECT_NE(replay.out.find("0 identical, 1 different"), std::string::npos);
+// A capture whose dumped output differs from the replay in known samples:
+// each plane's count, largest difference and PSNR are reported (U and V taken
+// out of the V,U pairs), the picture marks exactly the pixels concerned (red
+// where the luma differs, cyan where only the chroma of the pixel's 2x2 block
+// does) over the dimmed luma, and equal outputs get no picture.
+TEST_F(Tool, ReplayExplainsADifferencePerPlaneAndDrawsWhereItLies) {
+  const std::string capture = "IMG_64x48YVU420_SEMIPLANAR_20180823_090812", d = dir_.path() + "/";
+  const auto frames = bracket(64, 48, tavo::scene::Layout::kSemiPlanar);
+  for (int k = 0; k < 3; ++k) write_all(d + capture + "_" + std::to_string(k) + ".yuv", frames[k]);
+  const std::vector<uint8_t> fused = fuse_here(frames, 64, 48, "YVU420_SEMIPLANAR");
+  const std::string picture = d + capture + "_replay_diff.png";
+  const std::string y0 = "    Y  0 of 3072 samples differ, largest 0, PSNR inf\n";
+  const std::string u0 = "    U  0 of 768 samples differ, largest 0, PSNR inf\n";
+  const std::string v3 = "    V  1 of 768 samples differ, largest 3, PSNR 67.44 dB\n";
+  using Pixels = std::vector<std::pair<int, int>>;
+  struct Case {
+    std::vector<std::pair<size_t, int>> changes;  // byte of the dumped output, by how much
+    std::string report;                           // after ": "
+    Pixels red, cyan;
+  } cases[] = {
+      {{}, "identical\n", {}, {}},
+      // Luma at (5,3) and (40,20).
+      {{{197, 7}, {1320, -2}},
+       "2 bytes differ, first at byte 197\n    Y  2 of 3072 samples differ, largest 7, PSNR 65.76 dB\n" + u0 +
+           "    V  0 of 768 samples differ, largest 0, PSNR inf\n",
+       {{5, 3}, {40, 20}},
+       {}},
+      // U of the block at (2,0), V of the block at (20,12).
+      {{{3075, -4}, {3476, 3}},
+       "2 bytes differ, first at byte 3075\n" + y0 + "    U  1 of 768 samples differ, largest 4, PSNR 64.94 dB\n" + v3,
+       {},
+       {{2, 0}, {3, 0}, {2, 1}, {3, 1}, {20, 12}, {21, 12}, {20, 13}, {21, 13}}},
+      // Luma and V in the block at (20,12): red wins.
+      {{{788, 5}, {3476, 3}},
+       "2 bytes differ, first at byte 788\n    Y  1 of 3072 samples differ, largest 5, PSNR 69.03 dB\n" + u0 + v3,
+       {{20, 12}},
+       {{21, 12}, {20, 13}, {21, 13}}},
+  };
+  for (const Case& c : cases) {
+    std::vector<uint8_t> phone = fused;
+    for (const auto& [at, by] : c.changes) {
+      const int v = phone[at] + by;
+      phone[at] = static_cast<uint8_t>(v >= 0 && v <= 255 ? v : phone[at] - by);  // |difference| = |by|
+    }
+    write_all(d + capture + "_hdr.yuv", phone);
+    fs::remove(picture);
+    const ToolRun run = run_tool(dir_.path(), "replay " + capture);
+    const std::string where = c.report.substr(0, c.report.find('\n'));
+    EXPECT_EQ(run.exit_code, c.changes.empty() ? 0 : 6) << where << "\n" << run.err;
+    EXPECT_NE(run.out.find("[1/1] " + capture + ": " + c.report), std::string::npos) << run.out;
+    if (c.changes.empty()) {
+      EXPECT_FALSE(fs::exists(picture));
+      EXPECT_EQ(run.out.find("worst capture"), std::string::npos) << run.out;
+      continue;
+    }
+    EXPECT_NE(run.out.find("    difference picture " + capture + "_replay_diff.png\n"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("\nworst capture: " + capture + ", 2 samples differ ("), std::string::npos) << run.out;
+    RgbImage diff;
+    std::string error;
+    ASSERT_TRUE(read_image(picture, &diff, &error)) << error;
+    ASSERT_EQ(diff.pixels.size(), 64u * 48 * 3);
+    // Every pixel is the dimmed luma except the marked ones.
+    Pixels red, cyan;
+    for (int y = 0; y < 48; ++y) {
+      for (int x = 0; x < 64; ++x) {
+        const uint8_t* p = &diff.pixels[(y * 64 + x) * 3];
+        const uint8_t grey = phone[y * 64 + x] / 2;
+        if (p[0] == 255 && p[1] == 0 && p[2] == 0) {
+          red.push_back({x, y});
+        } else if (p[0] == 0 && p[1] == 255 && p[2] == 255) {
+          cyan.push_back({x, y});
+        } else {
+          EXPECT_TRUE(p[0] == grey && p[1] == grey && p[2] == grey) << where << ": at " << x << "," << y;
+        }
+      }
+    }
+    EXPECT_EQ(red, c.red) << where;
+    EXPECT_EQ(cyan, c.cyan) << where;
+  }
+  // A picture name that links to an input: refused in one line, the input kept.
+  fs::remove(picture);
+  fs::create_symlink(capture + "_0.yuv", picture);
+  const ToolRun refused = run_tool(dir_.path(), "replay " + capture);
+  EXPECT_EQ(refused.exit_code, 3);
+  EXPECT_EQ(refused.err, "tavo-hdr: " + capture +
+                             "_replay_diff.png is one of the inputs; the tool never writes over an input\n");
+  EXPECT_EQ(read_all(d + capture + "_0.yuv"), frames[0]);
 }
 
 // A copy of the PNG `from` whose header claims another size (its CRC fixed).

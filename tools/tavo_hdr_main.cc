@@ -25,6 +25,7 @@
 #include "tools/cli_args.h"
 #include "tools/contact_sheet.h"
 #include "tools/dump_names.h"
+#include "tools/frame_diff.h"
 #include "tools/image_io.h"
 #include "tools/interrupt.h"
 #include "tools/output_file.h"
@@ -274,6 +275,8 @@ int fuse_command(const Options& options) {
 
 // ---- replay --------------------------------------------------------------
 
+// The first line of a comparison: "identical", or how many bytes differ and
+// where the first one is.
 std::string compare(const std::vector<uint8_t>& ours, const std::vector<uint8_t>& theirs) {
   if (ours.size() != theirs.size()) {
     return "dumped output is " + std::to_string(theirs.size()) + " bytes, not " + std::to_string(ours.size());
@@ -285,6 +288,31 @@ std::string compare(const std::vector<uint8_t>& ours, const std::vector<uint8_t>
   if (differ == 0) return "identical";
   return std::to_string(differ) + " bytes differ, first at byte " + std::to_string(first);
 }
+
+// The difference picture of the result "<stem>.yuv": "<stem>_diff.png" beside it.
+std::string diff_picture_path(const std::string& result) {
+  return result.substr(0, result.size() - 4) + "_diff.png";
+}
+
+// The worst capture of a replay: the one with the most differing samples (Y,
+// U and V together), the earlier one on a tie. A dumped output of another size
+// is not ranked.
+struct Worst {
+  std::string base;
+  FrameDiff diff;
+  void consider(const std::string& capture, const FrameDiff& d) {
+    if (base.empty() || d.differing() > diff.differing()) {
+      base = capture;
+      diff = d;
+    }
+  }
+  void print() const {
+    if (base.empty()) return;
+    printf("worst capture: %s, %zu samples differ (Y %zu, U %zu, V %zu), luma PSNR %s\n", base.c_str(),
+           diff.differing(), diff.plane[0].differing, diff.plane[1].differing, diff.plane[2].differing,
+           psnr_text(diff.plane[0].psnr()).c_str());
+  }
+};
 
 // Where a capture's result goes: "<base>_replay.yuv" beside it or in
 // --out-dir. When an earlier capture of this run wrote that file (two
@@ -324,6 +352,7 @@ int replay_command(const Options& options) {
   Pool pool;
   if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
   int identical = 0, different = 0, without = 0, failed = 0, first_failure = kOk;
+  Worst worst;
   StageTimes sum;
   size_t replayed = 0;
   DeferInterrupts defer;  // a signal ends the replay after its current capture
@@ -362,6 +391,7 @@ int replay_command(const Options& options) {
     }
     add_file_id(target, &written);
     std::vector<uint8_t> theirs;
+    std::string details, picture_error;  // per-plane lines of a difference; why no picture was written
     if (dumped[replayed].empty()) {
       ++without;
       verdict = "replayed, no dumped output to compare";
@@ -371,16 +401,38 @@ int replay_command(const Options& options) {
       verdict = "failed: " + error;
     } else {
       verdict = compare(out, theirs);
-      verdict == "identical" ? ++identical : ++different;
+      if (verdict == "identical") {
+        ++identical;
+      } else if (out.size() != theirs.size()) {
+        ++different;
+      } else {
+        ChromaLayout layout;
+        parse_layout(frames.layout, &layout);
+        const FrameDiff diff = diff_frames(out.data(), theirs.data(), frames.width, frames.height, layout);
+        details = diff_report(diff, "    ");
+        const std::string picture = diff_picture_path(target);
+        if (write_image(picture, diff_picture(out.data(), theirs.data(), frames.width, frames.height, layout),
+                        &picture_error, inputs)) {
+          details += "    difference picture " + picture + "\n";
+          ++different;
+          worst.consider(base, diff);
+        } else {
+          details += "    no difference picture\n";
+          ++failed;
+          if (first_failure == kOk) first_failure = kInputError;
+        }
+      }
     }
     if (!target.ends_with("_replay.yuv")) verdict += " (an earlier capture has this name; result in " + target + ")";
-    printf("%s\n", verdict.c_str());
+    printf("%s\n%s", verdict.c_str(), details.c_str());
+    if (!picture_error.empty()) fail(kInputError, picture_error);
   }
   print_stage_times(sum);
   const int sig = interrupting_signal();
   const std::string stopped = sig == 0 ? "" : " (stopped by " + std::string(signal_name(sig)) + ")";
   printf("replayed %zu%s captures%s: %d identical, %d different, %d without output, %d failed\n", replayed,
          sig == 0 ? "" : (" of " + std::to_string(n)).c_str(), stopped.c_str(), identical, different, without, failed);
+  worst.print();
   if (sig != 0) return kInterrupted;
   if (first_failure != kOk) return first_failure;
   return different > 0 ? kReplayDiffers : kOk;
