@@ -43,12 +43,17 @@ struct ToolRun {
   std::string out, err;
 };
 
-// Runs the tool in `dir` with `args` (split at blanks) and TMPDIR=dir. With
-// `signal`, sends it once stdout shows `when`; with `memory`, that is all the
-// address space it gets.
+// Runs the tool (through the emulator in a cross build) in `dir` with `args`
+// (split at blanks) and TMPDIR=dir. With `signal`, sends it once stdout shows
+// `when`; with `memory`, that is all the address space it gets.
 ToolRun run_tool(const std::string& dir, const std::string& args, int signal = 0, const std::string& when = "",
                  rlim_t memory = 0) {
-  std::vector<std::string> words{TAVO_HDR_TOOL_PATH}, env{"TMPDIR=" + dir};
+  std::vector<std::string> words, env{"TMPDIR=" + dir};
+#ifdef TAVO_HDR_TOOL_EMULATOR
+  std::istringstream emulator(TAVO_HDR_TOOL_EMULATOR);
+  for (std::string word; emulator >> word;) words.push_back(word);
+#endif
+  words.push_back(TAVO_HDR_TOOL_PATH);
   std::istringstream split(args);
   for (std::string word; split >> word;) words.push_back(word);
   for (char** e = environ; *e != nullptr; ++e) {
