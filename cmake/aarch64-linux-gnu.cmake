@@ -19,4 +19,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 # searched after the sysroot's, so the C library's headers still come from there.
 set(CMAKE_C_FLAGS_INIT "-idirafter /usr/include/aarch64-linux-gnu")
 set(CMAKE_CXX_FLAGS_INIT "-idirafter /usr/include/aarch64-linux-gnu")
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64;-L;/usr/aarch64-linux-gnu)
+# The sysroot's C library goes first: the arm64 packages above bring a libc6:arm64
+# too, whose libc.so.6 must not be paired with the sysroot's dynamic loader.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64;-L;/usr/aarch64-linux-gnu;-E;LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib)
