@@ -12,6 +12,10 @@ packages=(
   libjpeg62-turbo-dev libpng-dev
   python3-dev python3-numpy pybind11-dev
 )
+# The aarch64 cross build links tavo-hdr against Debian's arm64 image libraries,
+# installed beside the amd64 ones (multiarch); the Debian packages are built
+# with dpkg-shlibdeps (dpkg-dev), which CPack feeds through file(1).
+packages+=(dpkg-dev file libjpeg62-turbo-dev:arm64 libpng-dev:arm64)
 
 missing=()
 for pkg in "${packages[@]}"; do
@@ -25,6 +29,10 @@ fi
 SUDO=""
 if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
 export DEBIAN_FRONTEND=noninteractive
+if [[ " ${missing[*]} " == *":arm64 "* ]] && [ "$(dpkg --print-architecture)" != arm64 ] &&
+   ! dpkg --print-foreign-architectures | grep -qx arm64; then
+  $SUDO dpkg --add-architecture arm64
+fi
 $SUDO apt-get update -qq
 $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
 echo "setup: installed ${missing[*]}"

@@ -1,6 +1,8 @@
 # Installs the build into WORK_DIR/prefix, then builds the consumer against it
 # twice, with find_package and with pkg-config, and runs both.
-# Arguments: BUILD_DIR, SOURCE_DIR, WORK_DIR, C_COMPILER, C_FLAGS.
+# Arguments: BUILD_DIR, SOURCE_DIR, WORK_DIR, C_COMPILER, C_FLAGS; optionally
+# PREFIX (a tree to use instead of installing, e.g. unpacked Debian packages),
+# TOOLCHAIN (for the consumer's build) and EMULATOR (to run the consumer).
 function(run)
   execute_process(COMMAND ${ARGN} RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err)
   if(NOT code EQUAL 0)
@@ -9,17 +11,25 @@ function(run)
   set(RUN_OUTPUT "${out}" PARENT_SCOPE)
 endfunction()
 
-set(prefix ${WORK_DIR}/prefix)
-file(REMOVE_RECURSE ${WORK_DIR})
-run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+if(PREFIX)
+  set(prefix ${PREFIX})
+else()
+  set(prefix ${WORK_DIR}/prefix)
+  file(REMOVE_RECURSE ${WORK_DIR})
+  run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+endif()
 if(NOT EXISTS ${prefix}/include/tavo_lumo_hdr.h)
   message(FATAL_ERROR "the header was not installed")
 endif()
 
-run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/consumer -DCMAKE_PREFIX_PATH=${prefix}
+set(toolchain)
+if(TOOLCHAIN)
+  set(toolchain -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN})
+endif()
+run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/consumer -DCMAKE_PREFIX_PATH=${prefix} ${toolchain}
     -DCMAKE_C_COMPILER=${C_COMPILER} "-DCMAKE_C_FLAGS=${C_FLAGS}")
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/consumer)
-run(${WORK_DIR}/consumer/consumer)
+run(${EMULATOR} ${WORK_DIR}/consumer/consumer)
 message(STATUS "find_package consumer: ${RUN_OUTPUT}")
 
 file(GLOB_RECURSE pc_files ${prefix}/*/tavo_lumo_hdr.pc)
@@ -40,5 +50,5 @@ foreach(flag IN LISTS flags)
 endforeach()
 separate_arguments(c_flags UNIX_COMMAND "${C_FLAGS}")
 run(${C_COMPILER} ${c_flags} ${SOURCE_DIR}/main.c -o ${WORK_DIR}/consumer_pc ${flags} -Wl,-rpath,${lib_dir})
-run(${WORK_DIR}/consumer_pc)
+run(${EMULATOR} ${WORK_DIR}/consumer_pc)
 message(STATUS "pkg-config consumer: ${RUN_OUTPUT}")

@@ -1,0 +1,143 @@
+# Builds the Debian packages of a build with cpack into WORK_DIR, checks each
+# one's control fields and files, checks that every library its programs need
+# is covered by its Depends, then unpacks the runtime and development packages
+# and builds and runs the consumer program against them.
+# Arguments: BUILD_DIR, WORK_DIR, ARCH (Debian architecture), VERSION, TOOL
+# (ON when the tool is packaged), and for the consumer CONSUMER_DIR, C_COMPILER,
+# C_FLAGS, TOOLCHAIN, EMULATOR (see install_consumer/run.cmake).
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT code EQUAL 0)
+    message(FATAL_ERROR "failed (${code}): ${ARGN}\n${out}\n${err}")
+  endif()
+  set(RUN_OUTPUT "${out}" PARENT_SCOPE)
+endfunction()
+
+string(REGEX MATCH "^[0-9]+" major "${VERSION}")
+set(lib "usr/lib/libtavo_lumo_hdr\\.so")
+set(cmake_dir "usr/lib/cmake/tavo_lumo_hdr")
+
+# Per component: the package name, its exact files (regular expressions, one
+# for each file or link), and what its Depends must hold besides the libraries
+# its programs need.
+set(runtime_package libtavo-lumo-hdr${major})
+set(runtime_files "${lib}\\.${VERSION}" "${lib}\\.${major} -> libtavo_lumo_hdr\\.so\\.${VERSION}")
+set(dev_package libtavo-lumo-hdr-dev)
+set(dev_files "usr/include/tavo_lumo_hdr\\.h" "${lib} -> libtavo_lumo_hdr\\.so\\.${major}"
+  "usr/lib/pkgconfig/tavo_lumo_hdr\\.pc" "${cmake_dir}/tavo_lumo_hdrConfig\\.cmake"
+  "${cmake_dir}/tavo_lumo_hdrConfigVersion\\.cmake" "${cmake_dir}/tavo_lumo_hdrTargets\\.cmake"
+  "${cmake_dir}/tavo_lumo_hdrTargets-[a-z]+\\.cmake")
+set(dev_depends "${runtime_package} \\(= ${VERSION}\\)")
+set(tool_package tavo-hdr)
+set(tool_files "usr/bin/tavo-hdr")
+set(components runtime dev)
+if(TOOL)
+  list(APPEND components tool)
+endif()
+
+# The Debian package that provides each shared library a packaged program may need.
+set(provider_libc.so.6 libc6)
+set(provider_libm.so.6 libc6)
+set(provider_libstdc++.so.6 libstdc++6)
+set(provider_libgcc_s.so.1 libgcc-s1)
+set(provider_liblog.so.0 android-liblog)
+set(provider_libjpeg.so.62 libjpeg62-turbo)
+set(provider_libpng16.so.16 libpng16-16)
+set(provider_libz.so.1 zlib1g)
+set(provider_libtavo_lumo_hdr.so.${major} ${runtime_package})
+
+file(REMOVE_RECURSE ${WORK_DIR})
+run(${CMAKE_CPACK_COMMAND} --config ${BUILD_DIR}/CPackConfig.cmake -G DEB -B ${WORK_DIR}/debs)
+file(GLOB debs ${WORK_DIR}/debs/*.deb)
+list(LENGTH debs count)
+list(LENGTH components expected)
+if(NOT count EQUAL expected)
+  message(FATAL_ERROR "expected ${expected} packages, cpack made: ${debs}")
+endif()
+
+set(root ${WORK_DIR}/root)
+foreach(component IN LISTS components)
+  set(package ${${component}_package})
+  set(deb ${WORK_DIR}/debs/${package}_${VERSION}_${ARCH}.deb)
+  if(NOT EXISTS ${deb})
+    message(FATAL_ERROR "no ${deb} among ${debs}")
+  endif()
+  foreach(field IN ITEMS Package Version Architecture)
+    run(dpkg-deb --field ${deb} ${field})
+    string(STRIP "${RUN_OUTPUT}" value)
+    set(${field} "${value}")
+  endforeach()
+  if(NOT "${Package};${Version};${Architecture}" STREQUAL "${package};${VERSION};${ARCH}")
+    message(FATAL_ERROR "${deb}: Package ${Package}, Version ${Version}, Architecture ${Architecture}")
+  endif()
+  run(dpkg-deb --field ${deb} Depends)
+  string(STRIP "${RUN_OUTPUT}" depends)
+  message(STATUS "${package}: Depends: ${depends}")
+
+  # Exactly the expected files: each listed one present, nothing else.
+  run(dpkg-deb --contents ${deb})
+  string(REGEX REPLACE "\n$" "" listing "${RUN_OUTPUT}")
+  string(REPLACE "\n" ";" listing "${listing}")
+  set(unmatched ${${component}_files})
+  foreach(line IN LISTS listing)
+    if(NOT line MATCHES " \\./(.*[^/])$")
+      continue()  # a directory
+    endif()
+    set(entry "${CMAKE_MATCH_1}")
+    set(known FALSE)
+    foreach(pattern IN LISTS ${component}_files)
+      if(entry MATCHES "^${pattern}$")
+        set(known TRUE)
+        list(REMOVE_ITEM unmatched "${pattern}")
+      endif()
+    endforeach()
+    if(NOT known)
+      message(FATAL_ERROR "${package} holds the unexpected ${entry}")
+    endif()
+  endforeach()
+  if(unmatched)
+    message(FATAL_ERROR "${package} lacks ${unmatched}:\n${RUN_OUTPUT}")
+  endif()
+
+  # Depends: the fixed part, and the package of every library a program needs.
+  set(required ${${component}_depends})
+  run(dpkg-deb -x ${deb} ${WORK_DIR}/${component})
+  file(GLOB_RECURSE files ${WORK_DIR}/${component}/*)
+  foreach(file IN LISTS files)
+    if(IS_SYMLINK ${file})
+      continue()
+    endif()
+    file(READ ${file} magic LIMIT 4 HEX)
+    if(NOT magic STREQUAL "7f454c46")
+      continue()
+    endif()
+    run(readelf --dynamic ${file})
+    string(REGEX MATCHALL "\\(NEEDED\\)[^[]*\\[[^]]+\\]" needed "${RUN_OUTPUT}")
+    foreach(entry IN LISTS needed)
+      string(REGEX REPLACE ".*\\[(.*)\\]" "\\1" soname "${entry}")
+      if(NOT DEFINED provider_${soname})
+        message(FATAL_ERROR "${file} needs ${soname}, whose package this test does not know")
+      endif()
+      string(REGEX REPLACE "([.+])" "\\\\\\1" provider "${provider_${soname}}")
+      list(APPEND required "${provider}( |,|$)")
+    endforeach()
+  endforeach()
+  list(REMOVE_DUPLICATES required)
+  foreach(pattern IN LISTS required)
+    if(NOT depends MATCHES "(^|, )${pattern}")
+      message(FATAL_ERROR "${package}: Depends '${depends}' lacks ${pattern}")
+    endif()
+  endforeach()
+
+  if(component STREQUAL "runtime" OR component STREQUAL "dev")
+    run(dpkg-deb -x ${deb} ${root})
+  endif()
+endforeach()
+
+execute_process(COMMAND ${CMAKE_COMMAND} -DPREFIX=${root}/usr -DSOURCE_DIR=${CONSUMER_DIR}
+    -DWORK_DIR=${WORK_DIR} -DC_COMPILER=${C_COMPILER} "-DC_FLAGS=${C_FLAGS}" -DTOOLCHAIN=${TOOLCHAIN}
+    "-DEMULATOR=${EMULATOR}" -P ${CONSUMER_DIR}/run.cmake
+  RESULT_VARIABLE code)
+if(NOT code EQUAL 0)
+  message(FATAL_ERROR "the consumer failed against the unpacked packages")
+endif()
