@@ -10,21 +10,10 @@
 
 namespace {
 
-// A band of the level: the planes at row 0, the input rows taken in chunks
-// of an even number of rows, so that no 2x2 block straddles two chunks.
+// A band of one level of one or more decompositions of one size: the input
+// rows taken in chunks of an even number of rows, so that no 2x2 block
+// straddles two chunks.
 struct WaveletJob {
-  const uint8_t* src;
-  uint8_t* approx;
-  uint8_t* bitmap;
-  uint8_t* mask;
-  int32_t width;
-  int32_t threshold;
-  tavo::RowChunks* chunks;
-};
-
-// One level of several decompositions of one size, the input rows taken in
-// chunks.
-struct WaveletLevelJob {
   const tavo::WaveletTarget* targets;
   int32_t count;
   int32_t width;
@@ -48,19 +37,6 @@ extern "C" TAVO_HDR_EXPORT int32_t wltDecompose_parameter(void* record) {
   while (a.chunks->take(&first, &rows)) {
     const int64_t in = static_cast<int64_t>(first) * a.width;
     const int64_t out = static_cast<int64_t>(first / 2) * out_width;
-    wltDecompose(a.src + in, a.approx + out, a.bitmap + out, a.mask + out, a.width, rows, a.threshold);
-  }
-  tavo::band_done(record);
-  return 0;
-}
-
-static int32_t wavelet_level_body(void* record) {
-  const auto& a = tavo::band_payload<WaveletLevelJob>(record);
-  const int64_t out_width = (a.width & 1) + a.width / 2;
-  int32_t first = 0, rows = 0;
-  while (a.chunks->take(&first, &rows)) {
-    const int64_t in = static_cast<int64_t>(first) * a.width;
-    const int64_t out = static_cast<int64_t>(first / 2) * out_width;
     for (int32_t t = 0; t < a.count; ++t) {
       const tavo::WaveletTarget& d = a.targets[t];
       wltDecompose(d.src + in, d.approx + out, d.bitmap + out, d.mask + out, a.width, rows, d.threshold);
@@ -72,20 +48,18 @@ static int32_t wavelet_level_body(void* record) {
 
 void tavo::decompose_level(const WaveletTarget* targets, int32_t count, int32_t width, int32_t height) {
   RowChunks chunks(height);
-  run_bands<WaveletLevelJob>(kBands, wavelet_level_body, [&](int32_t, WaveletLevelJob& a) {
-    a = WaveletLevelJob{targets, count, width, &chunks};
+  run_bands<WaveletJob>(kBands, wltDecompose_parameter, [&](int32_t, WaveletJob& a) {
+    a = WaveletJob{targets, count, width, &chunks};
   }, static_cast<int64_t>(width) * height * count);
 }
 
-// Four bands taking the input rows in chunks.
+// One decomposition: four bands taking the input rows in chunks.
 extern "C" TAVO_HDR_EXPORT uint32_t wltDecompose_process(const uint8_t* src, int32_t width,
                                                          int32_t height, uint8_t* approx_out,
                                                          int32_t threshold, uint8_t* bitmap_out,
                                                          uint8_t* mask_out) {
   if (src == nullptr) HDR_LOG("in_buffer is NULL\n");
-  tavo::RowChunks chunks(height);
-  tavo::run_bands<WaveletJob>(tavo::kBands, wltDecompose_parameter, [&](int32_t, WaveletJob& a) {
-    a = WaveletJob{src, approx_out, bitmap_out, mask_out, width, threshold, &chunks};
-  }, static_cast<int64_t>(width) * height);
+  const tavo::WaveletTarget target{src, approx_out, bitmap_out, mask_out, threshold};
+  tavo::decompose_level(&target, 1, width, height);
   return 0;
 }
