@@ -10,12 +10,7 @@ void build_chroma_weights(const uint16_t* lut, int32_t* weights) {
 }
 
 bool chroma_weights_positive(const int32_t* weights, int32_t frames) {
-  int32_t largest = 1;
-  for (int i = 0; i < kChromaWeights; ++i) {
-    if (weights[i] < 1) return false;
-    if (weights[i] > largest) largest = weights[i];
-  }
-  return frames >= 1 && static_cast<int64_t>(frames) * largest * 255 <= INT32_MAX;
+  return weights_stay_positive(weights, frames, 255);  // samples of at most 255
 }
 
 namespace {

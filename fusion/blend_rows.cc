@@ -13,12 +13,7 @@ void build_exposure_factors(const uint16_t* lut, int32_t* factors) {
 }
 
 bool exposure_weights_positive(const int32_t* factors, int32_t frames) {
-  int32_t largest = 1;
-  for (int i = 0; i < kExposureFactors; ++i) {
-    if (factors[i] < 1) return false;
-    if (factors[i] > largest) largest = factors[i];
-  }
-  return frames >= 1 && static_cast<int64_t>(frames) * largest * 512 <= INT32_MAX;
+  return weights_stay_positive(factors, frames, 512);  // contrast factors of at most 512
 }
 
 namespace {

@@ -8,22 +8,10 @@
 namespace tavo {
 namespace {
 
-void reduce_h_c(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
+template <class Sample>
+void reduce_h_c(const Sample* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
   dst[0] = reduce_column(src, src_width, dst_width, 0);
-  for (int32_t j = 1; j < dst_width - 1; ++j) {
-    const uint16_t* x = src + 2 * j;
-    dst[j] = reduce_tap(x[-2], x[-1], x[0], x[1], x[2]);
-  }
-  if (dst_width > 1) dst[dst_width - 1] = reduce_column(src, src_width, dst_width, dst_width - 1);
-}
-
-void reduce_h_luma_c(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
-  dst[0] = reduce_column(src, src_width, dst_width, 0);
-  for (int32_t j = 1; j < dst_width - 1; ++j) {
-    const uint8_t* x = src + 2 * j;
-    dst[j] = reduce_luma_tap(x[-2], x[-1], x[0], x[1], x[2]);
-  }
-  if (dst_width > 1) dst[dst_width - 1] = reduce_column(src, src_width, dst_width, dst_width - 1);
+  reduce_h_tail(src, src_width, dst, dst_width, 1);
 }
 
 void reduce_v_c(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
@@ -108,7 +96,7 @@ void collapse_odd_c(int16_t* level, const uint16_t* centre, const uint16_t* belo
 }  // namespace
 
 const PyramidRows kPyramidRowsPortable = {
-    reduce_h_c,           reduce_h_luma_c,  reduce_v_c,      reduce_v_c,
+    reduce_h_c<uint16_t>, reduce_h_c<uint8_t>, reduce_v_c,   reduce_v_c,
     expand_h_c<uint16_t>, expand_h_c<int16_t>, laplacian_even_c, laplacian_odd_c,
     collapse_even_c,      collapse_odd_c,
 };

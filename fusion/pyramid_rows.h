@@ -45,10 +45,21 @@ constexpr uint16_t reduce_column(const Sample* row, int32_t src_width, int32_t d
   return reduce_tap(x(c - 2), x(c - 1), x(c), x(c + 1), x(c + 2));
 }
 
-// The reduce filter on luma x 16 needs no rounding: (16 s + 8) >> 4 = s for
-// the tap sum s of the 8-bit samples, at most 4080.
-constexpr uint16_t reduce_luma_tap(uint32_t a, uint32_t b, uint32_t c, uint32_t d, uint32_t e) {
-  return static_cast<uint16_t>(a + 4 * b + 6 * c + 4 * d + e);
+// Columns j ... dst_width - 1 of the horizontal reduce: the interior formula,
+// then the last column's reflection. The portable rows run it from column 1,
+// the vector rows from where their steps end. On luma x 16 the filter needs
+// no rounding: (16 s + 8) >> 4 = s for the tap sum s of the 8-bit samples.
+template <class Sample>
+inline void reduce_h_tail(const Sample* src, int32_t src_width, uint16_t* dst, int32_t dst_width, int32_t j) {
+  for (; j < dst_width - 1; ++j) {
+    const Sample* x = src + 2 * j;
+    if constexpr (sizeof(Sample) == 1) {
+      dst[j] = static_cast<uint16_t>(x[-2] + 4 * x[-1] + 6 * x[0] + 4 * x[1] + x[2]);
+    } else {
+      dst[j] = reduce_tap(x[-2], x[-1], x[0], x[1], x[2]);
+    }
+  }
+  if (dst_width > 1) dst[dst_width - 1] = reduce_column(src, src_width, dst_width, dst_width - 1);
 }
 
 // The two phases of the expansion, in 32 bits with arithmetic shifts (the

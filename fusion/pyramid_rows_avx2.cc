@@ -63,11 +63,7 @@ void reduce_h_avx2(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_
     const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(r, r), 0x08);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + j), _mm256_castsi256_si128(packed));
   }
-  for (; j < dst_width - 1; ++j) {
-    const uint16_t* x = src + 2 * j;
-    dst[j] = reduce_tap(x[-2], x[-1], x[0], x[1], x[2]);
-  }
-  if (dst_width > 1) dst[dst_width - 1] = reduce_column(src, src_width, dst_width, dst_width - 1);
+  reduce_h_tail(src, src_width, dst, dst_width, j);
 }
 
 // Luma rows: sixteen outputs from three overlapping loads seen as 16-bit
@@ -88,11 +84,7 @@ void reduce_h_luma_avx2(const uint8_t* src, int32_t src_width, uint16_t* dst, in
     const __m256i six = _mm256_add_epi16(_mm256_slli_epi16(centre, 2), _mm256_add_epi16(centre, centre));
     store16(dst + j, _mm256_add_epi16(_mm256_add_epi16(outer, _mm256_slli_epi16(inner, 2)), six));
   }
-  for (; j < dst_width - 1; ++j) {
-    const uint8_t* x = src + 2 * j;
-    dst[j] = reduce_luma_tap(x[-2], x[-1], x[0], x[1], x[2]);
-  }
-  if (dst_width > 1) dst[dst_width - 1] = reduce_column(src, src_width, dst_width, dst_width - 1);
+  reduce_h_tail(src, src_width, dst, dst_width, j);
 }
 
 void reduce_v_avx2(const uint16_t* const* rows, uint16_t* dst, int32_t width) {

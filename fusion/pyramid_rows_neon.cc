@@ -48,11 +48,7 @@ void reduce_h_neon(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_
     const uint16x8x2_t v2 = vld2q_u16(src + 2 * j + 2);
     vst1q_u16(dst + j, reduce8(v0.val[0], v0.val[1], v1.val[0], v1.val[1], v2.val[0]));
   }
-  for (; j < dst_width - 1; ++j) {
-    const uint16_t* x = src + 2 * j;
-    dst[j] = reduce_tap(x[-2], x[-1], x[0], x[1], x[2]);
-  }
-  if (dst_width > 1) dst[dst_width - 1] = reduce_column(src, src_width, dst_width, dst_width - 1);
+  reduce_h_tail(src, src_width, dst, dst_width, j);
 }
 
 // Luma rows: de-interleaving byte loads, the tap sums of 8-bit samples in
@@ -70,11 +66,7 @@ void reduce_h_luma_neon(const uint8_t* src, int32_t src_width, uint16_t* dst, in
     sum = vmlal_u8(sum, v1.val[0], vdup_n_u8(6));
     vst1q_u16(dst + j, sum);
   }
-  for (; j < dst_width - 1; ++j) {
-    const uint8_t* x = src + 2 * j;
-    dst[j] = reduce_luma_tap(x[-2], x[-1], x[0], x[1], x[2]);
-  }
-  if (dst_width > 1) dst[dst_width - 1] = reduce_column(src, src_width, dst_width, dst_width - 1);
+  reduce_h_tail(src, src_width, dst, dst_width, j);
 }
 
 void reduce_v_neon(const uint16_t* const* rows, uint16_t* dst, int32_t width) {

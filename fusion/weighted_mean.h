@@ -17,6 +17,19 @@
 
 namespace tavo {
 
+// True when each of the 256 weights of a table is at least 1 and the sum of
+// `frames` of the largest, each multiplied by up to `multiplier`, stays below
+// 2^31: every weight sum a vector row forms then lies in [1, 2^31), so the
+// row may skip the zero, sign and overflow cases of the grouped rules.
+inline bool weights_stay_positive(const int32_t* weights, int32_t frames, int32_t multiplier) {
+  int32_t largest = 1;
+  for (int i = 0; i < 256; ++i) {
+    if (weights[i] < 1) return false;
+    if (weights[i] > largest) largest = weights[i];
+  }
+  return frames >= 1 && static_cast<int64_t>(frames) * largest * multiplier <= INT32_MAX;
+}
+
 // Largest magnitude of a blended luma sample (255 x 16).
 inline constexpr int32_t kBlendClamp = 4080;
 
