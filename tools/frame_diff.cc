@@ -18,15 +18,20 @@ void add_sample(PlaneDiff* p, uint8_t a, uint8_t b) {
   if (d > p->largest) p->largest = d;
 }
 
-// Offsets of the U and V samples of chroma block (row r, column c) from the
-// start of the chroma data.
-void chroma_offsets(size_t w, size_t h, ChromaLayout layout, size_t r, size_t c, size_t* u, size_t* v) {
-  if (layout == ChromaLayout::kPlanar) {
-    *u = r * (w / 2) + c;
-    *v = (w / 2) * (h / 2) + *u;
-  } else {
-    *v = r * w + 2 * c;
-    *u = *v + 1;
+// visit(r, c, u, v) for every chroma block (row r, column c), with the offsets
+// of its U and V samples from the start of the chroma data.
+template <class Visit>
+void for_each_chroma(size_t w, size_t h, ChromaLayout layout, Visit visit) {
+  for (size_t r = 0; r < h / 2; ++r) {
+    for (size_t c = 0; c < w / 2; ++c) {
+      if (layout == ChromaLayout::kPlanar) {
+        const size_t u = r * (w / 2) + c;
+        visit(r, c, u, (w / 2) * (h / 2) + u);
+      } else {
+        const size_t v = r * w + 2 * c;
+        visit(r, c, v + 1, v);
+      }
+    }
   }
 }
 
@@ -45,14 +50,10 @@ FrameDiff diff_frames(const uint8_t* ours, const uint8_t* theirs, int32_t width,
   for (size_t i = 0; i < w * h; ++i) add_sample(&diff.plane[0], ours[i], theirs[i]);
   const uint8_t* a = ours + w * h;
   const uint8_t* b = theirs + w * h;
-  for (size_t r = 0; r < h / 2; ++r) {
-    for (size_t c = 0; c < w / 2; ++c) {
-      size_t u, v;
-      chroma_offsets(w, h, layout, r, c, &u, &v);
-      add_sample(&diff.plane[1], a[u], b[u]);
-      add_sample(&diff.plane[2], a[v], b[v]);
-    }
-  }
+  for_each_chroma(w, h, layout, [&](size_t, size_t, size_t u, size_t v) {
+    add_sample(&diff.plane[1], a[u], b[u]);
+    add_sample(&diff.plane[2], a[v], b[v]);
+  });
   return diff;
 }
 
@@ -89,17 +90,13 @@ RgbImage diff_picture(const uint8_t* ours, const uint8_t* theirs, int32_t width,
   }
   const uint8_t* a = ours + w * h;
   const uint8_t* b = theirs + w * h;
-  for (size_t r = 0; r < h / 2; ++r) {
-    for (size_t c = 0; c < w / 2; ++c) {
-      size_t u, v;
-      chroma_offsets(w, h, layout, r, c, &u, &v);
-      if (a[u] == b[u] && a[v] == b[v]) continue;
-      const size_t top = 2 * r * w + 2 * c;
-      for (size_t i : {top, top + 1, top + w, top + w + 1}) {
-        if (ours[i] == theirs[i]) paint(i, kChromaDiffers);
-      }
+  for_each_chroma(w, h, layout, [&](size_t r, size_t c, size_t u, size_t v) {
+    if (a[u] == b[u] && a[v] == b[v]) return;
+    const size_t top = 2 * r * w + 2 * c;
+    for (size_t i : {top, top + 1, top + w, top + w + 1}) {
+      if (ours[i] == theirs[i]) paint(i, kChromaDiffers);
     }
-  }
+  });
   return image;
 }
 

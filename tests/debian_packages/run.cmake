@@ -5,13 +5,7 @@
 # Arguments: BUILD_DIR, WORK_DIR, ARCH (Debian architecture), VERSION, TOOL
 # (ON when the tool is packaged), and for the consumer CONSUMER_DIR, C_COMPILER,
 # C_FLAGS, TOOLCHAIN, EMULATOR (see install_consumer/run.cmake).
-function(run)
-  execute_process(COMMAND ${ARGN} RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err)
-  if(NOT code EQUAL 0)
-    message(FATAL_ERROR "failed (${code}): ${ARGN}\n${out}\n${err}")
-  endif()
-  set(RUN_OUTPUT "${out}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/../run_checked.cmake)
 
 string(REGEX MATCH "^[0-9]+" major "${VERSION}")
 set(lib "usr/lib/libtavo_lumo_hdr\\.so")

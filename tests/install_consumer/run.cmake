@@ -3,13 +3,7 @@
 # Arguments: BUILD_DIR, SOURCE_DIR, WORK_DIR, C_COMPILER, C_FLAGS; optionally
 # PREFIX (a tree to use instead of installing, e.g. unpacked Debian packages),
 # TOOLCHAIN (for the consumer's build) and EMULATOR (to run the consumer).
-function(run)
-  execute_process(COMMAND ${ARGN} RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err)
-  if(NOT code EQUAL 0)
-    message(FATAL_ERROR "failed (${code}): ${ARGN}\n${out}\n${err}")
-  endif()
-  set(RUN_OUTPUT "${out}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/../run_checked.cmake)
 
 if(PREFIX)
   set(prefix ${PREFIX})
