@@ -5,17 +5,18 @@ set -euo pipefail
 
 packages=(
   cmake g++ make pkg-config
-  googletest libgtest-dev libbenchmark-dev
+  googletest libgtest-dev libbenchmark-dev ccache
   android-liblog-dev
   g++-aarch64-linux-gnu qemu-user
   valgrind
   libjpeg62-turbo-dev libpng-dev
   python3-dev python3-numpy pybind11-dev
 )
-# The aarch64 cross build links tavo-hdr against Debian's arm64 image libraries,
+# The aarch64 cross build links tavo-hdr against Debian's arm64 image libraries
+# and the tests against its arm64 GoogleTest,
 # installed beside the amd64 ones (multiarch); the Debian packages are built
 # with dpkg-shlibdeps (dpkg-dev), which CPack feeds through file(1).
-packages+=(dpkg-dev file libjpeg62-turbo-dev:arm64 libpng-dev:arm64)
+packages+=(dpkg-dev file libjpeg62-turbo-dev:arm64 libpng-dev:arm64 libgtest-dev:arm64)
 
 missing=()
 for pkg in "${packages[@]}"; do
