@@ -105,7 +105,7 @@ void tavo::score_candidates(const uint8_t* const (*planes)[4], int32_t sets, int
   tavo::RowChunks chunks(height);
   const int32_t candidates = sets * kCandidates;
   tavo::run_bands<CandidatesJob>(
-      tavo::kBands, candidates_body, [&](int32_t, CandidatesJob& a) {
+      tavo::kBandCount, candidates_body, [&](int32_t, CandidatesJob& a) {
         for (int32_t s = 0; s < sets; ++s) {
           for (int i = 0; i < 4; ++i) a.planes[s][i] = planes[s][i];
         }
@@ -122,7 +122,7 @@ void tavo::score_candidates(const uint8_t* const (*planes)[4], int32_t sets, int
       static_cast<int64_t>(width) * height * sets);
   for (int32_t k = 0; k < candidates; ++k) {
     counts[k] = 0;
-    for (int32_t b = 0; b < tavo::kBands; ++b) counts[k] += tavo::band_payload<CandidatesJob>(&arg[b]).partial[k];
+    for (int32_t b = 0; b < tavo::kBandCount; ++b) counts[k] += tavo::band_payload<CandidatesJob>(&arg[b]).partial[k];
   }
 }
 

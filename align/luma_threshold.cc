@@ -185,9 +185,9 @@ void tavo::frame_thresholds(const uint8_t* const* frames, int32_t width, int32_t
   if (counting_pays(width, height)) {
     uint8_t levels[kFrames][kThresholdLevels];
     for (int32_t f = 0; f < kFrames; ++f) window_levels(estimated_level(frames[f], width, height, targets[f]), levels[f]);
-    uint64_t above[kBands][kFrames][kThresholdLevels] = {};
+    uint64_t above[kBandCount][kFrames][kThresholdLevels] = {};
     RowChunks chunks(height);
-    run_bands<ThresholdBand>(kBands, threshold_band_body, [&](int32_t b, ThresholdBand& a) {
+    run_bands<ThresholdBand>(kBandCount, threshold_band_body, [&](int32_t b, ThresholdBand& a) {
       a = ThresholdBand{frames, width, &chunks, &levels[0][0], &above[b][0][0], nullptr};
     }, work);
     const uint64_t n = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
@@ -202,9 +202,9 @@ void tavo::frame_thresholds(const uint8_t* const* frames, int32_t width, int32_t
   }
   if (settled) return;
 
-  uint32_t histograms[kBands][kFrames][256] = {};
+  uint32_t histograms[kBandCount][kFrames][256] = {};
   RowChunks chunks(height);
-  run_bands<ThresholdBand>(kBands, threshold_band_body, [&](int32_t b, ThresholdBand& a) {
+  run_bands<ThresholdBand>(kBandCount, threshold_band_body, [&](int32_t b, ThresholdBand& a) {
     a = ThresholdBand{frames, width, &chunks, nullptr, nullptr, &histograms[b][0][0]};
   }, work);
   for (int32_t f = 0; f < kFrames; ++f) {

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "platform/yuv420_frame.h"
+
 namespace tavo {
 
 struct CropWindow {
@@ -34,6 +36,6 @@ int32_t register_frames(const uint8_t* const* frames, int32_t width, int32_t hei
 
 // What image_resize writes, computed by the worker pool in chunks of rows.
 void resize_in_bands(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t src_height,
-                     int32_t dst_width, int32_t dst_height, const char* layout);
+                     int32_t dst_width, int32_t dst_height, ChromaLayout layout);
 
 }  // namespace tavo

@@ -12,6 +12,7 @@
 #include "align/registration.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/arm_float.h"
+#include "platform/yuv420_frame.h"
 #include "pool/band_jobs.h"
 
 namespace {
@@ -98,10 +99,10 @@ void resize_luma(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t sr
 void resize_chroma(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t src_height,
                    int32_t dst_width, int32_t dst_height, float sx, float sy, bool interleave,
                    int32_t first, int32_t end) {
-  const int64_t src_area = static_cast<int64_t>(src_width) * src_height;
-  const uint8_t* src_u = src + src_area;
-  const uint8_t* src_v = src + (src_area * 5) / 4;
-  const int64_t dst_area = static_cast<int64_t>(dst_width) * dst_height;
+  const tavo::Yuv420Planes from = tavo::yuv420_planes(src_width, src_height);
+  const tavo::Yuv420Planes to = tavo::yuv420_planes(dst_width, dst_height);
+  const uint8_t* src_u = src + from.u_plane;
+  const uint8_t* src_v = src + from.v_plane;
   const int32_t pairs = dst_width / 2;  // chroma columns of a destination row
 
   ColumnMap map;
@@ -114,11 +115,11 @@ void resize_chroma(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t 
       const uint8_t* su = src_u + src_offset;
       const uint8_t* sv = src_v + src_offset;
       if (interleave) {
-        map.interleave(su, sv, dst + dst_area + 2 * (static_cast<int64_t>(i) * pairs + j0));
+        map.interleave(su, sv, dst + to.vu_plane + 2 * (static_cast<int64_t>(i) * pairs + j0));
       } else {
         const int64_t dst_offset = (static_cast<int64_t>(i) * dst_width) / 2 + j0;
-        map.copy(su, dst + dst_area + dst_offset);
-        map.copy(sv, dst + (dst_area * 5) / 4 + dst_offset);
+        map.copy(su, dst + to.u_plane + dst_offset);
+        map.copy(sv, dst + to.v_plane + dst_offset);
       }
     }
   }
@@ -152,14 +153,14 @@ int32_t resize_band_body(void* record) {
 }  // namespace
 
 void tavo::resize_in_bands(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t src_height,
-                           int32_t dst_width, int32_t dst_height, const char* layout) {
+                           int32_t dst_width, int32_t dst_height, ChromaLayout layout) {
   if (dst_height < 1 || dst_width < 1) return;
   const float sx = static_cast<float>(src_width) / static_cast<float>(dst_width);
   const float sy = static_cast<float>(src_height) / static_cast<float>(dst_height);
   const bool chroma = dst_width >= 2 && dst_height >= 2;
-  const bool interleave = layout != nullptr && strcmp(layout, "YVU420_SEMIPLANAR") == 0;
+  const bool interleave = layout == ChromaLayout::kSemiPlanar;
   RowChunks chunks(dst_height);
-  run_bands<ResizeBand>(kBands, resize_band_body, [&](int32_t, ResizeBand& a) {
+  run_bands<ResizeBand>(kBandCount, resize_band_body, [&](int32_t, ResizeBand& a) {
     a = ResizeBand{src, dst, src_width, src_height, dst_width, dst_height, sx, sy, chroma, interleave, &chunks};
   }, static_cast<int64_t>(dst_width) * dst_height);
 }
@@ -172,6 +173,6 @@ extern "C" TAVO_HDR_EXPORT void image_resize(const uint8_t* src, uint8_t* dst, i
   const float sy = static_cast<float>(src_height) / static_cast<float>(dst_height);
   resize_luma(src, dst, src_width, src_height, dst_width, sx, sy, 0, dst_height);
   if (dst_width < 2 || dst_height < 2) return;
-  const bool interleave = layout != nullptr && strcmp(layout, "YVU420_SEMIPLANAR") == 0;
+  const bool interleave = tavo::parse_layout(layout) == tavo::ChromaLayout::kSemiPlanar;
   resize_chroma(src, dst, src_width, src_height, dst_width, dst_height, sx, sy, interleave, 0, dst_height / 2);
 }

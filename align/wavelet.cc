@@ -48,7 +48,7 @@ extern "C" TAVO_HDR_EXPORT int32_t wltDecompose_parameter(void* record) {
 
 void tavo::decompose_level(const WaveletTarget* targets, int32_t count, int32_t width, int32_t height) {
   RowChunks chunks(height);
-  run_bands<WaveletJob>(kBands, wltDecompose_parameter, [&](int32_t, WaveletJob& a) {
+  run_bands<WaveletJob>(kBandCount, wltDecompose_parameter, [&](int32_t, WaveletJob& a) {
     a = WaveletJob{targets, count, width, &chunks};
   }, static_cast<int64_t>(width) * height * count);
 }

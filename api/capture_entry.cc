@@ -15,6 +15,7 @@
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/properties.h"
+#include "platform/yuv420_frame.h"
 #include "pool/library_lock.h"
 #include "pool/thread_pool.h"
 
@@ -100,7 +101,9 @@ bool dump_file(const char* path, const uint8_t* data, size_t bytes, const DumpMe
   return true;
 }
 
-size_t frame_bytes(int32_t width, int32_t height) { return static_cast<size_t>((width * height * 3) / 2); }
+size_t frame_bytes(int32_t width, int32_t height) {
+  return static_cast<size_t>(tavo::yuv420_planes(width, height).frame_bytes);
+}
 
 // Dumps the three inputs under one time stamp; false after a failure.
 bool dump_inputs(const uint8_t* const* frames, int32_t width, int32_t height, const char* layout) {

@@ -1,6 +1,5 @@
 #include "api/capture_limits.h"
 
-#include "fusion/pyramid_block.h"
 #include "fusion/pyramid_geometry.h"
 
 namespace tavo {

@@ -1,8 +1,6 @@
 // The pipeline of one capture: registration, fusion inside the common crop
 // window, resize back to full size. The preset time limit and the camera's
 // stop request are checked at the end of every stage, never inside one.
-#include <cstring>
-
 #include "align/registration.h"
 #include "api/capture_limits.h"
 #include "api/lifecycle.h"
@@ -11,6 +9,7 @@
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/memory.h"
+#include "platform/yuv420_frame.h"
 #include "pool/library_lock.h"
 
 namespace {
@@ -43,6 +42,7 @@ extern "C" TAVO_HDR_EXPORT int32_t GetAlignImg(const uint8_t* const* frames, int
     return -1;
   }
   align_start_ns = tavo::platform::monotonic_ns();
+  const tavo::ChromaLayout chroma_layout = tavo::parse_layout(layout);
 
   tavo::CropWindow window{};
   if (tavo::register_frames(frames, width, height, &window) != 0) return -1;
@@ -52,9 +52,9 @@ extern "C" TAVO_HDR_EXPORT int32_t GetAlignImg(const uint8_t* const* frames, int
   // and the layout has chroma it fuses. Otherwise the buffer is zero-filled,
   // so that a crop whose luma or chroma the fusion leaves alone still resizes
   // to the same bytes every time.
-  const size_t frame_bytes = static_cast<size_t>((width * height * 3) / 2);
+  const auto frame_bytes = static_cast<size_t>(tavo::yuv420_planes(width, height).frame_bytes);
   const bool fused_whole = tavo::pyramid_level_count(window.width, window.height) >= 2 &&
-                           (strcmp(layout, "YUV420_PLANAR") == 0 || strcmp(layout, "YVU420_SEMIPLANAR") == 0);
+                           chroma_layout != tavo::ChromaLayout::kOther;
   auto* fused = static_cast<uint8_t*>(fused_whole ? tavo::platform::mem_alloc(frame_bytes)
                                                   : tavo::platform::mem_calloc(frame_bytes, 1));
   if (fused == nullptr) {
@@ -75,7 +75,7 @@ extern "C" TAVO_HDR_EXPORT int32_t GetAlignImg(const uint8_t* const* frames, int
   if (over_time("pyrFuse")) return -1;
   if (stop_requested()) return 1;
 
-  tavo::resize_in_bands(fused, out, window.width, window.height, width, height, layout);
+  tavo::resize_in_bands(fused, out, window.width, window.height, width, height, chroma_layout);
   if (over_time("resize")) return -1;
   if (stop_requested()) return 1;
   return 0;

@@ -8,6 +8,7 @@
 #include "chroma/chroma_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
+#include "platform/yuv420_frame.h"
 #include "pool/band_jobs.h"
 
 namespace tavo {
@@ -144,15 +145,14 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_plane_process(const uint8_t* const*
     return 0;
   }
   if (!tavo::frames_present(frames, crop, "fusionUV_plane_process")) return 0;
-  const int64_t luma_bytes = (2 * static_cast<int64_t>(src_stride)) * (2 * static_cast<int64_t>(src_rows));
-  const int64_t u_plane = luma_bytes;
-  const int64_t v_plane = luma_bytes * 5 / 4;
+  const tavo::Yuv420Planes planes =
+      tavo::yuv420_planes(2 * static_cast<int64_t>(src_stride), 2 * static_cast<int64_t>(src_rows));
   tavo::RowChunks chunks(rows);
-  tavo::run_bands<tavo::PlaneBand>(tavo::kBands, fusionUV_plane_parameter, [&](int32_t, tavo::PlaneBand& a) {
+  tavo::run_bands<tavo::PlaneBand>(tavo::kBandCount, fusionUV_plane_parameter, [&](int32_t, tavo::PlaneBand& a) {
     for (int f = 0; f < tavo::kChromaFrames; ++f) {
       const int64_t row_start = static_cast<int64_t>(crop[2 * f + 1] / 2) * src_stride + crop[2 * f] / 2;
-      a.u[f] = frames[f] + u_plane + row_start;
-      a.v[f] = frames[f] + v_plane + row_start;
+      a.u[f] = frames[f] + planes.u_plane + row_start;
+      a.v[f] = frames[f] + planes.v_plane + row_start;
     }
     a.out_u = out_u;
     a.out_v = out_v;
@@ -182,10 +182,10 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_semiplane_process(const uint8_t* co
     return 0;
   }
   if (!tavo::frames_present(frames, crop, "fusionUV_semiplane_process")) return 0;
-  const int64_t pair_plane = static_cast<int64_t>(src_stride) * src_height;
+  const int64_t pair_plane = tavo::yuv420_planes(src_stride, src_height).vu_plane;
   const int32_t pairs = out_width / 2;
   tavo::RowChunks chunks(rows);
-  tavo::run_bands<tavo::PairBand>(tavo::kBands, fusionUV_semiplane_parameter, [&](int32_t, tavo::PairBand& a) {
+  tavo::run_bands<tavo::PairBand>(tavo::kBandCount, fusionUV_semiplane_parameter, [&](int32_t, tavo::PairBand& a) {
     for (int f = 0; f < tavo::kChromaFrames; ++f) {
       a.src[f] = frames[f] + pair_plane + static_cast<int64_t>(crop[2 * f + 1] / 2) * src_stride + crop[2 * f];
     }

@@ -2,7 +2,7 @@
 // frames' co-sited samples, each weighted by the chroma table at its own value,
 // so the most saturated frame dominates. The first 8*floor(n/8) samples of a
 // row are divided by the grouped rule, the rest by the exact rule
-// (fusion/weighted_mean.h).
+// (platform/fixed_point_mean.h).
 //
 // The portable functions are the reference; the _NEON and _AVX2 variants give
 // the same bytes for the runs of eight.

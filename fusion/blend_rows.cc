@@ -1,7 +1,7 @@
 #include "fusion/blend_rows.h"
 
-#include "fusion/weighted_mean.h"
 #include "platform/cpu.h"
+#include "platform/fixed_point_mean.h"
 
 namespace tavo {
 

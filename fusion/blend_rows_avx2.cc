@@ -7,8 +7,8 @@
 #include <immintrin.h>
 
 #include "fusion/blend_rows.h"
-#include "fusion/weighted_mean.h"
 #include "platform/arm_float_avx2.h"
+#include "platform/fixed_point_mean.h"
 
 namespace tavo {
 
@@ -89,7 +89,7 @@ void blend_groups(const BlendRowArgs& row, int32_t x0, int32_t count) {
     // clamp only.
     const __m256i q0 = _mm256_and_si256(quotient<kPositive>(w[0], s[0]), low16);
     const __m256i q1 = _mm256_and_si256(quotient<kPositive>(w[1], s[1]), low16);
-    const __m256i v = _mm256_min_epi16(_mm256_packus_epi32(q0, q1), _mm256_set1_epi16(kBlendClamp));
+    const __m256i v = _mm256_min_epi16(_mm256_packus_epi32(q0, q1), _mm256_set1_epi16(kLumaFixedMax));
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(row.out + x), v);
   }
   if (x < end) BlendGroups_C(row, x, end - x);

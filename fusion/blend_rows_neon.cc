@@ -5,8 +5,8 @@
 #include <arm_neon.h>
 
 #include "fusion/blend_rows.h"
-#include "fusion/weighted_mean.h"
 #include "platform/arm_float_neon.h"
+#include "platform/fixed_point_mean.h"
 
 namespace tavo {
 
@@ -53,7 +53,7 @@ void BlendGroups_NEON(const BlendRowArgs& row, int32_t x0, int32_t count) {
       s_hi = vmlaq_u32(s_hi, wh, vreinterpretq_u32_s32(vmovl_high_s16(lap)));
     }
     const int16x8_t v = vcombine_s16(grouped_quotient(w_lo, s_lo), grouped_quotient(w_hi, s_hi));
-    vst1q_s16(row.out + x, vminq_s16(v, vdupq_n_s16(kBlendClamp)));
+    vst1q_s16(row.out + x, vminq_s16(v, vdupq_n_s16(kLumaFixedMax)));
   }
 }
 

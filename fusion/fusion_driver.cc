@@ -3,32 +3,18 @@
 // level down to the output luma (fusion/streamed_fusion.h), and fuses the
 // chroma. Every stage runs in bands on the worker pool; the stages run one
 // after another.
-#include <cstring>
-
 #include "chroma/chroma_fusion.h"
 #include "fusion/fusion_weights.h"
-#include "fusion/pyramid_block.h"
 #include "fusion/pyramid_geometry.h"
 #include "fusion/pyramid_stages.h"
 #include "fusion/streamed_fusion.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
 #include "platform/memory.h"
+#include "platform/yuv420_frame.h"
 #include "pool/library_lock.h"
 
 namespace tavo {
-
-PyramidBlockGeometry pyramid_block_geometry(uint32_t frames, const int32_t* widths,
-                                            const int32_t* heights, uint32_t levels) {
-  PyramidBlockGeometry g{frames, levels, 0, 0};
-  for (uint32_t l = 0; l < levels; ++l) {
-    const uint64_t level_samples = static_cast<uint64_t>(widths[l]) * static_cast<uint64_t>(heights[l]);
-    g.samples += level_samples;
-    if (l + 1 < levels) g.below_top += level_samples;
-  }
-  return g;
-}
-
 namespace {
 
 // Level-pointer tables and levels carved out of the block.
@@ -109,9 +95,8 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
     return -1;
   }
   // The chroma of the two known layouts is fused from exactly three frames.
-  const bool semiplanar = strcmp(layout, "YVU420_SEMIPLANAR") == 0;
-  const bool planar = !semiplanar && strcmp(layout, "YUV420_PLANAR") == 0;
-  if ((planar || semiplanar) && frame_count < tavo::kChromaFrames) {
+  const tavo::ChromaLayout chroma_layout = tavo::parse_layout(layout);
+  if (chroma_layout != tavo::ChromaLayout::kOther && frame_count < tavo::kChromaFrames) {
     HDR_LOG("pyrFuse input error: the chroma of %s is fused from %d frames, %u given\n", layout,
             tavo::kChromaFrames, frame_count);
     return -1;
@@ -200,12 +185,13 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
   }
 
   // Chroma, always written as planes: U after the luma, V after U.
-  uint8_t* out_u = out + width * height;
-  uint8_t* out_v = out + (width * height * 5) / 4;
-  if (semiplanar) {
+  const tavo::Yuv420Planes planes = tavo::yuv420_planes(width, height);
+  uint8_t* out_u = out + planes.u_plane;
+  uint8_t* out_v = out + planes.v_plane;
+  if (chroma_layout == tavo::ChromaLayout::kSemiPlanar) {
     fusionUV_semiplane_process(frames, out_u, out_v, chroma_weight_lut, static_cast<int32_t>(stride),
                                static_cast<int32_t>(frame_height), width, height / 2, offsets);
-  } else if (planar) {
+  } else if (chroma_layout == tavo::ChromaLayout::kPlanar) {
     fusionUV_plane_process(frames, out_u, out_v, chroma_weight_lut, static_cast<int32_t>(stride) / 2,
                            static_cast<int32_t>(frame_height) / 2, width / 2, height / 2, offsets);
   } else {

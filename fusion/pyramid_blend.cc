@@ -32,7 +32,7 @@ struct BlendBand {
 // band_count - 1; those rows and columns 0 and width-1 are weighted by exposure
 // alone and divided by the exact rule. Inside, weights include contrast;
 // columns 1 ... 8*floor((width-2)/8) divide by the grouped rule in runs of
-// eight, the remaining columns by the exact rule (fusion/weighted_mean.h).
+// eight, the remaining columns by the exact rule (platform/fixed_point_mean.h).
 extern "C" TAVO_HDR_EXPORT uint32_t fusion_pyramid(int16_t* out, const uint16_t* lut,
                                                    int16_t** lap_rows, uint16_t** gauss_rows,
                                                    int32_t width, int32_t rows, int32_t frames,
@@ -83,8 +83,8 @@ int32_t tavo::blend_level(int16_t** out_levels, const uint16_t* lut, int16_t*** 
                           int32_t level, uint32_t frames) {
   const int32_t width = widths[level];
   const tavo::BandSplit split = tavo::split_rows(heights[level], tavo::SplitRule::kPyramid);
-  int16_t** lap_arrays[4] = {};
-  uint16_t** gauss_arrays[4] = {};
+  int16_t** lap_arrays[tavo::kBandCount] = {};
+  uint16_t** gauss_arrays[tavo::kBandCount] = {};
   for (int32_t b = 0; b < split.bands; ++b) {
     lap_arrays[b] = static_cast<int16_t**>(tavo::platform::mem_alloc(sizeof(int16_t*) * frames));
     gauss_arrays[b] = static_cast<uint16_t**>(tavo::platform::mem_alloc(sizeof(uint16_t*) * frames));
@@ -107,7 +107,7 @@ int32_t tavo::blend_level(int16_t** out_levels, const uint16_t* lut, int16_t*** 
         a = tavo::BlendBand{out_levels[level] + first, lut, lap_arrays[b], gauss_arrays[b], width,
                             split.rows(b), static_cast<int32_t>(frames)};
       }, static_cast<int64_t>(width) * heights[level] * frames);
-  for (int b = 0; b < 4; ++b) {
+  for (int b = 0; b < tavo::kBandCount; ++b) {
     tavo::platform::mem_free(lap_arrays[b]);
     tavo::platform::mem_free(gauss_arrays[b]);
   }

@@ -18,10 +18,9 @@
 #include <cstdint>
 #include <type_traits>
 
-namespace tavo {
+#include "platform/fixed_point_mean.h"
 
-// Largest fixed-point luma sample: 255 x 16.
-inline constexpr int32_t kPyramidMaxSample = 4080;
+namespace tavo {
 
 // One output of the reduce filter: (a + 4b + 6c + 4d + e + 8) >> 4, in 32 bits.
 constexpr uint16_t reduce_tap(uint32_t a, uint32_t b, uint32_t c, uint32_t d, uint32_t e) {
@@ -95,7 +94,7 @@ constexpr int16_t laplacian_sample(uint16_t gauss, int32_t expanded) {
 // coarser level, clamped to 0 ... 4080.
 constexpr int16_t collapse_sample(int16_t fused, int32_t expanded) {
   int32_t r = fused + expanded;
-  if (r >= kPyramidMaxSample) r = kPyramidMaxSample;
+  if (r >= kLumaFixedMax) r = kLumaFixedMax;
   if (r <= 0) r = 0;
   return static_cast<int16_t>(r);
 }
@@ -113,7 +112,7 @@ struct PyramidRows {
   void (*reduce_h_luma)(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width);
   // Vertical reduce of five scratch rows: dst = reduce_tap(r[0] ... r[4]).
   void (*reduce_v)(const uint16_t* const* rows, uint16_t* dst, int32_t width);
-  // The same for rows of at most kPyramidMaxSample, as every level of a
+  // The same for rows of at most kLumaFixedMax, as every level of a
   // crop's pyramid holds: its sums, at most 16 x 4080 + 8, fit 16-bit lanes.
   void (*reduce_v_pyramid)(const uint16_t* const* rows, uint16_t* dst, int32_t width);
   // Horizontal expansion of a coarse row into fine_width samples

@@ -192,7 +192,7 @@ void laplacian_odd_avx2(const uint16_t* gauss, const uint16_t* centre, const uin
 template <bool kLuma>
 inline void collapse16(int16_t* level, __m256i v, uint8_t* luma) {
   const __m256i offset = _mm256_set1_epi16(static_cast<int16_t>(0x8000));
-  const __m256i top = _mm256_set1_epi16(static_cast<int16_t>(0x8000 + kPyramidMaxSample));
+  const __m256i top = _mm256_set1_epi16(static_cast<int16_t>(0x8000 + kLumaFixedMax));
   __m256i s = _mm256_adds_epu16(_mm256_xor_si256(load16(level), offset), v);
   s = _mm256_min_epu16(_mm256_max_epu16(s, offset), top);
   const __m256i r = _mm256_xor_si256(s, offset);

@@ -167,7 +167,7 @@ void laplacian_odd_neon(const uint16_t* gauss, const uint16_t* centre, const uin
 template <bool kLuma>
 inline void collapse8(int16_t* level, uint16x8_t v, uint8_t* luma) {
   const uint16x8_t offset = vdupq_n_u16(0x8000);
-  const uint16x8_t top = vdupq_n_u16(0x8000 + kPyramidMaxSample);
+  const uint16x8_t top = vdupq_n_u16(0x8000 + kLumaFixedMax);
   uint16x8_t s = vqaddq_u16(veorq_u16(vreinterpretq_u16_s16(vld1q_s16(level)), offset), v);
   s = vminq_u16(vmaxq_u16(s, offset), top);
   const uint16x8_t r = veorq_u16(s, offset);

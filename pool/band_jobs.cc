@@ -5,7 +5,7 @@
 #include "pool/thread_pool.h"
 
 extern "C" {
-TAVO_HDR_EXPORT band_record arg[4];
+TAVO_HDR_EXPORT band_record arg[tavo::kBandCount];
 TAVO_HDR_EXPORT int32_t count = 0;
 // Exported and never used.
 TAVO_HDR_EXPORT unsigned char p[300] = {0};
@@ -41,11 +41,11 @@ bool RowChunks::take(int32_t* first, int32_t* count) {
 }
 
 BandSplit split_rows(int32_t total, SplitRule rule) {
-  int32_t step = total / 4;
+  int32_t step = total / kBandCount;
   if (rule == SplitRule::kFourEven || rule == SplitRule::kPyramidEven) step &= ~1;
   const bool pyramid = rule == SplitRule::kPyramid || rule == SplitRule::kPyramidEven;
   if (pyramid && step < 2) return BandSplit{1, total, total};
-  return BandSplit{4, step, total};
+  return BandSplit{kBandCount, step, total};
 }
 
 namespace detail {

@@ -13,6 +13,11 @@
 #include "include/tavo_lumo_hdr.h"
 #include "pool/library_lock.h"
 
+namespace tavo {
+// Bands of a batch, one record each in `arg`.
+inline constexpr int32_t kBandCount = 4;
+}  // namespace tavo
+
 // One band of the batch being run. The payload holds the kernel's arguments for
 // the band, laid out by the kernel's own record type.
 struct band_record {
@@ -24,15 +29,12 @@ struct band_record {
 };
 
 extern "C" {
-TAVO_HDR_EXPORT extern band_record arg[4];
+TAVO_HDR_EXPORT extern band_record arg[tavo::kBandCount];
 TAVO_HDR_EXPORT extern int32_t count;  // bands of the current batch that have finished
 TAVO_HDR_EXPORT extern unsigned char p[300];
 }
 
 namespace tavo {
-
-// Bands of a batch, one record each in `arg`.
-inline constexpr int32_t kBands = 4;
 
 // How a dispatcher cuts `total` rows.
 enum class SplitRule {

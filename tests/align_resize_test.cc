@@ -55,7 +55,7 @@ std::vector<uint8_t> resize(const std::vector<uint8_t>& src, int32_t sw, int32_t
                             int32_t dh, const char* layout, size_t size, bool in_bands = false) {
   std::vector<uint8_t> dst(size, 0xEE);
   if (in_bands) {
-    tavo::resize_in_bands(src.data(), dst.data(), sw, sh, dw, dh, layout);
+    tavo::resize_in_bands(src.data(), dst.data(), sw, sh, dw, dh, tavo::parse_layout(layout));
   } else {
     image_resize(src.data(), dst.data(), sw, sh, dw, dh, layout);
   }
@@ -91,7 +91,7 @@ TEST_F(ImageResize, EmptyDestinationWritesNothing) {
   for (auto [dw, dh] : {std::pair{8, 0}, std::pair{0, 8}, std::pair{8, -2}}) {
     std::vector<uint8_t> dst(64, 0xEE);
     image_resize(src.data(), dst.data(), 8, 8, dw, dh, "YUV420_PLANAR");
-    tavo::resize_in_bands(src.data(), dst.data(), 8, 8, dw, dh, "YUV420_PLANAR");
+    tavo::resize_in_bands(src.data(), dst.data(), 8, 8, dw, dh, tavo::ChromaLayout::kPlanar);
     EXPECT_EQ(dst, std::vector<uint8_t>(64, 0xEE)) << dw << "x" << dh;
   }
 }

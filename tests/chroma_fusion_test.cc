@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "fusion/fusion_weights.h"
-#include "fusion/weighted_mean.h"
 #include "include/tavo_lumo_hdr.h"
+#include "platform/fixed_point_mean.h"
 #include "platform/log.h"
 #include "support/row_variants.h"
 #include "support/test_support.h"

@@ -6,7 +6,6 @@
 #include <random>
 #include <vector>
 
-#include "fusion/pyramid_block.h"
 #include "fusion/pyramid_geometry.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/memory.h"

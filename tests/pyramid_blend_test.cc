@@ -8,8 +8,8 @@
 #include <random>
 #include <vector>
 
-#include "fusion/weighted_mean.h"
 #include "include/tavo_lumo_hdr.h"
+#include "platform/fixed_point_mean.h"
 #include "platform/log.h"
 #include "platform/memory.h"
 #include "support/row_variants.h"

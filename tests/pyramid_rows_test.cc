@@ -116,7 +116,7 @@ TEST(PyramidRows, VerticalRowsMatchPortable) {
     const uint16_t* held_rows[5];
     for (int i = 0; i < 5; ++i) {
       held[i] = in[i];
-      for (auto& v : held[i]) v = std::min<uint16_t>(v, kPyramidMaxSample);
+      for (auto& v : held[i]) v = std::min<uint16_t>(v, kLumaFixedMax);
       held_rows[i] = held[i].data() + off + i;
     }
     c.reduce_v(held_rows, expect.data() + off, w);

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "fusion/weighted_mean.h"
+#include "platform/fixed_point_mean.h"
 
 #if defined(__aarch64__)
 #include <arm_neon.h>

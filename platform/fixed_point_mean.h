@@ -1,5 +1,6 @@
-// Weighted means of blending and chroma fusion, one output sample from the
-// weight sum W and the weighted sum S. Both sums are 32-bit and wrap: they are
+// Fixed-point arithmetic shared by the luma fusion and the chroma fusion: the
+// luma sample range, and the weighted means of blending and chroma fusion, one
+// output sample from the weight sum W and the weighted sum S. Both sums are 32-bit and wrap: they are
 // carried as uint32_t and read as signed where the arithmetic is signed.
 //
 // Two rules exist for each operation and both are part of the result:
@@ -30,8 +31,10 @@ inline bool weights_stay_positive(const int32_t* weights, int32_t frames, int32_
   return frames >= 1 && static_cast<int64_t>(frames) * largest * multiplier <= INT32_MAX;
 }
 
-// Largest magnitude of a blended luma sample (255 x 16).
-inline constexpr int32_t kBlendClamp = 4080;
+// Inside the fusion luma is 8-bit luma x 16: Gaussian and collapsed samples
+// lie in 0 ... kLumaFixedMax, and blending clamps its magnitude to it from
+// above.
+inline constexpr int32_t kLumaFixedMax = 255 * 16;
 
 // Signed division truncating toward zero with the ARM SDIV results where C
 // has none: n / 0 = 0 and INT32_MIN / -1 = INT32_MIN.
@@ -57,7 +60,7 @@ constexpr int16_t signed_mean_exact(uint32_t w_sum, uint32_t s_sum, int32_t clam
 
 // Blending, exact rule: magnitude clamped to 4080.
 constexpr int16_t blend_mean_exact(uint32_t w_sum, uint32_t s_sum) {
-  return signed_mean_exact(w_sum, s_sum, kBlendClamp);
+  return signed_mean_exact(w_sum, s_sum, kLumaFixedMax);
 }
 
 // Blending, grouped rule: Q = S * r1(W) in single precision, +-0.5 by Q's
@@ -68,7 +71,7 @@ inline int16_t blend_mean_grouped(uint32_t w_sum, uint32_t s_sum) {
   float q = s * arm::refined_reciprocal(w);
   q = q + (q >= 0.0f ? 0.5f : -0.5f);
   const auto v = static_cast<int16_t>(static_cast<uint16_t>(static_cast<uint32_t>(arm::to_s32(q))));
-  return v > kBlendClamp ? static_cast<int16_t>(kBlendClamp) : v;
+  return v > kLumaFixedMax ? static_cast<int16_t>(kLumaFixedMax) : v;
 }
 
 // Chroma, exact rule: (S + W/2) / W in wrapping signed arithmetic, clamped to
