@@ -1,8 +1,14 @@
-// Frame-level chroma fusion shared by the planar kernel and the generic one.
+// Interface of the chroma module. The fusion driver fuses a capture's chroma
+// from kChromaFrames frames through the exported dispatchers
+// fusionUV_plane_process and fusionUV_semiplane_process (public header);
+// fuse_chroma_plane is the frame-level kernel the planar and the generic
+// chroma fusion share.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+
+#include "include/tavo_lumo_hdr.h"
 
 namespace tavo {
 
