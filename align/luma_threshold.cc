@@ -116,7 +116,7 @@ int32_t level_in_window(const uint8_t* levels, const uint64_t* above, uint64_t n
 // Whether the counting pass may stand in for the histogram: a vector row
 // exists and every cumulative count fits the 32 bits the walk keeps it in.
 bool counting_pays(int32_t width, int32_t height) {
-  return tavo::pick_count_above_row() != tavo::count_above_row_c && width > 0 && height > 0 &&
+  return tavo::SelectCountAboveRow() != tavo::CountAboveRow_C && width > 0 && height > 0 &&
          static_cast<uint64_t>(width) * static_cast<uint64_t>(height) <= UINT32_MAX;
 }
 
@@ -133,7 +133,7 @@ struct ThresholdBand {
 
 int32_t threshold_band_body(void* record) {
   const auto& a = tavo::band_payload<ThresholdBand>(record);
-  const tavo::CountAboveRow count_above = tavo::pick_count_above_row();
+  const tavo::CountAboveRowFn count_above = tavo::SelectCountAboveRow();
   int32_t first = 0, rows = 0;
   while (a.chunks->take(&first, &rows)) {
     for (int32_t f = 0; f < tavo::kThresholdFrames; ++f) {
@@ -161,7 +161,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t loadImg(const uint8_t* luma, int32_t width, 
     window_levels(estimated_level(luma, width, height, target), levels);
     uint64_t above[tavo::kThresholdLevels] = {};
     const uint64_t n = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
-    tavo::pick_count_above_row()(luma, n, levels, above);
+    tavo::SelectCountAboveRow()(luma, n, levels, above);
     const int32_t level = level_in_window(levels, above, n, target);
     if (level >= 0) {
       *threshold_out = static_cast<uint8_t>(level);

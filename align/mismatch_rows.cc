@@ -18,7 +18,7 @@ constexpr uint32_t bits_set(uint8_t v) {
 
 }  // namespace
 
-uint32_t mismatch_row_c(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+uint32_t MismatchRow_C(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
                         const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
   uint32_t total = 0;
   for (int32_t j = 0; j < n; ++j) {
@@ -30,21 +30,21 @@ uint32_t mismatch_row_c(const uint8_t* moving_mask, const uint8_t* moving_bitmap
   return total;
 }
 
-MismatchRow pick_mismatch_row() {
-  using platform::Isa;
-#if defined(__aarch64__)
-  if (platform::cpu_has(Isa::kNeon)) return mismatch_row_neon;
-#endif
+MismatchRowFn SelectMismatchRow() {
+  MismatchRowFn row = MismatchRow_C;
 #if defined(__x86_64__)
-  if (platform::cpu_has(Isa::kAvx2)) return mismatch_row_avx2;
-  if (platform::cpu_has(Isa::kSse41)) return mismatch_row_sse41;
+  if (platform::TestCpuFlag(platform::kCpuHasSSE41)) row = MismatchRow_SSE41;
+  if (platform::TestCpuFlag(platform::kCpuHasAVX2)) row = MismatchRow_AVX2;
 #endif
-  return mismatch_row_c;
+#if defined(__aarch64__)
+  if (platform::TestCpuFlag(platform::kCpuHasNEON)) row = MismatchRow_NEON;
+#endif
+  return row;
 }
 
 uint32_t count_mismatches(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
                           const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t width,
-                          int32_t m_begin, int32_t m_end, int32_t x, int32_t y, MismatchRow row) {
+                          int32_t m_begin, int32_t m_end, int32_t x, int32_t y, MismatchRowFn row) {
   const int64_t j_begin = std::max<int64_t>(-static_cast<int64_t>(x), 0);
   const int64_t j_end = std::min<int64_t>(static_cast<int64_t>(width) - x, width);
   if (j_end <= j_begin) return 0;

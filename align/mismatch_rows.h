@@ -11,30 +11,30 @@ namespace tavo {
 
 // Score of n pixels; the moving pointers and the reference pointers are already
 // placed at the pixels being paired.
-using MismatchRow = uint32_t (*)(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+using MismatchRowFn = uint32_t (*)(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
                                  const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
 
-uint32_t mismatch_row_c(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+uint32_t MismatchRow_C(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
                         const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
 #if defined(__aarch64__)
-uint32_t mismatch_row_neon(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+uint32_t MismatchRow_NEON(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
                            const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
 #endif
 #if defined(__x86_64__)
-uint32_t mismatch_row_sse41(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+uint32_t MismatchRow_SSE41(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
                             const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
-uint32_t mismatch_row_avx2(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+uint32_t MismatchRow_AVX2(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
                            const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
 #endif
 
-// The best row this processor runs (the portable one when forced).
-MismatchRow pick_mismatch_row();
+// The widest row whose instruction set is on (platform/cpu.h).
+MismatchRowFn SelectMismatchRow();
 
 // Score of moving rows m_begin ... m_end - 1 (relative to the plane pointers,
 // which may be negative) against reference rows m + y, over the columns j whose
 // partner j + x lies inside the width.
 uint32_t count_mismatches(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
                           const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t width,
-                          int32_t m_begin, int32_t m_end, int32_t x, int32_t y, MismatchRow row);
+                          int32_t m_begin, int32_t m_end, int32_t x, int32_t y, MismatchRowFn row);
 
 }  // namespace tavo

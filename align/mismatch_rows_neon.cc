@@ -4,7 +4,7 @@
 
 namespace tavo {
 
-uint32_t mismatch_row_neon(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+uint32_t MismatchRow_NEON(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
                            const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
   const uint8x16_t one = vdupq_n_u8(1);
   uint32x4_t sums = vdupq_n_u32(0);
@@ -16,7 +16,7 @@ uint32_t mismatch_row_neon(const uint8_t* moving_mask, const uint8_t* moving_bit
     sums = vpadalq_u16(sums, vpaddlq_u8(vcntq_u8(f)));
   }
   return vaddvq_u32(sums) +
-         mismatch_row_c(moving_mask + j, moving_bitmap + j, ref_bitmap + j, ref_mask + j, n - j);
+         MismatchRow_C(moving_mask + j, moving_bitmap + j, ref_bitmap + j, ref_mask + j, n - j);
 }
 
 }  // namespace tavo

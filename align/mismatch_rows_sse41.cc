@@ -4,7 +4,7 @@
 
 namespace tavo {
 
-uint32_t mismatch_row_sse41(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+uint32_t MismatchRow_SSE41(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
                             const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
   auto load = [](const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); };
   const __m128i one = _mm_set1_epi8(1);
@@ -24,7 +24,7 @@ uint32_t mismatch_row_sse41(const uint8_t* moving_mask, const uint8_t* moving_bi
   const uint64_t vector_sum = static_cast<uint64_t>(_mm_cvtsi128_si64(sums)) +
                               static_cast<uint64_t>(_mm_extract_epi64(sums, 1));
   return static_cast<uint32_t>(vector_sum) +
-         mismatch_row_c(moving_mask + j, moving_bitmap + j, ref_bitmap + j, ref_mask + j, n - j);
+         MismatchRow_C(moving_mask + j, moving_bitmap + j, ref_bitmap + j, ref_mask + j, n - j);
 }
 
 }  // namespace tavo

@@ -4,7 +4,7 @@
 
 namespace tavo {
 
-void count_above_row_c(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above) {
+void CountAboveRow_C(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above) {
   for (int k = 0; k < kThresholdLevels; ++k) {
     uint64_t count = 0;
     for (size_t i = 0; i < n; ++i) count += src[i] > levels[k] ? 1 : 0;
@@ -12,15 +12,15 @@ void count_above_row_c(const uint8_t* src, size_t n, const uint8_t* levels, uint
   }
 }
 
-CountAboveRow pick_count_above_row() {
-  using platform::Isa;
-#if defined(__aarch64__)
-  if (platform::cpu_has(Isa::kNeon)) return count_above_row_neon;
-#endif
+CountAboveRowFn SelectCountAboveRow() {
+  CountAboveRowFn row = CountAboveRow_C;
 #if defined(__x86_64__)
-  if (platform::cpu_has(Isa::kAvx2)) return count_above_row_avx2;
+  if (platform::TestCpuFlag(platform::kCpuHasAVX2)) row = CountAboveRow_AVX2;
 #endif
-  return count_above_row_c;
+#if defined(__aarch64__)
+  if (platform::TestCpuFlag(platform::kCpuHasNEON)) row = CountAboveRow_NEON;
+#endif
+  return row;
 }
 
 }  // namespace tavo

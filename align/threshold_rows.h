@@ -14,17 +14,17 @@ inline constexpr int kThresholdLevels = 16;
 
 // Adds to above[k] the number of the n bytes at src greater than levels[k],
 // for k = 0 ... 15.
-using CountAboveRow = void (*)(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above);
+using CountAboveRowFn = void (*)(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above);
 
-void count_above_row_c(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above);
+void CountAboveRow_C(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above);
 #if defined(__aarch64__)
-void count_above_row_neon(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above);
+void CountAboveRow_NEON(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above);
 #endif
 #if defined(__x86_64__)
-void count_above_row_avx2(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above);
+void CountAboveRow_AVX2(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above);
 #endif
 
-// The best row this processor runs (the portable one when forced).
-CountAboveRow pick_count_above_row();
+// The widest row whose instruction set is on (platform/cpu.h).
+CountAboveRowFn SelectCountAboveRow();
 
 }  // namespace tavo

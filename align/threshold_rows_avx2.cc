@@ -37,14 +37,14 @@ inline void count_block(const uint8_t* src, size_t vectors, const uint8_t* level
 
 }  // namespace
 
-void count_above_row_avx2(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above) {
+void CountAboveRow_AVX2(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above) {
   const size_t vectors = n / 32;
   for (size_t v = 0; v < vectors; v += kBlockVectors) {
     const size_t block = vectors - v < kBlockVectors ? vectors - v : kBlockVectors;
     count_block(src + 32 * v, block, levels, 0, above);
     count_block(src + 32 * v, block, levels, 8, above);
   }
-  if (n % 32 != 0) count_above_row_c(src + 32 * vectors, n % 32, levels, above);
+  if (n % 32 != 0) CountAboveRow_C(src + 32 * vectors, n % 32, levels, above);
 }
 
 }  // namespace tavo

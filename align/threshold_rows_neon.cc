@@ -7,7 +7,7 @@
 
 namespace tavo {
 
-void count_above_row_neon(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above) {
+void CountAboveRow_NEON(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above) {
   constexpr size_t kBlockVectors = 255;  // a byte counter holds up to 255
   uint8x16_t level[kThresholdLevels];
   for (int k = 0; k < kThresholdLevels; ++k) level[k] = vdupq_n_u8(levels[k]);
@@ -22,7 +22,7 @@ void count_above_row_neon(const uint8_t* src, size_t n, const uint8_t* levels, u
     }
     for (int k = 0; k < kThresholdLevels; ++k) above[k] += vaddlvq_u8(count[k]);
   }
-  if (n % 16 != 0) count_above_row_c(src + 16 * vectors, n % 16, levels, above);
+  if (n % 16 != 0) CountAboveRow_C(src + 16 * vectors, n % 16, levels, above);
 }
 
 }  // namespace tavo

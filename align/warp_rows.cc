@@ -4,37 +4,37 @@
 
 namespace tavo {
 
-void widen_x16_row_c(const uint8_t* src, uint16_t* dst, int32_t n) {
+void WidenX16Row_C(const uint8_t* src, uint16_t* dst, int32_t n) {
   for (int32_t j = 0; j < n; ++j) dst[j] = static_cast<uint16_t>(src[j] << 4);
 }
 
-void split_pairs_row_c(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n) {
+void SplitPairsRow_C(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n) {
   for (int32_t j = 0; j < n; ++j) {
     even[j] = src[2 * j];
     odd[j] = src[2 * j + 1];
   }
 }
 
-WidenRow pick_widen_row() {
-  using platform::Isa;
-#if defined(__aarch64__)
-  if (platform::cpu_has(Isa::kNeon)) return widen_x16_row_neon;
-#endif
+WidenX16RowFn SelectWidenX16Row() {
+  WidenX16RowFn row = WidenX16Row_C;
 #if defined(__x86_64__)
-  if (platform::cpu_has(Isa::kSse41)) return widen_x16_row_sse41;
+  if (platform::TestCpuFlag(platform::kCpuHasSSE41)) row = WidenX16Row_SSE41;
 #endif
-  return widen_x16_row_c;
+#if defined(__aarch64__)
+  if (platform::TestCpuFlag(platform::kCpuHasNEON)) row = WidenX16Row_NEON;
+#endif
+  return row;
 }
 
-SplitPairsRow pick_split_pairs_row() {
-  using platform::Isa;
-#if defined(__aarch64__)
-  if (platform::cpu_has(Isa::kNeon)) return split_pairs_row_neon;
-#endif
+SplitPairsRowFn SelectSplitPairsRow() {
+  SplitPairsRowFn row = SplitPairsRow_C;
 #if defined(__x86_64__)
-  if (platform::cpu_has(Isa::kSse41)) return split_pairs_row_sse41;
+  if (platform::TestCpuFlag(platform::kCpuHasSSE41)) row = SplitPairsRow_SSE41;
 #endif
-  return split_pairs_row_c;
+#if defined(__aarch64__)
+  if (platform::TestCpuFlag(platform::kCpuHasNEON)) row = SplitPairsRow_NEON;
+#endif
+  return row;
 }
 
 }  // namespace tavo

@@ -9,19 +9,19 @@
 namespace tavo {
 
 // dst[j] = src[j] * 16, j < n.
-using WidenRow = void (*)(const uint8_t* src, uint16_t* dst, int32_t n);
+using WidenX16RowFn = void (*)(const uint8_t* src, uint16_t* dst, int32_t n);
 // even[j] = src[2j], odd[j] = src[2j + 1], j < n.
-using SplitPairsRow = void (*)(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n);
+using SplitPairsRowFn = void (*)(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n);
 
-void widen_x16_row_c(const uint8_t* src, uint16_t* dst, int32_t n);
-void split_pairs_row_c(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n);
+void WidenX16Row_C(const uint8_t* src, uint16_t* dst, int32_t n);
+void SplitPairsRow_C(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n);
 #if defined(__aarch64__)
-void widen_x16_row_neon(const uint8_t* src, uint16_t* dst, int32_t n);
-void split_pairs_row_neon(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n);
+void WidenX16Row_NEON(const uint8_t* src, uint16_t* dst, int32_t n);
+void SplitPairsRow_NEON(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n);
 #endif
 #if defined(__x86_64__)
-void widen_x16_row_sse41(const uint8_t* src, uint16_t* dst, int32_t n);
-void split_pairs_row_sse41(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n);
+void WidenX16Row_SSE41(const uint8_t* src, uint16_t* dst, int32_t n);
+void SplitPairsRow_SSE41(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n);
 #endif
 
 // Row r of the crop whose top-left corner lies at column xs, row ys of a plane
@@ -30,8 +30,8 @@ inline const uint8_t* crop_row(const uint8_t* src, uint32_t stride, int32_t xs, 
   return src + (static_cast<int64_t>(ys) + r) * static_cast<int64_t>(stride) + xs;
 }
 
-// The best rows this processor runs (the portable ones when forced).
-WidenRow pick_widen_row();
-SplitPairsRow pick_split_pairs_row();
+// The widest rows whose instruction sets are on (platform/cpu.h).
+WidenX16RowFn SelectWidenX16Row();
+SplitPairsRowFn SelectSplitPairsRow();
 
 }  // namespace tavo

@@ -4,7 +4,7 @@
 
 namespace tavo {
 
-void widen_x16_row_sse41(const uint8_t* src, uint16_t* dst, int32_t n) {
+void WidenX16Row_SSE41(const uint8_t* src, uint16_t* dst, int32_t n) {
   int32_t j = 0;
   for (; j + 16 <= n; j += 16) {
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + j));
@@ -13,10 +13,10 @@ void widen_x16_row_sse41(const uint8_t* src, uint16_t* dst, int32_t n) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + j), lo);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + j + 8), hi);
   }
-  widen_x16_row_c(src + j, dst + j, n - j);
+  WidenX16Row_C(src + j, dst + j, n - j);
 }
 
-void split_pairs_row_sse41(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n) {
+void SplitPairsRow_SSE41(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n) {
   const __m128i low_bytes = _mm_set1_epi16(0x00ff);
   int32_t j = 0;
   for (; j + 16 <= n; j += 16) {
@@ -27,7 +27,7 @@ void split_pairs_row_sse41(const uint8_t* src, uint8_t* odd, uint8_t* even, int3
     _mm_storeu_si128(reinterpret_cast<__m128i*>(even + j), ev);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(odd + j), od);
   }
-  split_pairs_row_c(src + 2 * j, odd + j, even + j, n - j);
+  SplitPairsRow_C(src + 2 * j, odd + j, even + j, n - j);
 }
 
 }  // namespace tavo

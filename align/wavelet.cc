@@ -26,7 +26,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t wltDecompose(const uint8_t* src, uint8_t* ap
                                                  uint8_t* bitmap_out, uint8_t* mask_out,
                                                  int32_t width, int32_t rows, int32_t threshold) {
   tavo::wavelet_level(src, approx_out, bitmap_out, mask_out, width, rows, threshold,
-                      tavo::pick_wavelet_main_row(threshold));
+                      tavo::SelectWaveletMainRow(threshold));
   return 0;
 }
 

@@ -6,7 +6,7 @@
 
 namespace tavo {
 
-void wavelet_main_row_c(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
+void WaveletMainRow_C(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
                         uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold) {
   const int32_t lo = threshold < 4 ? 0 : threshold - 4;
   const int32_t hi = std::min(threshold + 4, 255);
@@ -41,21 +41,21 @@ void wavelet_tail_row(const uint8_t* top, const uint8_t* bottom, bool unpaired, 
   }
 }
 
-WaveletMainRow pick_wavelet_main_row(int32_t threshold) {
-  if (threshold < 0 || threshold > 255) return wavelet_main_row_c;
-  using platform::Isa;
-#if defined(__aarch64__)
-  if (platform::cpu_has(Isa::kNeon)) return wavelet_main_row_neon;
-#endif
+WaveletMainRowFn SelectWaveletMainRow(int32_t threshold) {
+  if (threshold < 0 || threshold > 255) return WaveletMainRow_C;
+  WaveletMainRowFn row = WaveletMainRow_C;
 #if defined(__x86_64__)
-  if (platform::cpu_has(Isa::kAvx2)) return wavelet_main_row_avx2;
-  if (platform::cpu_has(Isa::kSse41)) return wavelet_main_row_sse41;
+  if (platform::TestCpuFlag(platform::kCpuHasSSE41)) row = WaveletMainRow_SSE41;
+  if (platform::TestCpuFlag(platform::kCpuHasAVX2)) row = WaveletMainRow_AVX2;
 #endif
-  return wavelet_main_row_c;
+#if defined(__aarch64__)
+  if (platform::TestCpuFlag(platform::kCpuHasNEON)) row = WaveletMainRow_NEON;
+#endif
+  return row;
 }
 
 void wavelet_level(const uint8_t* src, uint8_t* approx, uint8_t* bitmap, uint8_t* mask,
-                   int32_t width, int32_t rows, int32_t threshold, WaveletMainRow main_row) {
+                   int32_t width, int32_t rows, int32_t threshold, WaveletMainRowFn main_row) {
   if (width < 1) return;
   const int32_t out_width = (width & 1) + width / 2;
   const int32_t main_columns = width & ~15;

@@ -20,20 +20,20 @@ namespace tavo {
 
 // `blocks` steps of 16 input columns of rows top and bottom (the same row for
 // an unpaired last row) into 8 * blocks outputs.
-using WaveletMainRow = void (*)(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
+using WaveletMainRowFn = void (*)(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
                                 uint8_t* bitmap, uint8_t* mask, int32_t blocks,
                                 int32_t threshold);
 
-void wavelet_main_row_c(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
+void WaveletMainRow_C(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
                         uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
 #if defined(__aarch64__)
-void wavelet_main_row_neon(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
+void WaveletMainRow_NEON(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
                            uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
 #endif
 #if defined(__x86_64__)
-void wavelet_main_row_sse41(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
+void WaveletMainRow_SSE41(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
                             uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
-void wavelet_main_row_avx2(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
+void WaveletMainRow_AVX2(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
                            uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
 #endif
 
@@ -44,13 +44,13 @@ void wavelet_tail_row(const uint8_t* top, const uint8_t* bottom, bool unpaired, 
                       int32_t width, uint8_t* approx, uint8_t* bitmap, uint8_t* mask,
                       int32_t threshold);
 
-// The best main row this processor runs for the threshold (the vector rows
-// take thresholds 0 ... 255; others go the portable way).
-WaveletMainRow pick_wavelet_main_row(int32_t threshold);
+// The widest main row whose instruction set is on (platform/cpu.h), for the
+// threshold: the vector rows take thresholds 0 ... 255, others the portable row.
+WaveletMainRowFn SelectWaveletMainRow(int32_t threshold);
 
 // One level of rows 0 ... rows - 1 of src (stride width) into output rows
 // 0 ... ceil(rows / 2) - 1 of stride ceil(width / 2), with the given main row.
 void wavelet_level(const uint8_t* src, uint8_t* approx, uint8_t* bitmap, uint8_t* mask,
-                   int32_t width, int32_t rows, int32_t threshold, WaveletMainRow main_row);
+                   int32_t width, int32_t rows, int32_t threshold, WaveletMainRowFn main_row);
 
 }  // namespace tavo

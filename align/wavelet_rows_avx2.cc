@@ -18,7 +18,7 @@ inline __m256i block_means(const uint8_t* top, const uint8_t* bottom) {
 
 }  // namespace
 
-void wavelet_main_row_avx2(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
+void WaveletMainRow_AVX2(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
                            uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold) {
   const __m256i t_biased = _mm256_set1_epi8(static_cast<char>(threshold ^ 0x80));
   const __m256i lo = _mm256_set1_epi8(static_cast<char>(threshold < 4 ? 0 : threshold - 4));
@@ -40,7 +40,7 @@ void wavelet_main_row_avx2(const uint8_t* top, const uint8_t* bottom, uint8_t* a
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(mask + out), _mm256_xor_si256(inside, _mm256_set1_epi8(-1)));
   }
   if (b < blocks) {
-    wavelet_main_row_sse41(top + b * 16, bottom + b * 16, approx + b * 8, bitmap + b * 8, mask + b * 8,
+    WaveletMainRow_SSE41(top + b * 16, bottom + b * 16, approx + b * 8, bitmap + b * 8, mask + b * 8,
                            blocks - b, threshold);
   }
 }

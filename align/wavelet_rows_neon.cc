@@ -13,7 +13,7 @@ inline uint8x8_t block_means(const uint8_t* top, const uint8_t* bottom) {
 
 }  // namespace
 
-void wavelet_main_row_neon(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
+void WaveletMainRow_NEON(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
                            uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold) {
   const uint8x16_t t = vdupq_n_u8(static_cast<uint8_t>(threshold));
   const uint8x16_t lo = vdupq_n_u8(static_cast<uint8_t>(threshold < 4 ? 0 : threshold - 4));

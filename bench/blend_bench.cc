@@ -70,13 +70,13 @@ struct ChromaFrames {
 class PoolAndRows {
  public:
   explicit PoolAndRows(benchmark::State& state) {
-    tavo::platform::force_portable_for_testing(state.range(0) == 0);
+    tavo::platform::MaskCpuFlags(state.range(0) == 0 ? 0 : -1);
     state.SetLabel(state.range(0) == 0 ? "portable" : "simd");
     tavo_hdr_pool_init();
   }
   ~PoolAndRows() {
     tavo_hdr_pool_destroy();
-    tavo::platform::force_portable_for_testing(false);
+    tavo::platform::MaskCpuFlags(-1);
   }
 };
 
@@ -130,7 +130,7 @@ namespace {
 // One interior row of 4000 samples of three frames, blended again and again
 // from cache: the arithmetic of the grouped rule without memory traffic.
 void BM_BlendInteriorRow(benchmark::State& state) {
-  tavo::platform::force_portable_for_testing(state.range(0) == 0);
+  tavo::platform::MaskCpuFlags(state.range(0) == 0 ? 0 : -1);
   std::mt19937 rng(3);
   std::vector<uint16_t> gauss(3 * 3 * kWidth);
   std::vector<int16_t> lap(3 * kWidth), out(kWidth);
@@ -142,12 +142,12 @@ void BM_BlendInteriorRow(benchmark::State& state) {
   tavo::build_exposure_factors(tables().exposure.data(), factors);
   const tavo::BlendRowArgs row{out.data(), l, g, factors, 0, 0, kWidth, kWidth, 3, kWidth,
                                 tavo::exposure_weights_positive(factors, 3)};
-  const tavo::BlendGroupsFn groups = tavo::select_blend_groups();
+  const tavo::BlendGroupsFn groups = tavo::SelectBlendGroups();
   for (auto _ : state) {
     tavo::BlendInteriorRow(row, groups);
     benchmark::ClobberMemory();
   }
-  tavo::platform::force_portable_for_testing(false);
+  tavo::platform::MaskCpuFlags(-1);
   state.SetItemsProcessed(state.iterations() * kWidth);
   state.SetLabel(state.range(0) == 0 ? "portable" : "simd");
 }

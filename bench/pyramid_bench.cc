@@ -60,7 +60,7 @@ enum Stage { kGaussian, kLaplacian, kReconstruct };
 
 template <Stage kStage>
 void BM_Pyramid(benchmark::State& state) {
-  tavo::platform::force_portable_for_testing(state.range(2) != 0);
+  tavo::platform::MaskCpuFlags(state.range(2) != 0 ? 0 : -1);
   tavo_hdr_pool_init();
   FramePyramids p(static_cast<int32_t>(state.range(0)), static_cast<int32_t>(state.range(1)));
   p.reduce();
@@ -77,7 +77,7 @@ void BM_Pyramid(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * state.range(0) * state.range(1));
   tavo_hdr_pool_destroy();
-  tavo::platform::force_portable_for_testing(false);
+  tavo::platform::MaskCpuFlags(-1);
 }
 
 void Sizes(benchmark::internal::Benchmark* b) {

@@ -48,15 +48,15 @@ void ChromaPairGroups_C(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v
   }
 }
 
-ChromaRowFns select_chroma_rows() {
-  using platform::Isa;
-#if defined(__aarch64__)
-  if (platform::cpu_has(Isa::kNeon)) return {ChromaGroups_NEON, ChromaPairGroups_NEON};
-#endif
+ChromaRowFns SelectChromaRows() {
+  ChromaRowFns rows = {ChromaGroups_C, ChromaPairGroups_C};
 #if defined(__x86_64__)
-  if (platform::cpu_has(Isa::kAvx2)) return {ChromaGroups_AVX2, ChromaPairGroups_AVX2};
+  if (platform::TestCpuFlag(platform::kCpuHasAVX2)) rows = {ChromaGroups_AVX2, ChromaPairGroups_AVX2};
 #endif
-  return {ChromaGroups_C, ChromaPairGroups_C};
+#if defined(__aarch64__)
+  if (platform::TestCpuFlag(platform::kCpuHasNEON)) rows = {ChromaGroups_NEON, ChromaPairGroups_NEON};
+#endif
+  return rows;
 }
 
 void FuseChromaRow(const ChromaRowArgs& row, uint8_t* out, int32_t width, ChromaGroupsFn groups) {

@@ -54,9 +54,10 @@ void ChromaPairGroups_AVX2(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* ou
 struct ChromaRowFns {
   ChromaGroupsFn plane;
   ChromaPairGroupsFn pairs;
+  bool operator==(const ChromaRowFns&) const = default;
 };
-// The widest variants the processor runs (the portable ones when forced).
-ChromaRowFns select_chroma_rows();
+// The widest variants whose instruction set is on (platform/cpu.h).
+ChromaRowFns SelectChromaRows();
 
 // A whole row: the runs of eight by the given variant, the tail by the exact
 // rule (in a pair, the U sample first).

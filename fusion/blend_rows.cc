@@ -51,15 +51,15 @@ void BlendGroups_C(const BlendRowArgs& row, int32_t x0, int32_t count) {
   }
 }
 
-BlendGroupsFn select_blend_groups() {
-  using platform::Isa;
-#if defined(__aarch64__)
-  if (platform::cpu_has(Isa::kNeon)) return BlendGroups_NEON;
-#endif
+BlendGroupsFn SelectBlendGroups() {
+  BlendGroupsFn row = BlendGroups_C;
 #if defined(__x86_64__)
-  if (platform::cpu_has(Isa::kAvx2)) return BlendGroups_AVX2;
+  if (platform::TestCpuFlag(platform::kCpuHasAVX2)) row = BlendGroups_AVX2;
 #endif
-  return BlendGroups_C;
+#if defined(__aarch64__)
+  if (platform::TestCpuFlag(platform::kCpuHasNEON)) row = BlendGroups_NEON;
+#endif
+  return row;
 }
 
 void BlendBorderRow(const BlendRowArgs& row) {

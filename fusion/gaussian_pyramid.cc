@@ -29,7 +29,7 @@ int32_t reduce_gaussian_band(uint16_t** pointers, const int32_t* band_widths, co
                              bool first, bool last, tavo::VerticalReduceRow vertical) {
   const uint16_t* src = pointers[0];
   const int32_t src_width = band_widths[0], dst_width = band_widths[1];
-  const tavo::PyramidRows& rows = tavo::pyramid_rows();
+  const tavo::PyramidRows& rows = tavo::SelectPyramidRows();
   const int32_t status = tavo::reduce_band(
       [&](int32_t s, uint16_t* out) {
         rows.reduce_h(src + static_cast<ptrdiff_t>(s) * src_width, src_width, out, dst_width);
@@ -48,14 +48,14 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8(uint16_t**
                                                                       const int32_t* band_rows,
                                                                       int32_t band, int32_t bands) {
   return reduce_gaussian_band(pointers, band_widths, band_rows, band == 0, band == bands - 1,
-                              tavo::pyramid_rows().reduce_v);
+                              tavo::SelectPyramidRows().reduce_v);
 }
 
 // Every chunk the band takes, in every pyramid of the record, until a chunk
 // fails.
 extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_parameter(void* record) {
   const auto& a = tavo::band_payload<GaussianBand>(record);
-  const tavo::PyramidRows& rows = tavo::pyramid_rows();
+  const tavo::PyramidRows& rows = tavo::SelectPyramidRows();
   const tavo::VerticalReduceRow vertical = a.crop_pyramids ? rows.reduce_v_pyramid : rows.reduce_v;
   int32_t status = 0, first = 0, count = 0;
   while (status == 0 && a.chunks->take(&first, &count)) {

@@ -9,12 +9,12 @@ namespace tavo {
 namespace {
 
 template <class Sample>
-void reduce_h_c(const Sample* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
+void ReduceH_C(const Sample* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
   dst[0] = reduce_column(src, src_width, dst_width, 0);
   reduce_h_tail(src, src_width, dst, dst_width, 1);
 }
 
-void reduce_v_c(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+void ReduceV_C(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
   const uint16_t* r0 = rows[0];
   const uint16_t* r1 = rows[1];
   const uint16_t* r2 = rows[2];
@@ -26,7 +26,7 @@ void reduce_v_c(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
 // Fine positions 0 and 1, the pairs (2k, 2k + 1) for k = 1 ... while both lie
 // before the last two, then the rest with the right-border rule.
 template <class Sample>
-void expand_h_c(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
+void ExpandH_C(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
   const int32_t head = fine_width < 2 ? fine_width : 2;
   for (int32_t x = 0; x < head; ++x) fine[x] = expand_column(coarse, coarse_width, fine_width, x);
   const int32_t pairs_end = (fine_width - 2) / 2;  // pairs k with 2k + 1 < fine_width - 2
@@ -41,14 +41,14 @@ void expand_h_c(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int3
   }
 }
 
-void laplacian_even_c(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
+void LaplacianEven_C(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
                       const uint16_t* below, int16_t* out, int32_t width) {
   for (int32_t x = 0; x < width; ++x) {
     out[x] = laplacian_sample(gauss[x], expand_even(above[x], centre[x], below[x]));
   }
 }
 
-void laplacian_odd_c(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
+void LaplacianOdd_C(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
                      int16_t* out, int32_t width) {
   for (int32_t x = 0; x < width; ++x) {
     out[x] = laplacian_sample(gauss[x], expand_odd(centre[x], below[x]));
@@ -75,7 +75,7 @@ void collapse_odd_row(int16_t* level, const uint16_t* centre, const uint16_t* be
   }
 }
 
-void collapse_even_c(int16_t* level, const uint16_t* above, const uint16_t* centre,
+void CollapseEven_C(int16_t* level, const uint16_t* above, const uint16_t* centre,
                      const uint16_t* below, uint8_t* luma, int32_t width) {
   if (luma != nullptr) {
     collapse_even_row<true>(level, above, centre, below, luma, width);
@@ -84,7 +84,7 @@ void collapse_even_c(int16_t* level, const uint16_t* above, const uint16_t* cent
   }
 }
 
-void collapse_odd_c(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
+void CollapseOdd_C(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
                     int32_t width) {
   if (luma != nullptr) {
     collapse_odd_row<true>(level, centre, below, luma, width);
@@ -95,20 +95,21 @@ void collapse_odd_c(int16_t* level, const uint16_t* centre, const uint16_t* belo
 
 }  // namespace
 
-const PyramidRows kPyramidRowsPortable = {
-    reduce_h_c<uint16_t>, reduce_h_c<uint8_t>, reduce_v_c,   reduce_v_c,
-    expand_h_c<uint16_t>, expand_h_c<int16_t>, laplacian_even_c, laplacian_odd_c,
-    collapse_even_c,      collapse_odd_c,
+const PyramidRows PyramidRows_C = {
+    ReduceH_C<uint16_t>, ReduceH_C<uint8_t>, ReduceV_C,   ReduceV_C,
+    ExpandH_C<uint16_t>, ExpandH_C<int16_t>, LaplacianEven_C, LaplacianOdd_C,
+    CollapseEven_C,      CollapseOdd_C,
 };
 
-const PyramidRows& pyramid_rows() {
-#if defined(__aarch64__)
-  if (platform::cpu_has(platform::Isa::kNeon)) return kPyramidRowsNeon;
-#endif
+const PyramidRows& SelectPyramidRows() {
+  const PyramidRows* rows = &PyramidRows_C;
 #if defined(__x86_64__)
-  if (platform::cpu_has(platform::Isa::kAvx2)) return kPyramidRowsAvx2;
+  if (platform::TestCpuFlag(platform::kCpuHasAVX2)) rows = &PyramidRows_AVX2;
 #endif
-  return kPyramidRowsPortable;
+#if defined(__aarch64__)
+  if (platform::TestCpuFlag(platform::kCpuHasNEON)) rows = &PyramidRows_NEON;
+#endif
+  return *rows;
 }
 
 }  // namespace tavo

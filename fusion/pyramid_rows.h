@@ -137,12 +137,12 @@ struct PyramidRows {
                        int32_t width);
 };
 
-extern const PyramidRows kPyramidRowsPortable;
+extern const PyramidRows PyramidRows_C;
 #if defined(__aarch64__)
-extern const PyramidRows kPyramidRowsNeon;
+extern const PyramidRows PyramidRows_NEON;
 #endif
 #if defined(__x86_64__)
-extern const PyramidRows kPyramidRowsAvx2;
+extern const PyramidRows PyramidRows_AVX2;
 #endif
 
 // Instruction-set collapse rows: block(with_luma, x) handles the vector of
@@ -160,7 +160,7 @@ inline int32_t collapse_vectors(int32_t width, bool luma, Block&& block) {
   return body;
 }
 
-// The fastest family this processor runs (the portable one when forced).
-const PyramidRows& pyramid_rows();
+// The widest family whose instruction set is on (platform/cpu.h).
+const PyramidRows& SelectPyramidRows();
 
 }  // namespace tavo

@@ -48,7 +48,7 @@ inline __m256i reduce32(__m256i a, __m256i b, __m256i c, __m256i d, __m256i e) {
   return _mm256_srli_epi32(_mm256_add_epi32(sum, _mm256_set1_epi32(8)), 4);
 }
 
-void reduce_h_avx2(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
+void ReduceH_AVX2(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
   dst[0] = reduce_column(src, src_width, dst_width, 0);
   const __m256i low = _mm256_set1_epi32(0xffff);
   int32_t j = 1;
@@ -69,7 +69,7 @@ void reduce_h_avx2(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_
 // Luma rows: sixteen outputs from three overlapping loads seen as 16-bit
 // lanes, whose low bytes are the even samples and high bytes the odd ones;
 // the tap sums of 8-bit samples fit 16-bit lanes.
-void reduce_h_luma_avx2(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
+void ReduceHLuma_AVX2(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
   dst[0] = reduce_column(src, src_width, dst_width, 0);
   const __m256i low = _mm256_set1_epi16(0xff);
   int32_t j = 1;
@@ -87,7 +87,7 @@ void reduce_h_luma_avx2(const uint8_t* src, int32_t src_width, uint16_t* dst, in
   reduce_h_tail(src, src_width, dst, dst_width, j);
 }
 
-void reduce_v_avx2(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+void ReduceV_AVX2(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
   const uint16_t* r0 = rows[0];
   const uint16_t* r1 = rows[1];
   const uint16_t* r2 = rows[2];
@@ -113,7 +113,7 @@ void reduce_v_avx2(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
 }
 
 // Pyramid rows of at most 4080: the sums in 16-bit lanes.
-void reduce_v_pyramid_avx2(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+void ReduceVPyramid_AVX2(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
   const uint16_t* r0 = rows[0];
   const uint16_t* r1 = rows[1];
   const uint16_t* r2 = rows[2];
@@ -141,7 +141,7 @@ inline void store_interleaved(uint16_t* fine, __m256i even, __m256i odd) {
 
 // kBias flips the sign bit of signed samples around the unsigned averages.
 template <class Sample, int kBias>
-void expand_h_avx2(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
+void ExpandH_AVX2(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
   const int32_t head = fine_width < 2 ? fine_width : 2;
   for (int32_t x = 0; x < head; ++x) fine[x] = expand_column(coarse, coarse_width, fine_width, x);
   const int32_t pairs_end = (fine_width - 2) / 2;  // pairs k with 2k + 1 < fine_width - 2
@@ -165,7 +165,7 @@ void expand_h_avx2(const Sample* coarse, int32_t coarse_width, uint16_t* fine, i
   }
 }
 
-void laplacian_even_avx2(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
+void LaplacianEven_AVX2(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
                          const uint16_t* below, int16_t* out, int32_t width) {
   int32_t x = 0;
   for (; x + 16 <= width; x += 16) {
@@ -177,7 +177,7 @@ void laplacian_even_avx2(const uint16_t* gauss, const uint16_t* above, const uin
   }
 }
 
-void laplacian_odd_avx2(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
+void LaplacianOdd_AVX2(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
                         int16_t* out, int32_t width) {
   int32_t x = 0;
   for (; x + 16 <= width; x += 16) {
@@ -204,39 +204,39 @@ inline void collapse16(int16_t* level, __m256i v, uint8_t* luma) {
   }
 }
 
-void collapse_even_avx2(int16_t* level, const uint16_t* above, const uint16_t* centre,
+void CollapseEven_AVX2(int16_t* level, const uint16_t* above, const uint16_t* centre,
                         const uint16_t* below, uint8_t* luma, int32_t width) {
   const int32_t body = collapse_vectors<16>(width, luma != nullptr, [&](auto with_luma, int32_t x) {
     const __m256i v = expand_even16(load16(above + x), load16(centre + x), load16(below + x));
     collapse16<decltype(with_luma)::value>(level + x, v, with_luma ? luma + x : nullptr);
   });
-  kPyramidRowsPortable.collapse_even(level + body, above + body, centre + body, below + body,
+  PyramidRows_C.collapse_even(level + body, above + body, centre + body, below + body,
                                      luma != nullptr ? luma + body : nullptr, width - body);
 }
 
-void collapse_odd_avx2(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
+void CollapseOdd_AVX2(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
                        int32_t width) {
   const int32_t body = collapse_vectors<16>(width, luma != nullptr, [&](auto with_luma, int32_t x) {
     collapse16<decltype(with_luma)::value>(level + x, _mm256_avg_epu16(load16(centre + x), load16(below + x)),
                                            with_luma ? luma + x : nullptr);
   });
-  kPyramidRowsPortable.collapse_odd(level + body, centre + body, below + body,
+  PyramidRows_C.collapse_odd(level + body, centre + body, below + body,
                                     luma != nullptr ? luma + body : nullptr, width - body);
 }
 
 }  // namespace
 
-const PyramidRows kPyramidRowsAvx2 = {
-    reduce_h_avx2,
-    reduce_h_luma_avx2,
-    reduce_v_avx2,
-    reduce_v_pyramid_avx2,
-    expand_h_avx2<uint16_t, 0>,
-    expand_h_avx2<int16_t, 0x8000>,
-    laplacian_even_avx2,
-    laplacian_odd_avx2,
-    collapse_even_avx2,
-    collapse_odd_avx2,
+const PyramidRows PyramidRows_AVX2 = {
+    ReduceH_AVX2,
+    ReduceHLuma_AVX2,
+    ReduceV_AVX2,
+    ReduceVPyramid_AVX2,
+    ExpandH_AVX2<uint16_t, 0>,
+    ExpandH_AVX2<int16_t, 0x8000>,
+    LaplacianEven_AVX2,
+    LaplacianOdd_AVX2,
+    CollapseEven_AVX2,
+    CollapseOdd_AVX2,
 };
 
 }  // namespace tavo

@@ -38,7 +38,7 @@ inline uint16x8_t reduce8(uint16x8_t a, uint16x8_t b, uint16x8_t c, uint16x8_t d
   return vrshrn_high_n_u32(vrshrn_n_u32(lo, 4), hi, 4);
 }
 
-void reduce_h_neon(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
+void ReduceH_NEON(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
   dst[0] = reduce_column(src, src_width, dst_width, 0);
   int32_t j = 1;
   // Outputs j ... j + 7 read samples 2j - 2 ... 2j + 17.
@@ -53,7 +53,7 @@ void reduce_h_neon(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_
 
 // Luma rows: de-interleaving byte loads, the tap sums of 8-bit samples in
 // 16-bit lanes.
-void reduce_h_luma_neon(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
+void ReduceHLuma_NEON(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
   dst[0] = reduce_column(src, src_width, dst_width, 0);
   int32_t j = 1;
   // Outputs j ... j + 7 read samples 2j - 2 ... 2j + 17.
@@ -69,7 +69,7 @@ void reduce_h_luma_neon(const uint8_t* src, int32_t src_width, uint16_t* dst, in
   reduce_h_tail(src, src_width, dst, dst_width, j);
 }
 
-void reduce_v_neon(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+void ReduceV_NEON(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
   const uint16_t* r0 = rows[0];
   const uint16_t* r1 = rows[1];
   const uint16_t* r2 = rows[2];
@@ -84,7 +84,7 @@ void reduce_v_neon(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
 }
 
 // Pyramid rows of at most 4080: the sums in 16-bit lanes.
-void reduce_v_pyramid_neon(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+void ReduceVPyramid_NEON(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
   const uint16_t* r0 = rows[0];
   const uint16_t* r1 = rows[1];
   const uint16_t* r2 = rows[2];
@@ -115,7 +115,7 @@ inline uint16x8_t odd8(uint16x8_t c, uint16x8_t r) { return vrhaddq_u16(c, r); }
 inline int16x8_t odd8(int16x8_t c, int16x8_t r) { return vrhaddq_s16(c, r); }
 
 template <class Sample>
-void expand_h_neon(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
+void ExpandH_NEON(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
   const int32_t head = fine_width < 2 ? fine_width : 2;
   for (int32_t x = 0; x < head; ++x) fine[x] = expand_column(coarse, coarse_width, fine_width, x);
   const int32_t pairs_end = (fine_width - 2) / 2;  // pairs k with 2k + 1 < fine_width - 2
@@ -140,7 +140,7 @@ void expand_h_neon(const Sample* coarse, int32_t coarse_width, uint16_t* fine, i
   }
 }
 
-void laplacian_even_neon(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
+void LaplacianEven_NEON(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
                          const uint16_t* below, int16_t* out, int32_t width) {
   int32_t x = 0;
   for (; x + 8 <= width; x += 8) {
@@ -152,7 +152,7 @@ void laplacian_even_neon(const uint16_t* gauss, const uint16_t* above, const uin
   }
 }
 
-void laplacian_odd_neon(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
+void LaplacianOdd_NEON(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
                         int16_t* out, int32_t width) {
   int32_t x = 0;
   for (; x + 8 <= width; x += 8) {
@@ -175,32 +175,32 @@ inline void collapse8(int16_t* level, uint16x8_t v, uint8_t* luma) {
   if constexpr (kLuma) vst1_u8(luma, vqrshrn_n_u16(r, 4));
 }
 
-void collapse_even_neon(int16_t* level, const uint16_t* above, const uint16_t* centre,
+void CollapseEven_NEON(int16_t* level, const uint16_t* above, const uint16_t* centre,
                         const uint16_t* below, uint8_t* luma, int32_t width) {
   const int32_t body = collapse_vectors<8>(width, luma != nullptr, [&](auto with_luma, int32_t x) {
     const uint16x8_t v = expand_even8(load8(above + x), load8(centre + x), load8(below + x));
     collapse8<decltype(with_luma)::value>(level + x, v, with_luma ? luma + x : nullptr);
   });
-  kPyramidRowsPortable.collapse_even(level + body, above + body, centre + body, below + body,
+  PyramidRows_C.collapse_even(level + body, above + body, centre + body, below + body,
                                      luma != nullptr ? luma + body : nullptr, width - body);
 }
 
-void collapse_odd_neon(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
+void CollapseOdd_NEON(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
                        int32_t width) {
   const int32_t body = collapse_vectors<8>(width, luma != nullptr, [&](auto with_luma, int32_t x) {
     collapse8<decltype(with_luma)::value>(level + x, vrhaddq_u16(load8(centre + x), load8(below + x)),
                                            with_luma ? luma + x : nullptr);
   });
-  kPyramidRowsPortable.collapse_odd(level + body, centre + body, below + body,
+  PyramidRows_C.collapse_odd(level + body, centre + body, below + body,
                                     luma != nullptr ? luma + body : nullptr, width - body);
 }
 
 }  // namespace
 
-const PyramidRows kPyramidRowsNeon = {
-    reduce_h_neon,           reduce_h_luma_neon,     reduce_v_neon,       reduce_v_pyramid_neon,
-    expand_h_neon<uint16_t>, expand_h_neon<int16_t>, laplacian_even_neon, laplacian_odd_neon,
-    collapse_even_neon,      collapse_odd_neon,
+const PyramidRows PyramidRows_NEON = {
+    ReduceH_NEON,           ReduceHLuma_NEON,     ReduceV_NEON,       ReduceVPyramid_NEON,
+    ExpandH_NEON<uint16_t>, ExpandH_NEON<int16_t>, LaplacianEven_NEON, LaplacianOdd_NEON,
+    CollapseEven_NEON,      CollapseOdd_NEON,
 };
 
 }  // namespace tavo

@@ -32,7 +32,7 @@ struct CropBand {
 // reduced horizontally as they stand, so level 0 is never stored or widened.
 int32_t crop_band_body(void* record) {
   const auto& a = band_payload<CropBand>(record);
-  const PyramidRows& rows = pyramid_rows();
+  const PyramidRows& rows = SelectPyramidRows();
   int32_t status = 0, first = 0, count = 0;
   while (status == 0 && a.chunks->take(&first, &count)) {
     const ReduceRows r = reduce_rows_of(first, count, a.src_height, a.dst_height);
@@ -113,7 +113,7 @@ int32_t fuse_band(const StreamedLevel& lv, RowChunks& chunks) {
   scratch.collapse = platform::mem_alloc(4 * sizeof(int32_t) + 4 * row_bytes);
   if (scratch.collapse == nullptr) return kCollapseFailed;
 
-  const PyramidRows& fns = pyramid_rows();
+  const PyramidRows& fns = SelectPyramidRows();
   // Band-pass part: the frames' expanded Gaussian rows and band-pass rows.
   auto* gauss_tags = static_cast<int32_t*>(scratch.band_pass);
   auto* expanded = reinterpret_cast<uint16_t*>(gauss_tags + 4 * frames);
@@ -139,7 +139,7 @@ int32_t fuse_band(const StreamedLevel& lv, RowChunks& chunks) {
   // Level 0 is the crop, widened a row at a time into three slots per frame;
   // every frame keeps row y in slot y % 3, so the distances between the rows
   // of the contrast stencil are the same for all frames.
-  const WidenRow widen = pick_widen_row();
+  const WidenX16RowFn widen = SelectWidenX16Row();
   auto window_row = [&](int32_t y) {
     const int32_t s = y % 3;
     if (window_tags[s] != y) {
@@ -161,7 +161,7 @@ int32_t fuse_band(const StreamedLevel& lv, RowChunks& chunks) {
   std::array<int32_t, kExposureFactors> factors;
   build_exposure_factors(lv.lut, factors.data());
   const bool positive_weights = exposure_weights_positive(factors.data(), n);
-  const BlendGroupsFn groups = select_blend_groups();
+  const BlendGroupsFn groups = SelectBlendGroups();
 
   int32_t first = 0, rows = 0;
   while (chunks.take(&first, &rows)) {

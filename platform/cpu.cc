@@ -7,53 +7,54 @@
 namespace tavo::platform {
 namespace {
 
-bool portable_from_environment() {
-  const char* value = getenv(kPortableVariable);
+bool switched_on(const char* variable) {
+  const char* value = getenv(variable);
   return value != nullptr && *value != '\0' && strcmp(value, "0") != 0;
 }
 
-bool detected(Isa isa) {
-  switch (isa) {
-    case Isa::kPortable:
-      return true;
-#if defined(__x86_64__) || defined(__i386__)
-    case Isa::kSse41:
-      return __builtin_cpu_supports("sse4.1");
-    case Isa::kAvx2:
-      return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+int detected() {
+  int flags = 0;
+#if defined(__x86_64__)
+  __builtin_cpu_init();
+  if (__builtin_cpu_supports("sse4.1")) flags |= kCpuHasSSE41;
+  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) flags |= kCpuHasAVX2;
 #endif
 #if defined(__aarch64__)
-    case Isa::kNeon:
-      return true;
+  flags |= kCpuHasNEON;  // part of every ARMv8-A processor
 #endif
-    default:
-      return false;
-  }
+  return flags;
 }
 
-std::atomic<int> g_forced{-1};  // -1: from the environment, 0: detect, 1: portable
+int allowed_by_environment() {
+  if (switched_on("TAVO_HDR_PORTABLE")) return 0;
+  constexpr struct {
+    const char* variable;
+    int flag;
+  } kSwitches[] = {{"TAVO_HDR_DISABLE_SSE41", kCpuHasSSE41},
+                   {"TAVO_HDR_DISABLE_AVX2", kCpuHasAVX2},
+                   {"TAVO_HDR_DISABLE_NEON", kCpuHasNEON}};
+  int flags = -1;
+  for (const auto& s : kSwitches) {
+    if (switched_on(s.variable)) flags &= ~s.flag;
+  }
+  return flags;
+}
+
+constexpr int kUninitialised = -1;
+std::atomic<int> g_cpu_flags{kUninitialised};
 
 }  // namespace
 
-bool cpu_has(Isa isa) {
-  int forced = g_forced.load(std::memory_order_relaxed);
-  if (forced < 0) {
-    forced = portable_from_environment() ? 1 : 0;
-    g_forced.store(forced, std::memory_order_relaxed);
-  }
-  if (forced == 1) return isa == Isa::kPortable;
-  return detected(isa);
+int MaskCpuFlags(int mask) {
+  const int flags = detected() & allowed_by_environment() & mask;
+  g_cpu_flags.store(flags, std::memory_order_relaxed);
+  return flags;
 }
 
-Isa best_isa() {
-  for (Isa isa : {Isa::kNeon, Isa::kAvx2, Isa::kSse41}) {
-    if (cpu_has(isa)) return isa;
-  }
-  return Isa::kPortable;
-}
-
-void force_portable_for_testing(bool portable) {
-  g_forced.store(portable ? 1 : 0, std::memory_order_relaxed);
+int TestCpuFlag(int flag) {
+  int flags = g_cpu_flags.load(std::memory_order_relaxed);
+  if (flags == kUninitialised) flags = MaskCpuFlags(-1);
+  return flags & flag;
 }
 
 }  // namespace tavo::platform

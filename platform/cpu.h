@@ -1,17 +1,24 @@
-// Instruction sets the row functions may use. Detected once; the environment
-// variable TAVO_HDR_PORTABLE=1 (or the test switch) forces the portable rows.
+// Instruction sets the row functions may use, one flag per set. The processor
+// is asked once; the environment can switch sets off, each on its own:
+//   TAVO_HDR_DISABLE_AVX2, TAVO_HDR_DISABLE_SSE41, TAVO_HDR_DISABLE_NEON
+// (any value but empty or "0"), and TAVO_HDR_PORTABLE for all of them. Each
+// row family's selector starts from its portable row and takes the widest row
+// whose set is on, so with AVX2 off a family with an SSE4.1 row runs that.
 #pragma once
 
 namespace tavo::platform {
 
-enum class Isa { kPortable, kSse41, kAvx2, kNeon };
+inline constexpr int kCpuHasSSE41 = 0x1;
+inline constexpr int kCpuHasAVX2 = 0x2;  // with FMA: the AVX2 rows are built with -mfma
+inline constexpr int kCpuHasNEON = 0x4;
 
-bool cpu_has(Isa isa);
-// The widest instruction set this build and processor support.
-Isa best_isa();
+// Nonzero when the set is on: the processor has it, the build has rows for it
+// and neither the environment nor MaskCpuFlags switched it off.
+int TestCpuFlag(int flag);
 
-inline constexpr const char* kPortableVariable = "TAVO_HDR_PORTABLE";
-// Tests: true forces the portable rows, false returns to detection.
-void force_portable_for_testing(bool portable);
+// Tests and benchmarks: only the sets in `mask` that the processor has and the
+// environment allows stay on (the environment is read again); -1 puts back the
+// environment's choice, 0 leaves the portable rows. Returns the sets now on.
+int MaskCpuFlags(int mask);
 
 }  // namespace tavo::platform

@@ -10,7 +10,7 @@
 #include "align/registration.h"
 #include "include/tavo_lumo_hdr.h"
 #include "pool/band_jobs.h"
-#include "support/row_variants.h"
+#include "support/cpu_masks.h"
 #include "support/test_support.h"
 
 namespace {
@@ -86,8 +86,7 @@ TEST_F(LumaThresholdJobs, EveryFramesThresholdIsTheHistogramWalksWithEveryRowVar
   tavo::set_inline_work_limit_for_testing(0);
   std::mt19937 rng(6);
   const int32_t sizes[][2] = {{5, 1}, {7, 3}, {33, 9}, {640, 97}, {4001, 3}};
-  for (bool portable : {false, true}) {
-    tavo::test::RowVariants rows(portable);
+  tavo::test::ForEachCpuMask([&](const tavo::test::CpuMask&) {
     for (int kind = 0; kind < kLumaKinds; ++kind) {
       for (const auto& [w, h] : sizes) {
         std::vector<uint8_t> frames[3];
@@ -110,7 +109,7 @@ TEST_F(LumaThresholdJobs, EveryFramesThresholdIsTheHistogramWalksWithEveryRowVar
         for (int f = 0; f < 3; ++f) EXPECT_EQ(banded[f], walked[f]) << w << "x" << h << " kind " << kind << " frame " << f;
       }
     }
-  }
+  });
   tavo::set_inline_work_limit_for_testing(tavo::kInlineWork);
 }
 

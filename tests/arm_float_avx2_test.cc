@@ -11,6 +11,7 @@
 #include <random>
 
 #include "platform/arm_float.h"
+#include "platform/cpu.h"
 
 // Only the eight-lane helpers are built for AVX2; what they include is already in.
 #pragma GCC push_options
@@ -45,7 +46,7 @@ Lanes run_lanes(const uint32_t* ints, bool is_signed, const float* floats) {
 uint32_t bits(float f) { return std::bit_cast<uint32_t>(f); }
 
 TEST(ArmFloatAvx2, MatchesTheScalarEmulation) {
-  if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("fma")) GTEST_SKIP() << "no AVX2";
+  if (!platform::TestCpuFlag(platform::kCpuHasAVX2)) GTEST_SKIP() << "AVX2 off or absent";
   std::mt19937 rng(9);
   const float edges[] = {0.0f, -0.0f, 0.5f, -0.75f, 2147483520.0f, 2147483648.0f, -2147483648.0f,
                          4294967040.0f, 4294967296.0f, INFINITY, -INFINITY, NAN};

@@ -11,7 +11,7 @@
 #include "include/tavo_lumo_hdr.h"
 #include "platform/fixed_point_mean.h"
 #include "platform/log.h"
-#include "support/row_variants.h"
+#include "support/cpu_masks.h"
 #include "support/test_support.h"
 
 namespace tavo {
@@ -77,8 +77,7 @@ TEST(ChromaFusion, WorkedSamplesInRunsAndTail) {
 
 TEST(ChromaFusion, EveryColumnFollowsItsRuleInEveryRowVariant) {
   std::mt19937 rng(5);
-  for (bool portable : {true, false}) {
-    test::RowVariants variant(portable);
+  test::ForEachCpuMask([&](const test::CpuMask&) {
     for (int width = 1; width <= 48; ++width) {
       const int frames = 1 + width % 6, rows = 2, n = width * rows, skew = width % 5;
       const std::vector<uint16_t> lut = random_table(rng, width % 2 == 0);
@@ -106,7 +105,7 @@ TEST(ChromaFusion, EveryColumnFollowsItsRuleInEveryRowVariant) {
         ASSERT_EQ(v[i], model_sample(lut, cv, i % width, width)) << "pairs " << width << " at " << i;
       }
     }
-  }
+  });
 }
 
 class ChromaDispatch : public test::PoolTest {

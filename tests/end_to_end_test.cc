@@ -1,13 +1,15 @@
 // Whole captures of the synthetic scene: the output bytes are pinned by
-// checksums recorded once, which every architecture and every row variant must
-// reproduce, and repeated captures give the same bytes.
+// checksums recorded once, which every architecture and every instruction-set
+// mask must reproduce, and repeated captures give the same bytes.
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstring>
 #include <ostream>
+#include <tuple>
 
 #include "include/tavo_lumo_hdr.h"
+#include "support/cpu_masks.h"
 #include "support/test_support.h"
 #include "tools/scene/scene.h"
 
@@ -40,11 +42,13 @@ std::vector<uint8_t> capture(const CaptureCase& c, int32_t* result) {
   return out;
 }
 
-class EndToEnd : public test::PoolTest, public ::testing::WithParamInterface<CaptureCase> {};
+class EndToEnd : public test::PoolTest,
+                 public ::testing::WithParamInterface<std::tuple<CaptureCase, test::CpuMask>> {};
 
 TEST_P(EndToEnd, FusedFrameMatchesItsChecksum) {
   const test::ScopedTickingClock clock;
-  const CaptureCase& c = GetParam();
+  const CaptureCase& c = std::get<0>(GetParam());
+  const test::ScopedCpuMask mask(std::get<1>(GetParam()).mask);
   int32_t result = -1;
   const std::vector<uint8_t> out = capture(c, &result);
   ASSERT_EQ(result, 0);
@@ -56,17 +60,18 @@ TEST_P(EndToEnd, FusedFrameMatchesItsChecksum) {
 
 INSTANTIATE_TEST_SUITE_P(
     Scenes, EndToEnd,
-    ::testing::Values(
+    ::testing::Combine(::testing::Values(
         CaptureCase{8, 2, scene::Layout::kPlanar, 0, 0, 0, 0, 0x7c877546bc121311},
         CaptureCase{8, 2, scene::Layout::kSemiPlanar, 0, 0, 0, 0, 0xdf9bc261b7f77b33},
         CaptureCase{200, 120, scene::Layout::kPlanar, 4, -2, -6, 2, 0xd99e01512780bd26},
         CaptureCase{328, 246, scene::Layout::kSemiPlanar, -4, 6, 2, -4, 0xa2df5485a08e80fe},
         CaptureCase{1928, 1090, scene::Layout::kPlanar, 6, -4, -8, 2, 0x7745dc87b259b1bf},
         CaptureCase{1920, 1080, scene::Layout::kSemiPlanar, -6, 4, 8, -2, 0xf35f27225c3167e}),
-    [](const ::testing::TestParamInfo<CaptureCase>& info) {
-      const CaptureCase& c = info.param;
+        ::testing::ValuesIn(test::kCpuMasks)),
+    [](const ::testing::TestParamInfo<std::tuple<CaptureCase, test::CpuMask>>& info) {
+      const CaptureCase& c = std::get<0>(info.param);
       return std::to_string(c.width) + "x" + std::to_string(c.height) +
-             (c.layout == scene::Layout::kPlanar ? "Planar" : "SemiPlanar");
+             (c.layout == scene::Layout::kPlanar ? "Planar" : "SemiPlanar") + "_" + std::get<1>(info.param).name;
     });
 
 }  // namespace

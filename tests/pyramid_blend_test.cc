@@ -12,7 +12,7 @@
 #include "platform/fixed_point_mean.h"
 #include "platform/log.h"
 #include "platform/memory.h"
-#include "support/row_variants.h"
+#include "support/cpu_masks.h"
 #include "support/test_support.h"
 
 namespace tavo {
@@ -118,12 +118,10 @@ TEST(FusionPyramid, RowVariantsAgreeOnAnyInput) {
       // Every third width a table of factors 1 ... 32767 only, which takes the
       // vector rows' path for weight sums known to be positive.
       if (w % 3 == 0) for (auto& v : lv.lut) v = static_cast<uint16_t>(rng() % 2 ? 1 + rng() % 32767 : 32767);
-      std::vector<int16_t> out[2];
-      for (bool portable : {false, true}) {
-        test::RowVariants rows(portable);
-        out[portable] = lv.blend();
-      }
-      ASSERT_EQ(out[0], out[1]) << w << " wide, " << n << " frames";
+      const std::vector<int16_t> portable = [&] { const test::ScopedCpuMask none(0); return lv.blend(); }();
+      test::ForEachCpuMask([&](const test::CpuMask& m) {
+        ASSERT_EQ(lv.blend(), portable) << m.name << ", " << w << " wide, " << n << " frames";
+      });
     }
   }
 }

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/cpu.h"
+#include "support/cpu_masks.h"
 
 namespace tavo {
 namespace {
@@ -43,30 +43,24 @@ std::vector<Sample> make_row(int offset, int n, int pattern, uint32_t seed) {
 // (3 ... 81 and longer for the horizontal rows), and four offsets.
 template <class Body>
 void for_all(bool horizontal, Body body) {
-  std::vector<const PyramidRows*> variants;
-#if defined(__aarch64__)
-  if (platform::cpu_has(platform::Isa::kNeon)) variants.push_back(&kPyramidRowsNeon);
-#endif
-#if defined(__x86_64__)
-  if (platform::cpu_has(platform::Isa::kAvx2)) variants.push_back(&kPyramidRowsAvx2);
-#endif
+  const auto variants = test::OptimisedVariants([] { return &SelectPyramidRows(); });
   if (variants.empty()) GTEST_SKIP() << "portable rows only";
   std::vector<int> widths;
   for (int w = horizontal ? 3 : 1; w <= (horizontal ? 81 : 40); ++w) widths.push_back(w);
   for (int w : {127, 128, 129, 257, 514}) widths.push_back(w);
   uint32_t seed = 1;
-  for (const PyramidRows* rows : variants)
+  for (const auto& [name, rows] : variants)
     for (int pattern = 0; pattern < kPatterns; ++pattern)
       for (int width : widths)
         for (int offset : {0, 1, 3, 6}) {
-          SCOPED_TRACE("pattern " + std::to_string(pattern) + " width " + std::to_string(width) +
+          SCOPED_TRACE(std::string(name) + " pattern " + std::to_string(pattern) + " width " + std::to_string(width) +
                        " offset " + std::to_string(offset));
           body(*rows, pattern, width, offset, seed++);
           if (::testing::Test::HasFailure()) return;
         }
 }
 
-const PyramidRows& c = kPyramidRowsPortable;
+const PyramidRows& c = PyramidRows_C;
 
 TEST(PyramidRows, HorizontalRowsMatchPortable) {
   for_all(true, [](const PyramidRows& r, int pattern, int w, int off, uint32_t seed) {
@@ -149,16 +143,6 @@ TEST(PyramidRows, VerticalRowsMatchPortable) {
       EXPECT_EQ(luma_r, luma_c);
     }
   });
-}
-
-TEST(PyramidRows, ForcedPortableRowsAreUsed) {
-  const bool portable_before = &pyramid_rows() == &kPyramidRowsPortable;
-  platform::force_portable_for_testing(true);
-  EXPECT_EQ(&pyramid_rows(), &kPyramidRowsPortable);
-  platform::force_portable_for_testing(false);
-  EXPECT_EQ(&pyramid_rows() == &kPyramidRowsPortable,
-            platform::best_isa() == platform::Isa::kPortable);
-  platform::force_portable_for_testing(portable_before);
 }
 
 }  // namespace
