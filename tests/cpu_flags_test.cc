@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <iterator>
 #include <optional>
 #include <string>
 
@@ -41,13 +42,17 @@ Selected selected() {
           SelectCountAboveRow(), SelectBlendGroups(), &SelectPyramidRows(),   SelectChromaRows()};
 }
 
-// Sets a variable and has the library read the environment again; undoes both
-// when it goes.
+// Sets a variable (unsets it for null) and has the library read the
+// environment again; undoes both when it goes.
 class ScopedSwitch {
  public:
-  explicit ScopedSwitch(const char* variable, const char* value) : variable_(variable) {
+  ScopedSwitch(const char* variable, const char* value) : variable_(variable) {
     if (const char* old = getenv(variable)) old_ = old;
-    setenv(variable, value, 1);
+    if (value != nullptr) {
+      setenv(variable, value, 1);
+    } else {
+      unsetenv(variable);
+    }
     platform::MaskCpuFlags(-1);
   }
   ~ScopedSwitch() {
@@ -64,14 +69,26 @@ class ScopedSwitch {
   std::optional<std::string> old_;
 };
 
-TEST(CpuFlags, EnvironmentSwitchesActLikeMasks) {
-  const struct {
-    const char* variable;
-    int mask;
-  } kSwitches[] = {{"TAVO_HDR_DISABLE_AVX2", ~kCpuHasAVX2},
-                   {"TAVO_HDR_DISABLE_SSE41", ~kCpuHasSSE41},
-                   {"TAVO_HDR_DISABLE_NEON", ~kCpuHasNEON},
-                   {"TAVO_HDR_PORTABLE", 0}};
+constexpr struct {
+  const char* variable;
+  int mask;
+} kSwitches[] = {{"TAVO_HDR_DISABLE_AVX2", ~kCpuHasAVX2},
+                 {"TAVO_HDR_DISABLE_SSE41", ~kCpuHasSSE41},
+                 {"TAVO_HDR_DISABLE_NEON", ~kCpuHasNEON},
+                 {"TAVO_HDR_PORTABLE", 0}};
+
+// Starts from an environment without switches, whatever the test run was given.
+class CpuFlags : public ::testing::Test {
+ protected:
+  CpuFlags() {
+    for (size_t i = 0; i < std::size(kSwitches); ++i) cleared_[i].emplace(kSwitches[i].variable, nullptr);
+  }
+
+ private:
+  std::optional<ScopedSwitch> cleared_[std::size(kSwitches)];
+};
+
+TEST_F(CpuFlags, EnvironmentSwitchesActLikeMasks) {
   for (const auto& s : kSwitches) {
     Selected masked;
     {
@@ -95,7 +112,7 @@ TEST(CpuFlags, EnvironmentSwitchesActLikeMasks) {
 
 #if defined(__x86_64__)
 // Without AVX2 a family with an SSE4.1 row runs it, one without runs the portable row.
-TEST(CpuFlags, WithoutAVX2TheSSE41RowsRun) {
+TEST_F(CpuFlags, WithoutAVX2TheSSE41RowsRun) {
   const ScopedSwitch no_avx2("TAVO_HDR_DISABLE_AVX2", "1");
   if (!platform::TestCpuFlag(kCpuHasSSE41)) GTEST_SKIP() << "no SSE4.1";
   EXPECT_EQ(SelectMismatchRow(), MismatchRow_SSE41);
