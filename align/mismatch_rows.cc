@@ -19,7 +19,7 @@ constexpr uint32_t bits_set(uint8_t v) {
 }  // namespace
 
 uint32_t MismatchRow_C(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
-                        const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
+                       const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
   uint32_t total = 0;
   for (int32_t j = 0; j < n; ++j) {
     const uint8_t d = moving_bitmap[j] ^ ref_bitmap[j];

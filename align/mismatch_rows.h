@@ -15,16 +15,16 @@ using MismatchRowFn = uint32_t (*)(const uint8_t* moving_mask, const uint8_t* mo
                                  const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
 
 uint32_t MismatchRow_C(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
-                        const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
+                       const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
 #if defined(__aarch64__)
 uint32_t MismatchRow_NEON(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
-                           const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
+                          const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
 #endif
 #if defined(__x86_64__)
 uint32_t MismatchRow_SSE41(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
-                            const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
-uint32_t MismatchRow_AVX2(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
                            const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
+uint32_t MismatchRow_AVX2(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+                          const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
 #endif
 
 // The widest row whose instruction set is on (platform/cpu.h).

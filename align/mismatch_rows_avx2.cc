@@ -41,7 +41,7 @@ inline __m256i bit_sums(__m256i f) {
 }  // namespace
 
 uint32_t MismatchRow_AVX2(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
-                           const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
+                          const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
   if (n < 32) return MismatchRow_SSE41(moving_mask, moving_bitmap, ref_bitmap, ref_mask, n);
   __m256i sums = _mm256_setzero_si256();  // four 64-bit lanes
   int32_t j = 0;

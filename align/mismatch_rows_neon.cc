@@ -5,7 +5,7 @@
 namespace tavo {
 
 uint32_t MismatchRow_NEON(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
-                           const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
+                          const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
   const uint8x16_t one = vdupq_n_u8(1);
   uint32x4_t sums = vdupq_n_u32(0);
   int32_t j = 0;

@@ -5,7 +5,7 @@
 namespace tavo {
 
 uint32_t MismatchRow_SSE41(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
-                            const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
+                           const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
   auto load = [](const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); };
   const __m128i one = _mm_set1_epi8(1);
   const __m128i nibble = _mm_set1_epi8(0x0f);

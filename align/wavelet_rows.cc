@@ -7,7 +7,7 @@
 namespace tavo {
 
 void WaveletMainRow_C(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
-                        uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold) {
+                      uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold) {
   const int32_t lo = threshold < 4 ? 0 : threshold - 4;
   const int32_t hi = std::min(threshold + 4, 255);
   const int32_t outputs = blocks * 8;

@@ -25,16 +25,16 @@ using WaveletMainRowFn = void (*)(const uint8_t* top, const uint8_t* bottom, uin
                                 int32_t threshold);
 
 void WaveletMainRow_C(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
-                        uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
+                      uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
 #if defined(__aarch64__)
 void WaveletMainRow_NEON(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
-                           uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
+                         uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
 #endif
 #if defined(__x86_64__)
 void WaveletMainRow_SSE41(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
-                            uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
+                          uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
 void WaveletMainRow_AVX2(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
-                           uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
+                         uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
 #endif
 
 // Input columns first ... width - 1 (first even) into outputs first/2 onward of

@@ -19,7 +19,7 @@ inline __m256i block_means(const uint8_t* top, const uint8_t* bottom) {
 }  // namespace
 
 void WaveletMainRow_AVX2(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
-                           uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold) {
+                         uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold) {
   const __m256i t_biased = _mm256_set1_epi8(static_cast<char>(threshold ^ 0x80));
   const __m256i lo = _mm256_set1_epi8(static_cast<char>(threshold < 4 ? 0 : threshold - 4));
   const __m256i hi = _mm256_set1_epi8(static_cast<char>(threshold > 251 ? 255 : threshold + 4));
@@ -41,7 +41,7 @@ void WaveletMainRow_AVX2(const uint8_t* top, const uint8_t* bottom, uint8_t* app
   }
   if (b < blocks) {
     WaveletMainRow_SSE41(top + b * 16, bottom + b * 16, approx + b * 8, bitmap + b * 8, mask + b * 8,
-                           blocks - b, threshold);
+                         blocks - b, threshold);
   }
 }
 

@@ -14,7 +14,7 @@ inline uint8x8_t block_means(const uint8_t* top, const uint8_t* bottom) {
 }  // namespace
 
 void WaveletMainRow_NEON(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
-                           uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold) {
+                         uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold) {
   const uint8x16_t t = vdupq_n_u8(static_cast<uint8_t>(threshold));
   const uint8x16_t lo = vdupq_n_u8(static_cast<uint8_t>(threshold < 4 ? 0 : threshold - 4));
   const uint8x16_t hi = vdupq_n_u8(static_cast<uint8_t>(threshold > 251 ? 255 : threshold + 4));

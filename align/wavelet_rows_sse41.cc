@@ -38,7 +38,7 @@ struct Classes {
 }  // namespace
 
 void WaveletMainRow_SSE41(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
-                            uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold) {
+                          uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold) {
   const Classes classes(threshold);
   int32_t b = 0;
   for (; b + 2 <= blocks; b += 2) {

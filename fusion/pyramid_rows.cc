@@ -42,14 +42,14 @@ void ExpandH_C(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32
 }
 
 void LaplacianEven_C(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
-                      const uint16_t* below, int16_t* out, int32_t width) {
+                     const uint16_t* below, int16_t* out, int32_t width) {
   for (int32_t x = 0; x < width; ++x) {
     out[x] = laplacian_sample(gauss[x], expand_even(above[x], centre[x], below[x]));
   }
 }
 
 void LaplacianOdd_C(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
-                     int16_t* out, int32_t width) {
+                    int16_t* out, int32_t width) {
   for (int32_t x = 0; x < width; ++x) {
     out[x] = laplacian_sample(gauss[x], expand_odd(centre[x], below[x]));
   }
@@ -76,7 +76,7 @@ void collapse_odd_row(int16_t* level, const uint16_t* centre, const uint16_t* be
 }
 
 void CollapseEven_C(int16_t* level, const uint16_t* above, const uint16_t* centre,
-                     const uint16_t* below, uint8_t* luma, int32_t width) {
+                    const uint16_t* below, uint8_t* luma, int32_t width) {
   if (luma != nullptr) {
     collapse_even_row<true>(level, above, centre, below, luma, width);
   } else {
@@ -85,7 +85,7 @@ void CollapseEven_C(int16_t* level, const uint16_t* above, const uint16_t* centr
 }
 
 void CollapseOdd_C(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
-                    int32_t width) {
+                   int32_t width) {
   if (luma != nullptr) {
     collapse_odd_row<true>(level, centre, below, luma, width);
   } else {
@@ -96,9 +96,8 @@ void CollapseOdd_C(int16_t* level, const uint16_t* centre, const uint16_t* below
 }  // namespace
 
 const PyramidRows PyramidRows_C = {
-    ReduceH_C<uint16_t>, ReduceH_C<uint8_t>, ReduceV_C,   ReduceV_C,
-    ExpandH_C<uint16_t>, ExpandH_C<int16_t>, LaplacianEven_C, LaplacianOdd_C,
-    CollapseEven_C,      CollapseOdd_C,
+    ReduceH_C<uint16_t>, ReduceH_C<uint8_t>, ReduceV_C,      ReduceV_C,     ExpandH_C<uint16_t>,
+    ExpandH_C<int16_t>,  LaplacianEven_C,    LaplacianOdd_C, CollapseEven_C, CollapseOdd_C,
 };
 
 const PyramidRows& SelectPyramidRows() {

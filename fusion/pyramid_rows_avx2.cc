@@ -166,7 +166,7 @@ void ExpandH_AVX2(const Sample* coarse, int32_t coarse_width, uint16_t* fine, in
 }
 
 void LaplacianEven_AVX2(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
-                         const uint16_t* below, int16_t* out, int32_t width) {
+                        const uint16_t* below, int16_t* out, int32_t width) {
   int32_t x = 0;
   for (; x + 16 <= width; x += 16) {
     const __m256i e = expand_even16(load16(above + x), load16(centre + x), load16(below + x));
@@ -178,7 +178,7 @@ void LaplacianEven_AVX2(const uint16_t* gauss, const uint16_t* above, const uint
 }
 
 void LaplacianOdd_AVX2(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
-                        int16_t* out, int32_t width) {
+                       int16_t* out, int32_t width) {
   int32_t x = 0;
   for (; x + 16 <= width; x += 16) {
     const __m256i e = _mm256_avg_epu16(load16(centre + x), load16(below + x));
@@ -205,7 +205,7 @@ inline void collapse16(int16_t* level, __m256i v, uint8_t* luma) {
 }
 
 void CollapseEven_AVX2(int16_t* level, const uint16_t* above, const uint16_t* centre,
-                        const uint16_t* below, uint8_t* luma, int32_t width) {
+                       const uint16_t* below, uint8_t* luma, int32_t width) {
   const int32_t body = collapse_vectors<16>(width, luma != nullptr, [&](auto with_luma, int32_t x) {
     const __m256i v = expand_even16(load16(above + x), load16(centre + x), load16(below + x));
     collapse16<decltype(with_luma)::value>(level + x, v, with_luma ? luma + x : nullptr);
@@ -215,7 +215,7 @@ void CollapseEven_AVX2(int16_t* level, const uint16_t* above, const uint16_t* ce
 }
 
 void CollapseOdd_AVX2(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
-                       int32_t width) {
+                      int32_t width) {
   const int32_t body = collapse_vectors<16>(width, luma != nullptr, [&](auto with_luma, int32_t x) {
     collapse16<decltype(with_luma)::value>(level + x, _mm256_avg_epu16(load16(centre + x), load16(below + x)),
                                            with_luma ? luma + x : nullptr);

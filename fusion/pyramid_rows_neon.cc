@@ -141,7 +141,7 @@ void ExpandH_NEON(const Sample* coarse, int32_t coarse_width, uint16_t* fine, in
 }
 
 void LaplacianEven_NEON(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
-                         const uint16_t* below, int16_t* out, int32_t width) {
+                        const uint16_t* below, int16_t* out, int32_t width) {
   int32_t x = 0;
   for (; x + 8 <= width; x += 8) {
     const uint16x8_t e = expand_even8(load8(above + x), load8(centre + x), load8(below + x));
@@ -153,7 +153,7 @@ void LaplacianEven_NEON(const uint16_t* gauss, const uint16_t* above, const uint
 }
 
 void LaplacianOdd_NEON(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
-                        int16_t* out, int32_t width) {
+                       int16_t* out, int32_t width) {
   int32_t x = 0;
   for (; x + 8 <= width; x += 8) {
     const uint16x8_t e = vrhaddq_u16(load8(centre + x), load8(below + x));
@@ -176,7 +176,7 @@ inline void collapse8(int16_t* level, uint16x8_t v, uint8_t* luma) {
 }
 
 void CollapseEven_NEON(int16_t* level, const uint16_t* above, const uint16_t* centre,
-                        const uint16_t* below, uint8_t* luma, int32_t width) {
+                       const uint16_t* below, uint8_t* luma, int32_t width) {
   const int32_t body = collapse_vectors<8>(width, luma != nullptr, [&](auto with_luma, int32_t x) {
     const uint16x8_t v = expand_even8(load8(above + x), load8(centre + x), load8(below + x));
     collapse8<decltype(with_luma)::value>(level + x, v, with_luma ? luma + x : nullptr);
@@ -186,7 +186,7 @@ void CollapseEven_NEON(int16_t* level, const uint16_t* above, const uint16_t* ce
 }
 
 void CollapseOdd_NEON(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
-                       int32_t width) {
+                      int32_t width) {
   const int32_t body = collapse_vectors<8>(width, luma != nullptr, [&](auto with_luma, int32_t x) {
     collapse8<decltype(with_luma)::value>(level + x, vrhaddq_u16(load8(centre + x), load8(below + x)),
                                            with_luma ? luma + x : nullptr);

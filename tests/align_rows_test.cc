@@ -43,8 +43,8 @@ TEST(AlignRows, WaveletMainRowsMatchPortable) {
               const uint8_t* b = unpaired ? top.data() + offset : bottom.data() + offset;
               std::vector<uint8_t> want(3 * 8 * kMaxBlocks + 3, 0xEE), got(want);
               tavo::WaveletMainRow_C(top.data() + offset, b, want.data() + offset,
-                                       want.data() + 88 + offset, want.data() + 176 + offset,
-                                       blocks, t);
+                                     want.data() + 88 + offset, want.data() + 176 + offset,
+                                     blocks, t);
               row(top.data() + offset, b, got.data() + offset, got.data() + 88 + offset,
                         got.data() + 176 + offset, blocks, t);
               ASSERT_EQ(got, want) << name << " blocks " << blocks << " t " << t
@@ -70,7 +70,7 @@ TEST(AlignRows, MismatchRowsMatchPortable) {
           const auto mm = bytes(size, rng, alphabet), mb = bytes(size, rng, alphabet);
           const auto rb = bytes(size, rng, alphabet), rm = bytes(size, rng, alphabet);
           const uint32_t want = tavo::MismatchRow_C(mm.data() + offset, mb.data() + offset,
-                                                     rb.data() + offset, rm.data() + offset, n);
+                                                    rb.data() + offset, rm.data() + offset, n);
           ASSERT_EQ(row(mm.data() + offset, mb.data() + offset, rb.data() + offset,
                         rm.data() + offset, n),
                     want)

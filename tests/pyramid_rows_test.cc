@@ -53,8 +53,8 @@ void for_all(bool horizontal, Body body) {
     for (int pattern = 0; pattern < kPatterns; ++pattern)
       for (int width : widths)
         for (int offset : {0, 1, 3, 6}) {
-          SCOPED_TRACE(std::string(name) + " pattern " + std::to_string(pattern) + " width " + std::to_string(width) +
-                       " offset " + std::to_string(offset));
+          SCOPED_TRACE(std::string(name) + " pattern " + std::to_string(pattern) + " width " +
+                       std::to_string(width) + " offset " + std::to_string(offset));
           body(*rows, pattern, width, offset, seed++);
           if (::testing::Test::HasFailure()) return;
         }
