@@ -6,6 +6,7 @@
 #include <iterator>
 #include <optional>
 #include <string>
+#include <tuple>
 
 #include "align/mismatch_rows.h"
 #include "align/threshold_rows.h"
@@ -25,46 +26,27 @@ using platform::kCpuHasNEON;
 using platform::kCpuHasSSE41;
 
 // What every family's selector returns.
-struct Selected {
-  MismatchRowFn mismatch;
-  WidenX16RowFn widen;
-  SplitPairsRowFn split;
-  WaveletMainRowFn wavelet;
-  CountAboveRowFn count_above;
-  BlendGroupsFn blend;
-  const PyramidRows* pyramid;
-  ChromaRowFns chroma;
-  bool operator==(const Selected&) const = default;
-};
-
-Selected selected() {
-  return {SelectMismatchRow(),   SelectWidenX16Row(), SelectSplitPairsRow(), SelectWaveletMainRow(128),
-          SelectCountAboveRow(), SelectBlendGroups(), &SelectPyramidRows(),   SelectChromaRows()};
+auto selected() {
+  return std::make_tuple(SelectMismatchRow(), SelectWidenX16Row(), SelectSplitPairsRow(),
+                         SelectWaveletMainRow(128), SelectCountAboveRow(), SelectBlendGroups(),
+                         &SelectPyramidRows(), SelectChromaRows());
 }
 
 // Sets a variable (unsets it for null) and has the library read the
-// environment again; undoes both when it goes.
+// environment again; puts both back when it goes.
 class ScopedSwitch {
  public:
   ScopedSwitch(const char* variable, const char* value) : variable_(variable) {
     if (const char* old = getenv(variable)) old_ = old;
-    if (value != nullptr) {
-      setenv(variable, value, 1);
-    } else {
-      unsetenv(variable);
-    }
-    platform::MaskCpuFlags(-1);
+    set(value);
   }
-  ~ScopedSwitch() {
-    if (old_) {
-      setenv(variable_, old_->c_str(), 1);
-    } else {
-      unsetenv(variable_);
-    }
-    platform::MaskCpuFlags(-1);
-  }
+  ~ScopedSwitch() { set(old_ ? old_->c_str() : nullptr); }
 
  private:
+  void set(const char* value) {
+    value != nullptr ? setenv(variable_, value, 1) : unsetenv(variable_);
+    platform::MaskCpuFlags(-1);
+  }
   const char* variable_;
   std::optional<std::string> old_;
 };
@@ -77,50 +59,31 @@ constexpr struct {
                  {"TAVO_HDR_DISABLE_NEON", ~kCpuHasNEON},
                  {"TAVO_HDR_PORTABLE", 0}};
 
-// Starts from an environment without switches, whatever the test run was given.
-class CpuFlags : public ::testing::Test {
- protected:
-  CpuFlags() {
-    for (size_t i = 0; i < std::size(kSwitches); ++i) cleared_[i].emplace(kSwitches[i].variable, nullptr);
-  }
-
- private:
-  std::optional<ScopedSwitch> cleared_[std::size(kSwitches)];
-};
-
-TEST_F(CpuFlags, EnvironmentSwitchesActLikeMasks) {
+TEST(CpuFlags, EnvironmentSwitchesActLikeMasks) {
+  std::optional<ScopedSwitch> cleared[std::size(kSwitches)];  // whatever the test run was given
+  for (size_t i = 0; i < std::size(kSwitches); ++i) cleared[i].emplace(kSwitches[i].variable, nullptr);
   for (const auto& s : kSwitches) {
-    Selected masked;
-    {
+    const auto masked = [&] {
       const test::ScopedCpuMask mask(s.mask);
-      masked = selected();
-    }
-    const Selected unswitched = selected();
-    {
-      const ScopedSwitch on(s.variable, "1");
-      EXPECT_EQ(platform::TestCpuFlag(~s.mask), 0) << s.variable;
-      EXPECT_TRUE(selected() == masked) << s.variable;
-    }
-    const ScopedSwitch off(s.variable, "0");
-    EXPECT_TRUE(selected() == unswitched) << s.variable << "=0";
+      return selected();
+    }();
+    const ScopedSwitch on(s.variable, "1");
+    EXPECT_EQ(platform::TestCpuFlag(~s.mask), 0) << s.variable;
+    EXPECT_TRUE(selected() == masked) << s.variable;
   }
-  const ScopedSwitch portable("TAVO_HDR_PORTABLE", "1");
-  EXPECT_TRUE(selected() == (Selected{MismatchRow_C, WidenX16Row_C, SplitPairsRow_C, WaveletMainRow_C,
-                                      CountAboveRow_C, BlendGroups_C, &PyramidRows_C,
-                                      {ChromaGroups_C, ChromaPairGroups_C}}));
-}
-
 #if defined(__x86_64__)
-// Without AVX2 a family with an SSE4.1 row runs it, one without runs the portable row.
-TEST_F(CpuFlags, WithoutAVX2TheSSE41RowsRun) {
-  const ScopedSwitch no_avx2("TAVO_HDR_DISABLE_AVX2", "1");
-  if (!platform::TestCpuFlag(kCpuHasSSE41)) GTEST_SKIP() << "no SSE4.1";
-  EXPECT_EQ(SelectMismatchRow(), MismatchRow_SSE41);
-  EXPECT_EQ(SelectWaveletMainRow(128), WaveletMainRow_SSE41);
-  EXPECT_EQ(SelectCountAboveRow(), CountAboveRow_C);
-  EXPECT_EQ(SelectBlendGroups(), BlendGroups_C);
-}
+  {
+    const ScopedSwitch no_avx2("TAVO_HDR_DISABLE_AVX2", "1");  // a family with an SSE4.1 row runs it
+    if (platform::TestCpuFlag(kCpuHasSSE41)) {
+      EXPECT_EQ(SelectMismatchRow(), MismatchRow_SSE41);
+    }
+  }
 #endif
+  const ScopedSwitch portable("TAVO_HDR_PORTABLE", "1");
+  EXPECT_TRUE(selected() == std::make_tuple(MismatchRow_C, WidenX16Row_C, SplitPairsRow_C, WaveletMainRow_C,
+                                            CountAboveRow_C, BlendGroups_C, &PyramidRows_C,
+                                            ChromaRowFns{ChromaGroups_C, ChromaPairGroups_C}));
+}
 
 }  // namespace
 }  // namespace tavo

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <ostream>
 #include <utility>
 #include <vector>
@@ -49,25 +51,19 @@ void ForEachCpuMask(Body body) {
 
 // What select() returns under every mask, without the portable result and
 // without repeats: every optimised variant of a row family this processor runs,
-// each with the name of the first mask that picked it.
+// each with the name of the first mask (from the portable end) that picks it.
 template <class Select>
 auto OptimisedVariants(Select select) {
-  using Result = decltype(select());
-  Result portable;
-  {
-    const ScopedCpuMask scoped(0);
-    portable = select();
-  }
-  std::vector<std::pair<const char*, Result>> variants;
-  ForEachCpuMask([&](const CpuMask& m) {
-    const Result r = select();
-    if (r == portable) return;
-    for (const auto& v : variants) {
-      if (v.second == r) return;
+  std::vector<std::pair<const char*, decltype(select())>> found;
+  for (auto m = std::rbegin(kCpuMasks); m != std::rend(kCpuMasks); ++m) {
+    const ScopedCpuMask scoped(m->mask);
+    const auto r = select();
+    if (std::none_of(found.begin(), found.end(), [&](const auto& f) { return f.second == r; })) {
+      found.emplace_back(m->name, r);
     }
-    variants.emplace_back(m.name, r);
-  });
-  return variants;
+  }
+  found.erase(found.begin());  // the portable rows
+  return found;
 }
 
 }  // namespace tavo::test
