@@ -20,6 +20,16 @@ inline constexpr const char* kLogTag = "hdr";
 inline unsigned log_hex(const void* ptr) {
   return static_cast<unsigned>(reinterpret_cast<uintptr_t>(ptr));
 }
+
+#if !defined(__ANDROID__)
+// The host writer (platform/log_writer_host.cc) hands every line to the sink,
+// when one is installed, instead of sending it where TAVO_HDR_LOG says: the
+// programs that link the library's objects (tests, benchmarks) read the log
+// this way. The message is formatted, without tag and level. nullptr restores
+// the usual destination. The shared library never installs one.
+using LogSink = void (*)(int prio, const char* tag, const char* message);
+void set_log_sink_for_testing(LogSink sink);
+#endif
 }  // namespace tavo::platform
 
 // HDR_LOG_AS: a line attributed to a given source line and function name, for the

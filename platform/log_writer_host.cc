@@ -7,10 +7,12 @@
 //    "hdr E <message>" (the file is created when missing).
 // The Android build logs through the platform's liblog directly and has no
 // such switch. Programs that link the library's objects instead of the shared
-// library supply their own writer.
+// library (tests, benchmarks) link this writer too and install a sink
+// (platform/log.h) that receives every line before any of the above.
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -24,6 +26,8 @@ extern "C" int __android_log_vprint(int prio, const char* tag, const char* fmt, 
 
 namespace {
 
+std::atomic<tavo::platform::LogSink> g_sink{nullptr};
+
 // "hdr E <message>", with a line break where the message has none.
 int format_line(char* out, size_t size, int prio, const char* tag, const char* fmt, va_list ap) {
   char message[1024];
@@ -36,7 +40,18 @@ int format_line(char* out, size_t size, int prio, const char* tag, const char* f
 
 }  // namespace
 
+void tavo::platform::set_log_sink_for_testing(LogSink sink) { g_sink.store(sink, std::memory_order_release); }
+
 extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+  if (const tavo::platform::LogSink sink = g_sink.load(std::memory_order_acquire)) {
+    char message[2048];
+    va_list ap;
+    va_start(ap, fmt);
+    const int n = vsnprintf(message, sizeof message, fmt, ap);
+    va_end(ap);
+    if (n >= 0) sink(prio, tag, message);
+    return n;
+  }
   const char* destination = getenv("TAVO_HDR_LOG");
   const bool redirected = destination != nullptr && *destination != '\0';
   if (redirected && strcmp(destination, "quiet") == 0) return 0;

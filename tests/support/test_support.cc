@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -21,23 +20,20 @@ namespace {
 std::mutex g_log_mutex;
 std::vector<std::string> g_lines;
 bool g_capturing = false;
-}  // namespace
-
-// The tests' log writer: keeps every line while a LogCapture lives, and echoes
+// The tests' log sink: keeps every line while a LogCapture lives, and echoes
 // it to stderr when TAVO_TEST_LOG is set.
-extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
-  char line[2048];
-  va_list ap;
-  va_start(ap, fmt);
-  const int n = vsnprintf(line, sizeof line, fmt, ap);
-  va_end(ap);
+void capture_line(int prio, const char* tag, const char* line) {
   EXPECT_EQ(prio, tavo::platform::kLogPriorityError);
   EXPECT_STREQ(tag, "hdr");
   if (getenv("TAVO_TEST_LOG") != nullptr) fprintf(stderr, "hdr: %s", line);
   std::lock_guard<std::mutex> lock(g_log_mutex);
   if (g_capturing) g_lines.emplace_back(line);
-  return n;
 }
+
+// Installed before main, so that no line of a test reaches stderr otherwise.
+[[maybe_unused]] const bool g_sink_installed = (tavo::platform::set_log_sink_for_testing(capture_line), true);
+
+}  // namespace
 
 namespace tavo::test {
 
