@@ -21,6 +21,7 @@ int32_t stop_flag_value() { return g_stop_flag.load(std::memory_order_relaxed); 
 double endTime(const char* label, int64_t start_ns) {
   const double seconds = static_cast<double>(platform::monotonic_ns() - start_ns) / 1e9;
   HDR_LOG("Test: %s, %f s\n", label, seconds);
+  record_stage_time(label, seconds);
   return seconds;
 }
 

@@ -4,13 +4,16 @@
 
 #include <cstdint>
 
+#include "api/stage_times.h"
+
 namespace tavo {
 
 // Value of the stop flag; a capture stops when it reads exactly 1.
 int32_t stop_flag_value();
 
-// Logs "Test: <label>, <seconds> s" under the function name endTime and returns
-// the seconds elapsed on the monotonic clock since start_ns.
+// Logs "Test: <label>, <seconds> s" under the function name endTime, keeps the
+// seconds in the stage record (api/stage_times.h) and returns them: the time
+// elapsed on the monotonic clock since start_ns.
 double endTime(const char* label, int64_t start_ns);
 
 inline constexpr const char* kLibraryVersion = "v4.2.2.1";

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "bench/process_stats.h"
-#include "bench/stage_log.h"
+#include "api/stage_times.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/cpu.h"
 
@@ -70,7 +70,7 @@ void BM_HdrFunction(benchmark::State& state) {
   const auto frames = make_bracket(w, h);
   std::vector<uint8_t> out(frames[0].size(), 0);
   tavo_hdr_pool_init();
-  tavo::bench::reset_stage_seconds();
+  double align = 0, fusion = 0, resize = 0;
   int64_t peak = 0;
   const int64_t faults = tavo::bench::page_faults();
   double cpu = 0;
@@ -84,19 +84,19 @@ void BM_HdrFunction(benchmark::State& state) {
     benchmark::ClobberMemory();
     state.PauseTiming();
     cpu += tavo::bench::cpu_seconds() - cpu_before;
+    const tavo::StageTimes stages = tavo::last_stage_times();
+    align += stages.registration;
+    fusion += stages.fusion;
+    resize += stages.resize;
     peak = std::max(peak, tavo::bench::peak_rss_bytes() - before);
     state.ResumeTiming();
   }
   const double n = static_cast<double>(state.iterations());
   const double page_faults = static_cast<double>(tavo::bench::page_faults() - faults) / n;
   tavo_hdr_pool_destroy();
-  // The stages are timed from the pipeline's start: align, then align+fusion, then all three.
-  const double align = tavo::bench::stage_seconds("align") / n;
-  const double fused = tavo::bench::stage_seconds("pyrFuse") / n;
-  const double resized = tavo::bench::stage_seconds("resize") / n;
-  state.counters["align_ms"] = 1e3 * align;
-  state.counters["fusion_ms"] = 1e3 * (fused - align);
-  state.counters["resize_ms"] = 1e3 * (resized - fused);
+  state.counters["align_ms"] = 1e3 * align / n;
+  state.counters["fusion_ms"] = 1e3 * fusion / n;
+  state.counters["resize_ms"] = 1e3 * resize / n;
   state.counters["faults"] = page_faults;
   state.counters["cpu_ms"] = 1e3 * cpu / n;  // all threads: up to twice the time on two cores
   state.counters["peak_MB"] = static_cast<double>(peak) / (1 << 20);

@@ -6,8 +6,15 @@
 #include <cstring>
 #include <ctime>
 
+#include "platform/log.h"
+
 namespace tavo::bench {
 namespace {
+
+// The benchmarks measure, they do not show the library's log: every line goes
+// to a sink that drops it (the stage times come from api/stage_times.h).
+[[maybe_unused]] const bool g_quiet_log =
+    (platform::set_log_sink_for_testing([](int, const char*, const char*) {}), true);
 
 // A "Name:   <n> kB" line of /proc/self/status, in bytes; -1 when absent.
 int64_t status_kb(const char* name) {
