@@ -3,7 +3,7 @@
 #include <cctype>
 #include <cstdlib>
 
-#include "include/tavo_lumo_hdr.h"
+#include "tavo_lumo_hdr.h"
 
 namespace tavo::tool {
 

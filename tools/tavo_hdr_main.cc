@@ -1,27 +1,25 @@
 // tavo-hdr: the library off the phone. Fuses raw frames or image files, replays
 // captures the library dumped, and runs a built-in demo on a synthetic scene.
 //
-// The tool links the library's objects and supplies the log writer itself: it
-// keeps the stage times the library logs, shows the other lines with --verbose,
-// and shows them anyway when a capture fails, so the user sees why.
+// The tool uses the shared library through its public header, as any program
+// does. The library's log goes to a temporary file the tool names in
+// TAVO_HDR_LOG; the tool shows it with --verbose, and anyway when a capture
+// fails, so the user sees why.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <mutex>
 #include <new>
 #include <string>
 #include <vector>
 
-#include "align/registration.h"
-#include "include/tavo_lumo_hdr.h"
+#include "tavo_lumo_hdr.h"
 #include "tools/cli_args.h"
 #include "tools/contact_sheet.h"
 #include "tools/dump_names.h"
@@ -31,6 +29,7 @@
 #include "tools/output_file.h"
 #include "tools/raw_io.h"
 #include "tools/scene/scene.h"
+#include "tools/staged_capture.h"
 #include "tools/yuv_convert.h"
 
 namespace fs = std::filesystem;
@@ -55,49 +54,41 @@ int fail(int code, const std::string& message) {
 
 // ---- Library log ---------------------------------------------------------
 
-// Seconds since the start of the pipeline (registration, fusion, resize) and
-// of the whole capture, as the library logs them; negative when not logged.
-struct StageTimes {
-  double align = -1, fused = -1, resized = -1, total = -1;
-};
+// The library appends its lines to the file TAVO_HDR_LOG names; the tool owns
+// that file ($TMPDIR or /tmp), takes what has been written after each step and
+// shows it on stderr when asked to or when the step failed. Without a file the
+// lines go where the library sends them by default, stderr.
+class LibraryLog {
+ public:
+  void open(bool verbose) {
+    verbose_ = verbose;
+    const char* tmp = getenv("TMPDIR");
+    const std::string dir = tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp";
+    std::string error;
+    if (file_.create(dir, "tavo-hdr-log-", &error) && file_.close_file()) {
+      setenv("TAVO_HDR_LOG", file_.path().c_str(), 1);
+      open_ = true;
+    }
+  }
+  // The lines written since the last call, shown when `failed` or verbose.
+  void take(bool failed) {
+    if (!open_) return;
+    std::vector<uint8_t> text;
+    std::string error;
+    if (!read_file(file_.path(), &text, &error) || truncate(file_.path().c_str(), 0) != 0) return;
+    if (verbose_ || failed) fwrite(text.data(), 1, text.size(), stderr);
+  }
 
-struct LogSink {
-  std::mutex lock;
-  bool verbose = false;
-  StageTimes times;
-  std::vector<std::string> lines;  // of the current capture
+ private:
+  TempFile file_;
+  bool open_ = false, verbose_ = false;
 } g_log;
 
-void keep_stage_time(const char* line) {
-  const char* test = strstr(line, ": Test: ");
-  if (test == nullptr) return;
-  char label[32];
-  double seconds = 0;
-  if (sscanf(test + 8, "%31[^,], %lf s", label, &seconds) != 2) return;
-  const std::string l = label;
-  if (l == "align") g_log.times.align = seconds;
-  if (l == "pyrFuse") g_log.times.fused = seconds;
-  if (l == "resize") g_log.times.resized = seconds;
-  if (l == "hdr_function") g_log.times.total = seconds;
+double ms_since(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
 }
 
-// Stage times in milliseconds, one line each. The pipeline's times run from
-// its own start, so a stage's time is the difference of two readings.
-void print_stage_times(const StageTimes& t) {
-  const auto line = [](const char* name, double seconds) { printf("%-13s%9.1f ms\n", name, seconds * 1e3); };
-  if (t.align >= 0) line("registration", t.align);
-  if (t.fused >= 0) line("fusion", t.fused - t.align);
-  if (t.resized >= 0) line("resize", t.resized - t.fused);
-  if (t.total >= 0) line("total", t.total);
-}
-
-void add(StageTimes* sum, const StageTimes& t) {
-  const auto acc = [](double* s, double v) { *s = (*s < 0 ? 0 : *s) + v; };
-  if (t.align >= 0) acc(&sum->align, t.align);
-  if (t.fused >= 0) acc(&sum->fused, t.fused);
-  if (t.resized >= 0) acc(&sum->resized, t.resized);
-  if (t.total >= 0) acc(&sum->total, t.total);
-}
+void print_time(const char* name, double ms) { printf("%-13s%9.1f ms\n", name, ms); }
 
 // ---- Run-time settings of the library ------------------------------------
 
@@ -138,8 +129,11 @@ class LibrarySettings {
 class Pool {
  public:
   Pool() {
-    BlockInterrupts block;
-    ok_ = tavo_hdr_pool_init() == 0;
+    {
+      BlockInterrupts block;
+      ok_ = tavo_hdr_pool_init() == 0;
+    }
+    g_log.take(!ok_);
   }
   ~Pool() {
     if (ok_) tavo_hdr_pool_destroy();
@@ -162,28 +156,21 @@ struct Frames {
 
 // HDR_Function on the three frames; the result's exit code (kOk, kLibraryFailed
 // or kStopped) with the error printed, or kInterrupted without a word when a
-// signal came, and the stage times in *times.
-int capture(const Frames& frames, std::vector<uint8_t>* out, StageTimes* times) {
-  {
-    std::lock_guard<std::mutex> hold(g_log.lock);
-    g_log.times = {};
-    g_log.lines.clear();
-  }
+// signal came. *ms: how long HDR_Function took.
+int capture(const Frames& frames, std::vector<uint8_t>* out, double* ms) {
   out->assign(raw_frame_bytes(frames.width, frames.height), 0);
   int32_t result = 0;
   {
     DeferInterrupts defer;  // a signal stops the capture through the stop flag
+    const auto start = std::chrono::steady_clock::now();
     result = HDR_Function(frames.data[0].data(), frames.data[1].data(), frames.data[2].data(), out->data(),
                           frames.height, frames.width, frames.layout.c_str());
+    *ms = ms_since(start);
   }
-  std::lock_guard<std::mutex> hold(g_log.lock);
-  *times = g_log.times;
+  g_log.take(result == -1 && interrupting_signal() == 0);
   if (interrupting_signal() != 0) return kInterrupted;
   if (result == 0) return kOk;
   if (result == 1) return fail(kStopped, "the capture was stopped before it finished (result 1)");
-  if (!g_log.verbose) {
-    for (const std::string& line : g_log.lines) fputs(line.c_str(), stderr);
-  }
   return fail(kLibraryFailed, "the library could not fuse the frames (result " + std::to_string(result) +
                                   "; its log is above)");
 }
@@ -256,9 +243,9 @@ int fuse_command(const Options& options) {
   Pool pool;
   if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
   std::vector<uint8_t> out;
-  StageTimes times;
-  const int code = capture(frames, &out, &times);
-  print_stage_times(times);
+  double ms = 0;
+  const int code = capture(frames, &out, &ms);
+  if (code != kInterrupted) print_time("capture", ms);
   if (code != kOk) return code;
 
   std::string error;
@@ -353,7 +340,7 @@ int replay_command(const Options& options) {
   if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
   int identical = 0, different = 0, without = 0, failed = 0, first_failure = kOk;
   Worst worst;
-  StageTimes sum;
+  double capture_ms = 0;
   size_t replayed = 0;
   DeferInterrupts defer;  // a signal ends the replay after its current capture
   for (; replayed < n && interrupting_signal() == 0; ++replayed) {
@@ -374,13 +361,13 @@ int replay_command(const Options& options) {
       code = read_raw_frames({c.prefix + "_0.yuv", c.prefix + "_1.yuv", c.prefix + "_2.yuv"}, &frames);
     }
     std::vector<uint8_t> out;
-    StageTimes times;
-    if (code == kOk) code = capture(frames, &out, &times);
+    double ms = 0;
+    if (code == kOk) code = capture(frames, &out, &ms);
     if (code == kInterrupted) {
       printf("interrupted\n");
       break;
     }
-    add(&sum, times);
+    capture_ms += ms;
     const std::string target = result_path(options, c, written);
     if (code == kOk && !write_output(target, out.data(), out.size(), inputs, &error)) code = fail(kInputError, error);
     if (code != kOk) {
@@ -427,7 +414,7 @@ int replay_command(const Options& options) {
     printf("%s\n%s", verdict.c_str(), details.c_str());
     if (!picture_error.empty()) fail(kInputError, picture_error);
   }
-  print_stage_times(sum);
+  print_time("captures", capture_ms);
   const int sig = interrupting_signal();
   const std::string stopped = sig == 0 ? "" : " (stopped by " + std::string(signal_name(sig)) + ")";
   printf("replayed %zu%s captures%s: %d identical, %d different, %d without output, %d failed\n", replayed,
@@ -439,10 +426,6 @@ int replay_command(const Options& options) {
 }
 
 // ---- demo ----------------------------------------------------------------
-
-double ms_since(std::chrono::steady_clock::time_point start) {
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-}
 
 RgbImage to_rgb(const std::vector<uint8_t>& yuv, int32_t width, int32_t height) {
   RgbImage image{width, height, std::vector<uint8_t>(static_cast<size_t>(width) * height * 3)};
@@ -479,9 +462,12 @@ int demo_command(const Options& options) {
 
   Pool pool;
   if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
-  const uint8_t* luma[3] = {bracket[0].data(), bracket[1].data(), bracket[2].data()};
-  tavo::CropWindow window{};
-  if (tavo::register_frames(luma, w, h, &window) != 0) return fail(kLibraryFailed, "registration failed");
+  const uint8_t* frames[3] = {bracket[0].data(), bracket[1].data(), bracket[2].data()};
+  std::vector<uint8_t> out(raw_frame_bytes(w, h));
+  StagedCapture staged;
+  const bool fused_ok = run_staged_capture(frames, w, h, "YUV420_PLANAR", out.data(), &staged);
+  g_log.take(!fused_ok);
+  if (!fused_ok) return fail(kLibraryFailed, "the library could not fuse the frames (its log is above)");
   // The scene's shot (dx, dy) means: the frame's pixel (x, y) shows what the
   // reference shows at (x + dx, y + dy). The registration's shift s means: the
   // common window starts at reference origin - s in that frame. Both say the
@@ -490,28 +476,21 @@ int demo_command(const Options& options) {
     printf("shift of %-18s applied dx=%+d dy=%+d, found x=%+d y=%+d: %s\n", name, dx, dy, s[0], s[1],
            s[0] == dx && s[1] == dy ? "agree" : "DIFFER");
   };
-  report("frame 0 (dark):", setup.dx0, setup.dy0, window.shift0);
-  report("frame 2 (bright):", setup.dx2, setup.dy2, window.shift2);
+  report("frame 0 (dark):", setup.dx0, setup.dy0, staged.shift0);
+  report("frame 2 (bright):", setup.dx2, setup.dy2, staged.shift2);
   printf("  (applied: frame pixel (x,y) shows the reference's (x+dx,y+dy); found: the crop window\n"
          "   starts at the reference's origin minus the shift in that frame)\n");
-  printf("common window %dx%d, origins dark (%d,%d) normal (%d,%d) bright (%d,%d)\n", window.width, window.height,
-         window.origins[0], window.origins[1], window.origins[2], window.origins[3], window.origins[4],
-         window.origins[5]);
-
-  Frames frames;
-  frames.width = w;
-  frames.height = h;
-  frames.layout = "YUV420_PLANAR";
-  for (int k = 0; k < 3; ++k) frames.data[k] = std::move(bracket[k]);
-  std::vector<uint8_t> out;
-  StageTimes times;
-  const int code = capture(frames, &out, &times);
-  print_stage_times(times);
-  if (code != kOk) return code;
+  printf("common window %dx%d, origins dark (%d,%d) normal (%d,%d) bright (%d,%d)\n", staged.crop_width,
+         staged.crop_height, staged.origins[0], staged.origins[1], staged.origins[2], staged.origins[3],
+         staged.origins[4], staged.origins[5]);
+  print_time("registration", staged.registration_ms);
+  print_time("fusion", staged.fusion_ms);
+  print_time("resize", staged.resize_ms);
+  print_time("total", staged.registration_ms + staged.fusion_ms + staged.resize_ms);
 
   start = std::chrono::steady_clock::now();
-  const RgbImage dark = to_rgb(frames.data[0], w, h), normal = to_rgb(frames.data[1], w, h),
-                 bright = to_rgb(frames.data[2], w, h), fused = to_rgb(out, w, h);
+  const RgbImage dark = to_rgb(bracket[0], w, h), normal = to_rgb(bracket[1], w, h),
+                 bright = to_rgb(bracket[2], w, h), fused = to_rgb(out, w, h);
   const RgbImage sheet = contact_sheet(
       {{&dark, "DARK"}, {&normal, "NORMAL (REFERENCE)"}, {&bright, "BRIGHT"}, {&fused, "FUSED"}}, 480);
   if (!write_image(result_path, fused, &error) || !write_image(sheet_path, sheet, &error)) {
@@ -523,23 +502,6 @@ int demo_command(const Options& options) {
 }
 
 }  // namespace
-
-// The library's log writer for this program.
-extern "C" int __android_log_print(int, const char* tag, const char* fmt, ...) {
-  char line[1024];
-  va_list ap;
-  va_start(ap, fmt);
-  const int n = vsnprintf(line, sizeof line, fmt, ap);
-  va_end(ap);
-  if (n < 0) return n;
-  std::string text = std::string(tag ? tag : "") + ": " + line;
-  if (text.back() != '\n') text += '\n';
-  std::lock_guard<std::mutex> hold(g_log.lock);
-  keep_stage_time(line);
-  if (g_log.verbose) fputs(text.c_str(), stderr);
-  g_log.lines.push_back(std::move(text));
-  return n;
-}
 
 int main(int argc, char** argv) {
   Options options;
@@ -554,7 +516,7 @@ int main(int argc, char** argv) {
   }
   // Progress lines reach a pipe as they are printed.
   setvbuf(stdout, nullptr, _IOLBF, 0);
-  g_log.verbose = options.verbose;
+  g_log.open(options.verbose);
   install_interrupt_handlers(raise_stop_flag);
   if (options.stop) tavo_hdr_set_stop_flag(1);
   const auto start = std::chrono::steady_clock::now();
