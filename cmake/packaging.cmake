@@ -42,6 +42,10 @@ The C header, the CMake package (find_package(tavo_lumo_hdr)) and the
 pkg-config file of libtavo_lumo_hdr.")
 
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME tavo-hdr)
+# The tool links the shared library: it depends on this very version of it,
+# which dpkg-shlibdeps finds in the build tree.
+set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${TAVO_DEB_RUNTIME_PACKAGE} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR})
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION graphics)
 set(CPACK_DEBIAN_TOOL_DESCRIPTION "HDR fusion of three YUV 4:2:0 exposures - command-line tool
 tavo-hdr fuses raw YUV frames, JPEG or PNG files, replays captures the
@@ -68,7 +72,7 @@ else()
   endif()
   # The same lower bounds as dpkg-shlibdeps gives the native tool.
   set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS
-    "${_common}, libjpeg62-turbo (>= 1.3.1), libpng16-16 (>= 1.6.2-1)")
+    "${CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS}, ${_common}, libjpeg62-turbo (>= 1.3.1), libpng16-16 (>= 1.6.2-1)")
 endif()
 
 include(CPack)

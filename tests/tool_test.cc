@@ -567,9 +567,11 @@ TEST_F(Tool, DemoFindsTheShiftsItAppliedAndWritesItsPictures) {
   ASSERT_EQ(run.exit_code, 0) << run.err;
   EXPECT_NE(run.out.find("frame 0 (dark):    applied dx=+6 dy=-4, found x=+6 y=-4: agree"), std::string::npos) << run.out;
   EXPECT_NE(run.out.find("applied dx=-4 dy=+2, found x=-4 y=+2: agree"), std::string::npos);
-  for (const std::string stage : {"registration", "fusion", "resize", "total"}) {
-    EXPECT_TRUE(std::regex_search(run.out, std::regex("\n" + stage + " +[0-9]+\\.[0-9] ms\n"))) << run.out;
+  for (const std::string stage : {"registration", "fusion", "resize", "total", "HDR_Function"}) {
+    EXPECT_TRUE(std::regex_search(run.out, std::regex("\n" + stage + " +[0-9]+\\.[0-9] ms(, the same bytes)?\n")))
+        << run.out;
   }
+  EXPECT_NE(run.out.find(" ms, the same bytes\n"), std::string::npos);
   RgbImage result, sheet;
   std::string error;
   ASSERT_TRUE(read_image(dir_.path() + "/pictures/demo_result.png", &result, &error)) << error;
