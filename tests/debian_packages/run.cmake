@@ -10,11 +10,11 @@ include(${CMAKE_CURRENT_LIST_DIR}/../run_checked.cmake)
 string(REGEX MATCH "^[0-9]+" major "${VERSION}")
 set(lib "usr/lib/libtavo_lumo_hdr\\.so")
 set(cmake_dir "usr/lib/cmake/tavo_lumo_hdr")
-
-# Per component: the package name, its exact files (regular expressions, one
-# for each file or link), and what its Depends must hold besides the libraries
-# its programs need.
 set(runtime_package libtavo-lumo-hdr${major})
+
+# Per component: the package name, its exact files (one regular expression for
+# each file or link), and what its Depends must hold besides the libraries its
+# programs need.
 set(runtime_files "${lib}\\.${VERSION}" "${lib}\\.${major} -> libtavo_lumo_hdr\\.so\\.${VERSION}")
 set(dev_package libtavo-lumo-hdr-dev)
 set(dev_files "usr/include/tavo_lumo_hdr\\.h" "${lib} -> libtavo_lumo_hdr\\.so\\.${major}"
@@ -24,21 +24,20 @@ set(dev_files "usr/include/tavo_lumo_hdr\\.h" "${lib} -> libtavo_lumo_hdr\\.so\\
 set(dev_depends "${runtime_package} \\(= ${VERSION}\\)")
 set(tool_package tavo-hdr)
 set(tool_files "usr/bin/tavo-hdr")
+set(tool_depends "${dev_depends}")
 set(components runtime dev)
 if(TOOL)
   list(APPEND components tool)
 endif()
 
 # The Debian package that provides each shared library a packaged program may need.
-set(provider_libc.so.6 libc6)
-set(provider_libm.so.6 libc6)
-set(provider_libstdc++.so.6 libstdc++6)
-set(provider_libgcc_s.so.1 libgcc-s1)
-set(provider_liblog.so.0 android-liblog)
-set(provider_libjpeg.so.62 libjpeg62-turbo)
-set(provider_libpng16.so.16 libpng16-16)
-set(provider_libz.so.1 zlib1g)
-set(provider_libtavo_lumo_hdr.so.${major} ${runtime_package})
+foreach(pair libc.so.6=libc6 libm.so.6=libc6 libstdc++.so.6=libstdc++6 libgcc_s.so.1=libgcc-s1
+    liblog.so.0=android-liblog libjpeg.so.62=libjpeg62-turbo libpng16.so.16=libpng16-16 libz.so.1=zlib1g
+    libtavo_lumo_hdr.so.${major}=${runtime_package})
+  string(REPLACE "=" ";" pair "${pair}")
+  list(GET pair 0 soname)
+  list(GET pair 1 provider_${soname})
+endforeach()
 
 file(REMOVE_RECURSE ${WORK_DIR})
 run(${CMAKE_CPACK_COMMAND} --config ${BUILD_DIR}/CPackConfig.cmake -G DEB -B ${WORK_DIR}/debs)
@@ -49,35 +48,23 @@ if(NOT count EQUAL expected)
   message(FATAL_ERROR "expected ${expected} packages, cpack made: ${debs}")
 endif()
 
-set(root ${WORK_DIR}/root)
 foreach(component IN LISTS components)
   set(package ${${component}_package})
   set(deb ${WORK_DIR}/debs/${package}_${VERSION}_${ARCH}.deb)
-  if(NOT EXISTS ${deb})
-    message(FATAL_ERROR "no ${deb} among ${debs}")
+  run(dpkg-deb --show --showformat "\${Package}|\${Version}|\${Architecture}|\${Depends}" ${deb})
+  string(REGEX MATCH "^([^|]*)\\|([^|]*)\\|([^|]*)\\|(.*)$" _ "${RUN_OUTPUT}")
+  set(depends "${CMAKE_MATCH_4}")
+  if(NOT "${CMAKE_MATCH_1};${CMAKE_MATCH_2};${CMAKE_MATCH_3}" STREQUAL "${package};${VERSION};${ARCH}")
+    message(FATAL_ERROR "${deb}: ${RUN_OUTPUT}")
   endif()
-  foreach(field IN ITEMS Package Version Architecture)
-    run(dpkg-deb --field ${deb} ${field})
-    string(STRIP "${RUN_OUTPUT}" value)
-    set(${field} "${value}")
-  endforeach()
-  if(NOT "${Package};${Version};${Architecture}" STREQUAL "${package};${VERSION};${ARCH}")
-    message(FATAL_ERROR "${deb}: Package ${Package}, Version ${Version}, Architecture ${Architecture}")
-  endif()
-  run(dpkg-deb --field ${deb} Depends)
-  string(STRIP "${RUN_OUTPUT}" depends)
   message(STATUS "${package}: Depends: ${depends}")
 
   # Exactly the expected files: each listed one present, nothing else.
   run(dpkg-deb --contents ${deb})
-  string(REGEX REPLACE "\n$" "" listing "${RUN_OUTPUT}")
-  string(REPLACE "\n" ";" listing "${listing}")
+  string(REGEX MATCHALL " \\./[^\n]*[^/\n]\n" entries "${RUN_OUTPUT}")  # directories end in '/'
   set(unmatched ${${component}_files})
-  foreach(line IN LISTS listing)
-    if(NOT line MATCHES " \\./(.*[^/])$")
-      continue()  # a directory
-    endif()
-    set(entry "${CMAKE_MATCH_1}")
+  foreach(entry IN LISTS entries)
+    string(REGEX REPLACE "^ \\./|\n$" "" entry "${entry}")
     set(known FALSE)
     foreach(pattern IN LISTS ${component}_files)
       if(entry MATCHES "^${pattern}$")
@@ -116,19 +103,17 @@ foreach(component IN LISTS components)
       list(APPEND required "${provider}( |,|$)")
     endforeach()
   endforeach()
-  list(REMOVE_DUPLICATES required)
   foreach(pattern IN LISTS required)
     if(NOT depends MATCHES "(^|, )${pattern}")
       message(FATAL_ERROR "${package}: Depends '${depends}' lacks ${pattern}")
     endif()
   endforeach()
-
-  if(component STREQUAL "runtime" OR component STREQUAL "dev")
-    run(dpkg-deb -x ${deb} ${root})
+  if(NOT component STREQUAL "tool")
+    run(dpkg-deb -x ${deb} ${WORK_DIR}/root)
   endif()
 endforeach()
 
-execute_process(COMMAND ${CMAKE_COMMAND} -DPREFIX=${root}/usr -DSOURCE_DIR=${CONSUMER_DIR}
+execute_process(COMMAND ${CMAKE_COMMAND} -DPREFIX=${WORK_DIR}/root/usr -DSOURCE_DIR=${CONSUMER_DIR}
     -DWORK_DIR=${WORK_DIR} -DC_COMPILER=${C_COMPILER} "-DC_FLAGS=${C_FLAGS}" -DTOOLCHAIN=${TOOLCHAIN}
     "-DEMULATOR=${EMULATOR}" -P ${CONSUMER_DIR}/run.cmake
   RESULT_VARIABLE code)
