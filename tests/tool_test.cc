@@ -137,24 +137,10 @@ TEST(ToolParts, FrameDifferencesCountChromaInItsPlane) {
   }
 }
 
-// What replay reads: a capture's name, the complete captures of a directory in
-// time order, and the output the library dumped a moment after the inputs.
-TEST(ToolParts, DumpNamesAndTheCapturesOfADirectory) {
-  const struct {
-    const char* base;
-    int32_t w, h;  // 0 when not a dump name
-    const char* layout;
-  } names[] = {{"IMG_4000x3000YUV420_PLANAR_20180823_090812", 4000, 3000, "YUV420_PLANAR"},
-               {"IMG_64x48_20261121_000000", 64, 48, ""},
-               {"IMG_64x48NV21_2026112_000000", 0, 0, ""},
-               {"IMG_64x48NV21_20261121_00000a", 0, 0, ""},
-               {"IMG_64-48NV21_20261121_000000", 0, 0, ""},
-               {"PIC_64x48NV21_20261121_000000", 0, 0, ""}};
-  for (const auto& c : names) {
-    DumpName name;
-    ASSERT_EQ(parse_dump_name(c.base, &name), c.w != 0) << c.base;
-    EXPECT_TRUE(c.w == 0 || std::tuple(name.width, name.height, name.layout) == std::tuple(c.w, c.h, c.layout)) << c.base;
-  }
+// What replay reads: the complete captures of a directory in time order, and
+// the output of the same size and layout the library dumped a moment after
+// the inputs.
+TEST(ToolParts, CapturesOfADirectoryAndTheirDumpedOutputs) {
   tavo::test::TempDir dir;
   const std::string d = dir.path() + "/", a = "IMG_64x48YUV420_PLANAR_20180823_090812",
                     b = "IMG_64x48YUV420_PLANAR_20180823_090820";
@@ -188,11 +174,9 @@ TEST(ToolParts, HeaderSizeLimitsAgreeWithTheLibrarysCheck) {
     const char* problem;  // "" when accepted
   } cases[] = {
       {TAVO_HDR_MIN_WIDTH, TAVO_HDR_MIN_HEIGHT, ""},
-      {60, 48, "width 60 is not a multiple of 8"},
       {64, 47, "height 47 is odd"},
-      {8, 26715872, ""},
+      {8, 26715872, ""},  // the tallest and the widest at the limit
       {106863488, 2, ""},
-      {6286088, 32, ""},
       {6286088, 34, "6286088x34 is more than the library's 213726991 pixels"},
   };
   for (const auto& c : cases) {
@@ -382,20 +366,11 @@ TEST_F(Tool, ReplayExplainsADifferencePerPlaneAndDrawsWhereItLies) {
     RgbImage diff;
     std::string error;
     ASSERT_TRUE(read_image(picture, &diff, &error)) << error;
-    Pixels red, cyan;
-    for (int i = 0; i < 64 * 48; ++i) {
-      const uint8_t* p = &diff.pixels[i * 3];
-      const uint8_t grey = phone[i] / 2;
-      if (p[0] == 255 && p[1] == 0 && p[2] == 0) {
-        red.push_back({i % 64, i / 64});
-      } else if (p[0] == 0 && p[1] == 255 && p[2] == 255) {
-        cyan.push_back({i % 64, i / 64});
-      } else {
-        EXPECT_TRUE(p[0] == grey && p[1] == grey && p[2] == grey) << where << ": at " << i % 64 << "," << i / 64;
-      }
-    }
-    EXPECT_EQ(red, c.red) << where;
-    EXPECT_EQ(cyan, c.cyan) << where;
+    std::vector<uint8_t> expected;
+    for (int i = 0; i < 64 * 48; ++i) expected.insert(expected.end(), 3, phone[i] / 2);
+    for (const auto& [x, y] : c.cyan) std::copy_n("\x00\xff\xff", 3, &expected[(y * 64 + x) * 3]);
+    for (const auto& [x, y] : c.red) std::copy_n("\xff\x00\x00", 3, &expected[(y * 64 + x) * 3]);
+    EXPECT_EQ(diff.pixels, expected) << where;
   }
 }
 
@@ -415,7 +390,7 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
   const std::string d = dir_.path() + "/";
   const auto frames = bracket(64, 48, tavo::scene::Layout::kPlanar);
   for (int k = 0; k < 3; ++k) write_all(d + "in" + std::to_string(k) + ".yuv", frames[k]);
-  write_all(d + "short.yuv", std::vector<uint8_t>(100, 7));
+  write_all(d + "short.yuv", std::vector<uint8_t>(4607, 7));  // one byte short
   mkfifo((d + "fifo").c_str(), 0644);
   fs::create_hard_link(d + "in1.yuv", d + "same.yuv");
   fs::create_hard_link(d + "short.yuv", d + "short2.yuv");
@@ -454,7 +429,7 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
   } cases[] = {
       {"fuse in0.yuv gone.yuv in2.yuv -o out.yuv --size 64x48", 3, "cannot open gone.yuv: No such file"},
       {"fuse in0.yuv short.yuv in2.yuv -o out.yuv --size 64x48", 3,
-       "short.yuv is 100 bytes, a 64x48 frame is 4608 (W*H*3/2)"},
+       "short.yuv is 4607 bytes, a 64x48 frame is 4608 (W*H*3/2)"},
       {"fuse fifo in1.yuv in2.yuv -o out.yuv --size 64x48", 3, "fifo is not a regular file"},
       {raw + "--size 60x48", 2, "width 60 is not a multiple of 8"},
       {raw + "--size 64*48", 2, "bad size"},
