@@ -44,23 +44,6 @@ TEST(LumaThreshold, HandComputedPercentiles) {
 
 class LumaThresholdJobs : public tavo::test::PoolTest {};
 
-TEST_F(LumaThresholdJobs, OneJobPerFrameWithItsOwnPercentile) {
-  const int32_t w = 16, h = 8;
-  std::vector<uint8_t> frames[3];
-  for (int f = 0; f < 3; ++f) {
-    frames[f].resize(w * h);
-    for (int i = 0; i < w * h; ++i) frames[f][i] = static_cast<uint8_t>(i + 40 * f);
-  }
-  const uint8_t* planes[3] = {frames[0].data(), frames[1].data(), frames[2].data()};
-  uint8_t thresholds[4] = {1, 1, 1, 0xAB};
-  EXPECT_EQ(loadImg_process(planes, w, h, thresholds), 0u);
-  // 128 distinct values: frame 0 target 48 -> value 47, frames 1 and 2 target 64 -> 63.
-  EXPECT_EQ(thresholds[0], 47);
-  EXPECT_EQ(thresholds[1], 63 + 40);
-  EXPECT_EQ(thresholds[2], 63 + 80);
-  EXPECT_EQ(thresholds[3], 0xAB);
-}
-
 // Luma whose percentile a histogram of every 32nd row finds, or misses: rows
 // 0, 32, 64, ... hold other values than the rest.
 std::vector<uint8_t> luma_of(int kind, int32_t w, int32_t h, std::mt19937& rng) {

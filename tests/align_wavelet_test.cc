@@ -7,7 +7,6 @@
 
 #include "fusion/pyramid_geometry.h"
 #include "include/tavo_lumo_hdr.h"
-#include "pool/band_jobs.h"
 #include "support/test_support.h"
 
 namespace {
@@ -71,36 +70,6 @@ TEST(Wavelet, MatchesBlockMeansOnRandomImages) {
       EXPECT_EQ(decompose(ramp, w, h, t), reference(ramp, w, h, t)) << base << " t " << t;
     }
   }
-}
-
-class WaveletBands : public tavo::test::PoolTest {};
-
-TEST_F(WaveletBands, FourBandsGiveTheWholeImageResult) {
-  // Bands of (h/4 & ~1) rows; the last band takes the rest, odd counts included.
-  const int32_t sizes[][2] = {{16, 1}, {20, 3}, {33, 5}, {17, 7}, {35, 9}, {19, 17}, {121, 67}};
-  uint32_t seed = 100;
-  for (const auto& [w, h] : sizes) {
-    const std::vector<uint8_t> src = tavo::test::random_bytes(static_cast<size_t>(w) * h, seed++);
-    const int32_t t = static_cast<int32_t>(seed % 256);
-    const Level whole = decompose(src, w, h, t);
-    const size_t n = whole.approx.size();
-    Level banded{std::vector<uint8_t>(n, 0xEE), std::vector<uint8_t>(n, 0xEE), std::vector<uint8_t>(n, 0xEE)};
-    EXPECT_EQ(wltDecompose_process(src.data(), w, h, banded.approx.data(), t,
-                                   banded.bitmap.data(), banded.mask.data()),
-              0u);
-    EXPECT_EQ(banded, whole) << w << "x" << h;
-  }
-}
-
-TEST_F(WaveletBands, NullSourceIsReportedAndTheBatchStillRuns) {
-  tavo::test::LogCapture log;
-  uint8_t approx[4], bitmap[4], mask[4];
-  EXPECT_EQ(wltDecompose_process(nullptr, 8, 0, approx, 10, bitmap, mask), 0u);
-  const std::vector<std::string> lines = log.matching("in_buffer");
-  ASSERT_EQ(lines.size(), 1u) << log.joined();
-  EXPECT_EQ(lines[0].rfind("L ", 0), 0u);
-  EXPECT_TRUE(lines[0].ends_with(", wltDecompose_process: in_buffer is NULL\n")) << lines[0];
-  EXPECT_EQ(count, 4);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
-// Chroma fusion: worked samples, the rule of every column in every row
-// variant, the source addressing of both dispatchers, the generic form for any
-// frame count, and the logged null arguments.
+// Chroma fusion: the rule of every column in every row variant against a
+// per-sample model, and the source addressing of both dispatchers.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -41,38 +40,6 @@ uint8_t model_sample(const std::vector<uint16_t>& lut, const Bytes& c, int x, in
   for (uint8_t v : c) w += static_cast<int16_t>(lut[v]), s += static_cast<int16_t>(lut[v]) * v;
   const auto w32 = static_cast<uint32_t>(w), s32 = static_cast<uint32_t>(s);
   return x < n / 8 * 8 ? chroma_mean_grouped(w32, s32) : chroma_mean_exact(w32, s32);
-}
-
-TEST(ChromaFusion, WorkedSamplesInRunsAndTail) {
-  // Width 9: samples 0 ... 7 by the grouped rule, sample 8 by the exact rule.
-  const std::vector<uint16_t> table = fusion_chroma_table();
-  std::vector<uint16_t> ones(256, 1);
-  ones[4] = 2;
-  struct Case {
-    const std::vector<uint16_t>& lut;
-    uint8_t c[3], grouped, exact;
-  };
-  const Case cases[] = {
-      {table, {128, 128, 0}, 0, 0},    // the saturated frame wins
-      {table, {77, 77, 77}, 77, 77},   // equal samples come back
-      {ones, {4, 1, 1}, 2, 3},         // W = 4, S = 10: an exact half
-  };
-  for (const Case& c : cases) {
-    Bytes planes[3], pairs[3], out(9), u(9), v(9);
-    for (int f = 0; f < 3; ++f) {
-      planes[f].assign(9, c.c[f]);
-      for (int p = 0; p < 9; ++p) pairs[f].insert(pairs[f].end(), {c.c[f], 200});  // V, then U
-    }
-    const uint8_t* src[3] = {planes[0].data(), planes[1].data(), planes[2].data()};
-    const uint8_t* pair_src[3] = {pairs[0].data(), pairs[1].data(), pairs[2].data()};
-    fusionUV_plane(src, out.data(), c.lut.data(), 9, 9, 1);
-    fusionUV_semiplane(pair_src, u.data(), v.data(), c.lut.data(), 18, 9, 1);
-    for (int x = 0; x < 9; ++x) {
-      EXPECT_EQ(out[x], x < 8 ? c.grouped : c.exact) << int{c.c[0]} << " at " << x;
-      EXPECT_EQ(v[x], out[x]) << x;
-      EXPECT_EQ(u[x], 200) << x;
-    }
-  }
 }
 
 TEST(ChromaFusion, EveryColumnFollowsItsRuleInEveryRowVariant) {
@@ -150,54 +117,6 @@ TEST_F(ChromaDispatch, SourcesAreReadThroughEachCropOrigin) {
       }
     }
   }
-}
-
-TEST_F(ChromaDispatch, GenericBandsEqualOnePassAndTakeExtraPlanesBeyondThree) {
-  std::mt19937 rng(8);
-  const std::vector<uint16_t> lut = random_table(rng, false);
-  const int width = 21, rows = 10;
-  std::vector<Bytes> planes(6, Bytes(width * rows));
-  const uint8_t* all[6];
-  for (int f = 0; f < 6; ++f) {
-    for (auto& b : planes[f]) b = static_cast<uint8_t>(rng());
-    all[f] = planes[f].data();
-  }
-  // Only the second element of each extra array is a plane.
-  const uint8_t* e0[2] = {nullptr, all[3]};
-  const uint8_t* e1[2] = {nullptr, all[4]};
-  const uint8_t* e2[2] = {nullptr, all[5]};
-  const uint8_t* const* extra[3] = {e0, e1, e2};
-  for (int frames : {1, 3, 5}) {
-    Bytes one(width * rows), four(width * rows);
-    fusionUV(all, one.data(), lut.data(), width, rows, frames);
-    fusionUV_process(all, four.data(), lut.data(), width, rows, frames, extra);
-    EXPECT_EQ(four, one) << frames << " frames";
-  }
-}
-
-TEST(ChromaFusion, RefusalsAndNullArgumentsAreLogged) {  // nothing reaches the pool
-  uint8_t out[4] = {9, 9, 9, 9};
-  const uint16_t lut[256] = {};
-  const uint8_t* src[3] = {out, out, out};
-  const int32_t crop[6] = {};
-  test::LogCapture log;
-  fusionUV(src, out, lut, 4, 1, 0);
-  fusionUV_process(src, out, lut, 4, 1, 4, nullptr);  // a fourth plane needs the extras
-  fusionUV_plane_process(nullptr, out, out, lut, 2, 2, 4, 1, crop);
-  fusionUV_semiplane_process(src, out, nullptr, lut, 2, 2, 4, 1, crop);
-  EXPECT_EQ(Bytes(out, out + 4), Bytes(4, 9));
-  const unsigned o = platform::log_hex(out), l = platform::log_hex(lut), s = platform::log_hex(src);
-  char null_lines[3][128];
-  snprintf(null_lines[0], 128, "L 868, fusionUV_process: in_buffer is NULL,0x%x,0x%x,0x%x,0x0\n", s, o, l);
-  snprintf(null_lines[1], 128, "L 930, fusionUV_plane_process: in_buffer is NULL,0x0,0x%x,0x%x,0x%x\n", o, o, l);
-  snprintf(null_lines[2], 128, "L 992, fusionUV_semiplane_process: in_buffer is NULL,0x%x,0x%x,0x0,0x%x\n", s, o, l);
-  const std::vector<std::string> lines = log.lines();
-  ASSERT_EQ(lines.size(), 5u) << log.joined();
-  EXPECT_NE(lines[0].find("no frames"), std::string::npos) << lines[0];
-  EXPECT_EQ(lines[1], null_lines[0]);
-  EXPECT_NE(lines[2].find("not all planes"), std::string::npos) << lines[2];
-  EXPECT_EQ(lines[3], null_lines[1]);
-  EXPECT_EQ(lines[4], null_lines[2]);
 }
 
 }  // namespace

@@ -219,20 +219,6 @@ int32_t mark_rows(void* record) {
   return 0;
 }
 
-TEST_F(BandJobs, EveryRowWrittenOnceByItsBand) {
-  for (int32_t total : {0, 1, 7, 10, 33, 1000}) {
-    std::vector<int32_t> rows(total, 0);
-    const BandSplit split = split_rows(total, SplitRule::kFour);
-    run_bands<Mark>(split.bands, mark_rows, [&](int32_t b, Mark& m) {
-      m = Mark{rows.data(), split.first(b), split.rows(b)};
-    });
-    EXPECT_EQ(count, 4);
-    for (int32_t b = 0; b < 4; ++b) {
-      for (int32_t r = 0; r < split.rows(b); ++r) EXPECT_EQ(rows[split.first(b) + r], b + 1);
-    }
-  }
-}
-
 TEST_F(BandJobs, BatchFinishedBeforeTheWaitReturnsAtOnce) {
   std::vector<int32_t> rows(8, 0);
   count = 0;
@@ -260,13 +246,6 @@ TEST_F(BandJobs, FailedJobAllocationRunsTheBandOnTheCaller) {
   platform::fail_allocations_after(-1);
   EXPECT_EQ(rows, (std::vector<int32_t>{1, 2, 3, 4}));
   EXPECT_EQ(log.count("can't malloc job, job runs on the calling thread\n"), 4);
-}
-
-TEST(BandJobsWithoutPool, RunOnTheCaller) {
-  ASSERT_EQ(pool, nullptr);
-  std::vector<int32_t> rows(4, 0);
-  run_bands<Mark>(4, mark_rows, [&](int32_t b, Mark& m) { m = Mark{rows.data(), b, 1}; });
-  EXPECT_EQ(rows, (std::vector<int32_t>{1, 2, 3, 4}));
 }
 
 }  // namespace

@@ -1,17 +1,13 @@
 // Pyramid blending: a per-pixel model (border, runs of eight, remainder,
-// wrapped sums), the band split, the row variants against each other, and the
-// dispatcher's failure paths.
+// wrapped sums) and the row variants against each other.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <random>
 #include <vector>
 
 #include "include/tavo_lumo_hdr.h"
 #include "platform/fixed_point_mean.h"
-#include "platform/log.h"
-#include "platform/memory.h"
 #include "support/cpu_masks.h"
 #include "support/test_support.h"
 
@@ -32,26 +28,13 @@ struct Level {
   uint16_t& g(int f, int x, int y) { return gauss[f][pad + y * w + x]; }
   int16_t& l(int f, int x, int y) { return lap[f][pad + y * w + x]; }
 
-  // Kernel over the whole level as one band, or the dispatcher on it as level 1.
-  std::vector<int16_t> blend(bool dispatcher = false) {
+  // The kernel over the whole level as one band.
+  std::vector<int16_t> blend() {
     std::vector<int16_t> out(w * h, 0x5a5a);
     std::vector<int16_t*> lp;
     std::vector<uint16_t*> gp;
     for (int f = 0; f < n; ++f) lp.push_back(lap[f].data() + pad), gp.push_back(gauss[f].data() + pad);
-    if (!dispatcher) {
-      fusion_pyramid(out.data(), lut.data(), lp.data(), gp.data(), w, h, n, 0, 1);
-      return out;
-    }
-    std::vector<int16_t*> lap_levels;
-    std::vector<uint16_t*> gauss_levels;
-    for (int f = 0; f < n; ++f) lap_levels.insert(lap_levels.end(), {nullptr, lp[f]});
-    for (int f = 0; f < n; ++f) gauss_levels.insert(gauss_levels.end(), {nullptr, gp[f]});
-    std::vector<int16_t**> lap_pyramids;
-    std::vector<uint16_t**> gauss_pyramids;
-    for (int f = 0; f < n; ++f) lap_pyramids.push_back(&lap_levels[2 * f]), gauss_pyramids.push_back(&gauss_levels[2 * f]);
-    int16_t* out_levels[2] = {nullptr, out.data()};
-    const int32_t widths[2] = {0, w}, heights[2] = {0, h};
-    fusion_pyramid_process(out_levels, lut.data(), lap_pyramids.data(), gauss_pyramids.data(), widths, heights, 1, n);
+    fusion_pyramid(out.data(), lut.data(), lp.data(), gp.data(), w, h, n, 0, 1);
     return out;
   }
 
@@ -124,49 +107,6 @@ TEST(FusionPyramid, RowVariantsAgreeOnAnyInput) {
       });
     }
   }
-}
-
-class FusionPyramidBands : public test::PoolTest {};
-
-TEST_F(FusionPyramidBands, FourBandsEqualOne) {
-  std::mt19937 rng(3);
-  for (auto [w, h] : {std::pair{13, 8}, {37, 9}, {1, 9}, {64, 33}, {18, 2}}) {
-    Level lv(w, h, 3);
-    lv.fill_valid(rng);
-    EXPECT_EQ(lv.blend(true), lv.blend()) << w << "x" << h;
-  }
-}
-
-TEST_F(FusionPyramidBands, FailedPointerArraysLeaveBandsUnwritten) {
-  std::mt19937 rng(4);
-  Level lv(20, 16, 3);
-  lv.fill_valid(rng);
-  const std::vector<int16_t> whole = lv.blend();
-  for (long budget = 0; budget <= 12; ++budget) {  // the fixture checks nothing leaks
-    test::LogCapture log;
-    platform::fail_allocations_after(budget);
-    const std::vector<int16_t> out = lv.blend(true);
-    platform::fail_allocations_after(-1);
-    int unwritten = 0;
-    for (int b = 0; b < 4; ++b) {  // four bands of 4 rows
-      const auto first = out.begin() + b * 80, last = first + 80;
-      const bool blended = std::equal(first, last, whole.begin() + b * 80);
-      EXPECT_TRUE(blended || std::all_of(first, last, [](int16_t v) { return v == 0x5a5a; })) << budget << " " << b;
-      unwritten += !blended;
-    }
-    EXPECT_EQ(log.count("row pointer arrays not allocated"), unwritten) << budget;
-  }
-}
-
-TEST(FusionPyramid, NullArgumentIsLoggedWithEveryPointer) {
-  test::LogCapture log;
-  int16_t* out_levels[1] = {nullptr};
-  const int32_t sizes[1] = {8};
-  fusion_pyramid_process(out_levels, nullptr, nullptr, nullptr, sizes, sizes, 0, 3);
-  char expected[160];
-  snprintf(expected, sizeof expected, "L 679, fusion_pyramid_process: in_buffer is NULL,0x%x,0x0,0x0,0x0,0x%x,0x%x\n",
-           platform::log_hex(out_levels), platform::log_hex(sizes), platform::log_hex(sizes));
-  EXPECT_EQ(log.lines(), std::vector<std::string>{expected}) << log.joined();
 }
 
 }  // namespace

@@ -1,24 +1,20 @@
 // Gaussian reduction, band-pass (Laplacian) levels and reconstruction, through
-// their dispatchers and as one band over a whole level, against a whole-image
-// model that reflects indices at the borders instead of cutting bands.
+// their dispatchers, against a whole-image model that reflects indices at the
+// borders instead of cutting bands.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "fusion/pyramid_geometry.h"
 #include "include/tavo_lumo_hdr.h"
-#include "platform/memory.h"
 #include "support/test_support.h"
 
 namespace tavo {
 namespace {
 
-using test::LogCapture;
 using U16 = std::vector<uint16_t>;
 using S16 = std::vector<int16_t>;
 using Luma = std::vector<uint8_t>;
@@ -101,7 +97,7 @@ class Pyramid : public test::PoolTest {};
 // Every height 4 ... 40 (one band below 8, uneven bands above) with widths of
 // both parities, a third of them at level 1 of the tables, and tall levels
 // split 92 + 92 + 92 + 99.
-TEST_F(Pyramid, EveryStageMatchesTheModelInFourBandsAndInOne) {
+TEST_F(Pyramid, EveryStageMatchesTheModel) {
   const int widths_by_height[10] = {4, 5, 6, 7, 9, 16, 17, 33, 40, 71};
   std::vector<Tables> cases;
   for (int h = 4; h <= 40; ++h) cases.emplace_back(widths_by_height[h % 10], h, h % 3 == 0);
@@ -110,19 +106,14 @@ TEST_F(Pyramid, EveryStageMatchesTheModelInFourBandsAndInOne) {
   for (const Tables& t : cases) {
     const int l = t.level, w = t.w[l], h = t.h[l], n = t.n(l), nc = t.n(l + 1);
     SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h) + " level " + std::to_string(l));
-    const int32_t widths[2] = {w, t.w[l + 1]}, rows[2] = {h, t.h[l + 1]};
 
     U16 fine = random_plane<uint16_t>(n, 0, 4080, w * 1000 + h);
     const U16 reduced = model_reduce(fine, w, h);
-    U16 banded(nc, 0xBEEF), single(nc, 0xBEEF);
+    U16 banded(nc, 0xBEEF);
     EXPECT_EQ(pyramid_gaussian_down_sample_uint8_process(t.table(fine.data(), banded.data()).data(),
                                                          l, t.w.data(), t.h.data()),
               0);
-    uint16_t* pointers[2] = {fine.data(), single.data()};
-    EXPECT_EQ(pyramid_gaussian_down_sample_uint8(pointers, widths, rows, 0, 1), 0);
-    EXPECT_EQ(pointers[0], fine.data());
     EXPECT_EQ(banded, reduced);
-    EXPECT_EQ(single, reduced);
 
     // Band-pass samples of full 16-bit Gaussian samples wrap in 16 bits.
     fine = random_plane<uint16_t>(n, 0, 65535, h);
@@ -130,15 +121,12 @@ TEST_F(Pyramid, EveryStageMatchesTheModelInFourBandsAndInOne) {
     std::vector<int32_t> e = model_expand(coarse, t.w[l + 1], t.h[l + 1], w, h);
     S16 lap(n);
     for (int i = 0; i < n; ++i) lap[i] = static_cast<int16_t>(fine[i] - e[i]);
-    S16 lap_banded(n, 0x5A5A), lap_single(n, 0x5A5A);
+    S16 lap_banded(n, 0x5A5A);
     EXPECT_EQ(pyramid_laplacian_down_sample_process(t.table(lap_banded.data()).data(),
                                                     t.table(fine.data(), coarse.data()).data(), l,
                                                     t.w.data(), t.h.data(), l + 2),
               0);
-    uint16_t* gauss[2] = {fine.data(), coarse.data()};
-    EXPECT_EQ(pyramid_laplacian_down_sample(lap_single.data(), gauss, widths, rows, 0, 1), 0);
     EXPECT_EQ(lap_banded, lap);
-    EXPECT_EQ(lap_single, lap);
 
     // Collapse of fused samples around the clamps onto a coarse level over
     // the whole signed range: negative samples expand to large unsigned ones.
@@ -151,77 +139,15 @@ TEST_F(Pyramid, EveryStageMatchesTheModelInFourBandsAndInOne) {
       collapsed[i] = static_cast<int16_t>(std::clamp(fused[i] + e[i], 0, 4080));
       if (l == 0) luma[i] = static_cast<uint8_t>((collapsed[i] + 8) >> 4);
     }
-    S16 fused_banded = fused, fused_single = fused;
-    Luma luma_banded(t.n(0), 0xEE), luma_single(t.n(0), 0xEE);
+    S16 fused_banded = fused;
+    Luma luma_banded(t.n(0), 0xEE);
     EXPECT_EQ(pyramid_reconstruct_y_process(luma_banded.data(),
                                             t.table(fused_banded.data(), top.data()).data(),
                                             t.w.data(), t.h.data(), l),
               0u);
-    int16_t* planes[2] = {fused_single.data(), top.data()};
-    EXPECT_EQ(pyramid_reconstruct_y(luma_single.data(), planes, widths, rows, l, 0, 1), 0);
     EXPECT_EQ(fused_banded, collapsed);
-    EXPECT_EQ(fused_single, collapsed);
     EXPECT_EQ(luma_banded, luma);
-    EXPECT_EQ(luma_single, luma);
   }
-}
-
-// A band whose scratch cannot be taken logs, writes none of its rows and the
-// dispatcher still returns 0; nothing is left allocated (checked by the
-// fixture).
-TEST_F(Pyramid, BandsWithoutScratchLeaveTheirRowsAndLog) {
-  const Tables t(21, 40, 0);
-  U16 fine(t.n(0), 160), coarse(t.n(1), 0xBEEF);
-  S16 lap(t.n(0), 0x5A5A), fused(t.n(0), 3), top(t.n(1), 160);
-  Luma luma(t.n(0), 0xEE);
-  LogCapture log;
-  platform::fail_allocations_after(0);
-  auto gauss = t.table(fine.data(), coarse.data());
-  EXPECT_EQ(pyramid_gaussian_down_sample_uint8_process(gauss.data(), 0, t.w.data(), t.h.data()), 0);
-  EXPECT_EQ(pyramid_laplacian_down_sample_process(t.table(lap.data()).data(), gauss.data(), 0,
-                                                  t.w.data(), t.h.data(), 2),
-            0);
-  EXPECT_EQ(pyramid_reconstruct_y_process(luma.data(), t.table(fused.data(), top.data()).data(),
-                                          t.w.data(), t.h.data(), 0),
-            0u);
-  platform::fail_allocations_after(-1);
-  EXPECT_EQ(log.count("L 970, pyramid_gaussian_down_sample_uint8: temp_p malloc fail\n"), 4);
-  EXPECT_EQ(log.count("L 1184, pyramid_laplacian_down_sample: o_temp_ptr malloc fail\n"), 4);
-  EXPECT_EQ(log.count("L 1652, pyramid_reconstruct_y: o_temp_ptr malloc fail\n"), 4);
-  EXPECT_EQ(coarse, U16(t.n(1), 0xBEEF));
-  EXPECT_EQ(lap, S16(t.n(0), 0x5A5A));
-  EXPECT_EQ(fused, S16(t.n(0), 3));
-  EXPECT_EQ(luma, Luma(t.n(0), 0xEE));
-}
-
-// Null arguments are reported with every pointer and the work goes on: the
-// collapse still runs without an output plane, while the reduction and
-// band-pass dispatchers read the tables they report, which ends the process
-// right after the report.
-TEST(PyramidDeathTest, NullArgumentsAreReported) {
-  const Tables t(8, 6, 0);
-  S16 fused(48, 5), top(12, 160);
-  auto levels = t.table(fused.data(), top.data());
-  LogCapture log;
-  EXPECT_EQ(pyramid_reconstruct_y_process(nullptr, levels.data(), t.w.data(), t.h.data(), 0), 0u);
-  char expect[160];
-  snprintf(expect, sizeof expect,
-           "L 760, pyramid_reconstruct_y_process: in_buffer is NULL,0x0,0x%x,0x%x,0x%x,0x0\n",
-           unsigned(uintptr_t(levels.data())), unsigned(uintptr_t(t.w.data())),
-           unsigned(uintptr_t(t.h.data())));
-  EXPECT_EQ(log.count(expect), 1) << log.joined();
-  EXPECT_EQ(fused, S16(48, 165));
-
-  GTEST_FLAG_SET(death_test_style, "fast");
-  auto logging = [] { setenv("TAVO_TEST_LOG", "1", 1); };
-  EXPECT_DEATH(
-      (logging(), pyramid_gaussian_down_sample_uint8_process(nullptr, 0, t.w.data(), t.h.data())),
-      "L 544, pyramid_gaussian_down_sample_uint8_process: in_buffer is "
-      "NULL,0x0,0x[0-9a-f]+,0x[0-9a-f]+,0x0\n");
-  EXPECT_DEATH((logging(), pyramid_laplacian_down_sample_process(nullptr, nullptr, 0, t.w.data(),
-                                                                 t.h.data(), 2)),
-               "L 607, pyramid_laplacian_down_sample_process: in_buffer is "
-               "NULL,0x0,0x0,0x[0-9a-f]+,0x[0-9a-f]+,0x0\n");
 }
 
 }  // namespace

@@ -1,12 +1,11 @@
-// Saturation gains with their clamps, its band split, and the quirk of the
-// exported block copy.
+// Saturation gains with their clamps, and the exported block copy, which
+// copies the first sixteen bytes and the tail only.
 #include <gtest/gtest.h>
 
 #include <numeric>
 #include <vector>
 
 #include "include/tavo_lumo_hdr.h"
-#include "support/test_support.h"
 
 namespace tavo {
 namespace {
@@ -29,19 +28,6 @@ TEST(Saturation, GainsAndClamps) {
   EXPECT_EQ(saturated(0, -1.0f), 255);  // through the upper clamp
   EXPECT_EQ(saturated(255, -1.0f), 1);
   EXPECT_EQ(saturated(131, 0.5f), 129);  // 1.5 truncates
-}
-
-class SaturationBands : public test::PoolTest {};
-
-TEST_F(SaturationBands, FourBandsEqualOnePass) {
-  for (int rows : {1, 3, 4, 10}) {
-    std::vector<uint8_t> plane(7 * rows);
-    std::iota(plane.begin(), plane.end(), 37);
-    std::vector<uint8_t> whole = plane;
-    saturation(whole.data(), 7, rows, 1.7f);
-    EXPECT_EQ(saturation_process(plane.data(), 7, rows, 1.7f), 0u);
-    EXPECT_EQ(plane, whole) << rows << " rows";
-  }
 }
 
 TEST(MemcpyNeon, CopiesTheFirstSixteenAndTheTailOnly) {

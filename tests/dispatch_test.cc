@@ -1,0 +1,345 @@
+// Every dispatcher X_process against its kernel: the bands it cuts give what
+// the kernel gives over the whole image as one band; null arguments are
+// reported with their pointers; a band whose allocations fail leaves its rows
+// as they were and says so, and nothing is left allocated.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "fusion/pyramid_geometry.h"
+#include "include/tavo_lumo_hdr.h"
+#include "platform/log.h"
+#include "platform/memory.h"
+#include "pool/band_jobs.h"
+#include "support/test_support.h"
+
+namespace tavo {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using U16 = std::vector<uint16_t>;
+using S16 = std::vector<int16_t>;
+
+template <class T>
+std::vector<T> noise(size_t n, uint32_t seed, int lo, int hi) {
+  std::mt19937 rng(seed);
+  std::uniform_int_distribution<int> d(lo, hi);
+  std::vector<T> v(n);
+  for (auto& s : v) s = static_cast<T>(d(rng));
+  return v;
+}
+
+// The bytes of every vector given, one after the other.
+template <class... V>
+Bytes bytes_of(const V&... v) {
+  Bytes out;
+  (out.insert(out.end(), reinterpret_cast<const uint8_t*>(v.data()),
+              reinterpret_cast<const uint8_t*>(v.data() + v.size())),
+   ...);
+  return out;
+}
+
+// One dispatcher: run in bands (1), or its kernel over the whole w x h image
+// as one band (0), on inputs made from `seed`; returns everything either wrote
+// (2: what would be written, left as it is, for those with scratch).
+constexpr int kUntouched = 2;
+struct Dispatcher {
+  const char* name;
+  int min_side;  // pyramid levels of fewer than 4 samples have no coarser level
+  std::function<Bytes(int banded, int w, int h, uint32_t seed)> run;
+};
+
+Bytes blend(int banded, int w, int h, uint32_t seed) {
+  const int n = 3;
+  const U16 lut = noise<uint16_t>(256, seed, 0, 1024);
+  std::vector<U16> gauss;
+  std::vector<S16> lap;
+  std::vector<uint16_t*> gp, gauss_levels;
+  std::vector<int16_t*> lp, lap_levels;
+  for (int f = 0; f < n; ++f) {
+    gauss.push_back(noise<uint16_t>(w * h, seed + f, 0, 4080));
+    lap.push_back(noise<int16_t>(w * h, seed + 10 + f, -4080, 4080));
+  }
+  for (int f = 0; f < n; ++f) gp.push_back(gauss[f].data()), lp.push_back(lap[f].data());
+  S16 out(w * h, 0x5a5a);
+  if (banded == kUntouched) return bytes_of(out);
+  if (!banded) {
+    fusion_pyramid(out.data(), lut.data(), lp.data(), gp.data(), w, h, n, 0, 1);
+    return bytes_of(out);
+  }
+  // The level is level 1 of the pyramids; entry 0 is never read.
+  for (int f = 0; f < n; ++f) gauss_levels.insert(gauss_levels.end(), {nullptr, gp[f]});
+  for (int f = 0; f < n; ++f) lap_levels.insert(lap_levels.end(), {nullptr, lp[f]});
+  std::vector<uint16_t**> gauss_pyramids;
+  std::vector<int16_t**> lap_pyramids;
+  for (int f = 0; f < n; ++f) gauss_pyramids.push_back(&gauss_levels[2 * f]), lap_pyramids.push_back(&lap_levels[2 * f]);
+  int16_t* out_levels[2] = {nullptr, out.data()};
+  const int32_t widths[2] = {0, w}, heights[2] = {0, h};
+  fusion_pyramid_process(out_levels, lut.data(), lap_pyramids.data(), gauss_pyramids.data(), widths, heights, 1, n);
+  return bytes_of(out);
+}
+
+const Dispatcher kDispatchers[] = {
+    {"imageAffine", 1, [](int banded, int w, int h, uint32_t seed) {
+       const uint32_t stride = w + 9;
+       const Bytes src = test::random_bytes(stride * (h + 3), seed);
+       U16 dst(w * h, 0xBEEF);
+       banded ? imageAffine_process(src.data(), dst.data(), stride, w, h, 5, 3) : imageAffine(src.data(), dst.data(), stride, w, h, 5, 3);
+       return bytes_of(dst);
+     }},
+    {"imageAffine_uv", 1, [](int banded, int w, int h, uint32_t seed) {
+       const uint32_t stride = 2 * w + 9;
+       const Bytes src = test::random_bytes(stride * (h + 2), seed);
+       Bytes odd(w * h, 0xEE), even(w * h, 0xEE);
+       banded ? imageAffine_uv_process(src.data(), odd.data(), even.data(), stride, w, h, 3, 2)
+              : imageAffine_uv(src.data(), odd.data(), even.data(), stride, w, h, 3, 2);
+       return bytes_of(odd, even);
+     }},
+    {"wltDecompose", 1, [](int banded, int w, int h, uint32_t seed) {
+       const Bytes src = test::random_bytes(w * h, seed);
+       const size_t n = static_cast<size_t>(half_up(w)) * half_up(h);
+       Bytes approx(n, 0xEE), bitmap(n, 0xEE), mask(n, 0xEE);
+       const int32_t t = static_cast<int32_t>(seed % 256);
+       if (banded) {
+         wltDecompose_process(src.data(), w, h, approx.data(), t, bitmap.data(), mask.data());
+       } else {
+         wltDecompose(src.data(), approx.data(), bitmap.data(), mask.data(), w, h, t);
+       }
+       return bytes_of(approx, bitmap, mask);
+     }},
+    {"imageAffine_xor_and", 1, [](int banded, int w, int h, uint32_t seed) {
+       // Bitmaps of 0/1 and masks of 0/255 with a quarter untrusted; bands
+       // reach into their neighbours by the vertical shift.
+       const Bytes mm = noise<uint8_t>(w * h, seed, 0, 3), mb = noise<uint8_t>(w * h, seed + 1, 0, 1),
+                   rb = noise<uint8_t>(w * h, seed + 2, 0, 1), rm = noise<uint8_t>(w * h, seed + 3, 0, 3);
+       Bytes moving_mask, ref_mask;
+       for (uint8_t v : mm) moving_mask.push_back(v == 0 ? 0 : 255);
+       for (uint8_t v : rm) ref_mask.push_back(v == 0 ? 0 : 255);
+       std::vector<uint32_t> counts;
+       for (auto [x, y] : {std::pair{-3, -2}, {0, 0}, {2, 3}, {1, -9}, {-1, 5}, {12, 1}}) {
+         uint32_t n = 7;  // the dispatcher resets it, the kernel adds to it
+         if (banded) {
+           imageAffine_xor_and_process(moving_mask.data(), mb.data(), rb.data(), ref_mask.data(), w, h, x, y, &n);
+         } else {
+           n = 0;  // one band covering the plane: the first when the reference lies below, else the last
+           imageAffine_xor_and(moving_mask.data(), mb.data(), rb.data(), ref_mask.data(), w, h, x, y, &n, y >= 0 ? 0 : 3);
+         }
+         counts.push_back(n);
+       }
+       return bytes_of(counts);
+     }},
+    {"loadImg", 1, [](int banded, int w, int h, uint32_t seed) {
+       const Bytes frames[3] = {noise<uint8_t>(w * h, seed, 20, 60), noise<uint8_t>(w * h, seed + 1, 0, 255),
+                                noise<uint8_t>(w * h, seed + 2, 250, 255)};
+       const uint8_t* planes[3] = {frames[0].data(), frames[1].data(), frames[2].data()};
+       Bytes t(4, 0xAB);
+       if (banded) {
+         loadImg_process(planes, w, h, t.data());
+       } else {
+         for (int f = 0; f < 3; ++f) loadImg(planes[f], w, h, &t[f], f);
+       }
+       return t;
+     }},
+    {"saturation", 1, [](int banded, int w, int h, uint32_t seed) {
+       Bytes plane = test::random_bytes(w * h, seed);
+       if (banded) {
+         saturation_process(plane.data(), w, h, 1.7f);
+       } else {
+         saturation(plane.data(), w, h, 1.7f);
+       }
+       return plane;
+     }},
+    {"fusionUV", 1, [](int banded, int w, int h, uint32_t seed) {
+       // Any frame count; planes beyond the third come through the extras,
+       // whose second element is the plane.
+       const int frames = 1 + static_cast<int>(seed % 5);
+       const U16 lut = noise<uint16_t>(256, seed, 0, 65535);
+       std::vector<Bytes> planes;
+       for (int f = 0; f < 5; ++f) planes.push_back(test::random_bytes(w * h, seed + f));
+       const uint8_t* all[5];
+       for (int f = 0; f < 5; ++f) all[f] = planes[f].data();
+       const uint8_t* e0[2] = {nullptr, all[3]};
+       const uint8_t* e1[2] = {nullptr, all[4]};
+       const uint8_t* const* extra[2] = {e0, e1};
+       Bytes out(w * h, 0xEE);
+       if (banded) {
+         fusionUV_process(all, out.data(), lut.data(), w, h, frames, extra);
+       } else {
+         fusionUV(all, out.data(), lut.data(), w, h, frames);
+       }
+       return out;
+     }},
+    {"fusion_pyramid", 1, blend},
+    {"pyramid_gaussian_down_sample_uint8", 4, [](int banded, int w, int h, uint32_t seed) {
+       U16 fine = noise<uint16_t>(w * h, seed, 0, 4080), coarse(half_up(w) * half_up(h), 0xBEEF);
+       const int32_t ws[2] = {w, half_up(w)}, hs[2] = {h, half_up(h)};
+       uint16_t* table[2] = {fine.data(), coarse.data()};
+       if (banded == kUntouched) return bytes_of(coarse);
+       (banded ? pyramid_gaussian_down_sample_uint8_process(table, 0, ws, hs)
+               : pyramid_gaussian_down_sample_uint8(table, ws, hs, 0, 1));
+       return bytes_of(coarse);
+     }},
+    {"pyramid_laplacian_down_sample", 4, [](int banded, int w, int h, uint32_t seed) {
+       U16 fine = noise<uint16_t>(w * h, seed, 0, 65535), coarse = noise<uint16_t>(half_up(w) * half_up(h), seed + 1, 0, 65535);
+       S16 lap(w * h, 0x5A5A);
+       const int32_t ws[2] = {w, half_up(w)}, hs[2] = {h, half_up(h)};
+       uint16_t* gauss[2] = {fine.data(), coarse.data()};
+       int16_t* laps[2] = {lap.data(), nullptr};
+       if (banded == kUntouched) return bytes_of(lap);
+       (banded ? pyramid_laplacian_down_sample_process(laps, gauss, 0, ws, hs, 2)
+               : pyramid_laplacian_down_sample(lap.data(), gauss, ws, hs, 0, 1));
+       return bytes_of(lap);
+     }},
+    {"pyramid_reconstruct_y", 4, [](int banded, int w, int h, uint32_t seed) {
+       S16 fused = noise<int16_t>(w * h, seed, -6000, 6000), top = noise<int16_t>(half_up(w) * half_up(h), seed + 1, -200, 4200);
+       Bytes luma(w * h, 0xEE);
+       const int32_t ws[2] = {w, half_up(w)}, hs[2] = {h, half_up(h)};
+       int16_t* levels[2] = {fused.data(), top.data()};
+       if (banded == kUntouched) return bytes_of(fused, luma);
+       (banded ? pyramid_reconstruct_y_process(luma.data(), levels, ws, hs, 0)
+               : pyramid_reconstruct_y(luma.data(), levels, ws, hs, 0, 0, 1));
+       return bytes_of(fused, luma);
+     }},
+};
+
+class Dispatchers : public test::PoolTest {};
+
+// Heights that leave bands empty, uneven or odd under every split rule; every
+// batch goes to the workers.
+TEST_F(Dispatchers, BandsEqualTheKernelOverOneBand) {
+  set_inline_work_limit_for_testing(0);
+  uint32_t seed = 1;
+  for (const Dispatcher& d : kDispatchers) {
+    for (int h : {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 13, 14, 17, 33, 67}) {
+      for (int w : {1, 6, 9, 37}) {
+        if (w < d.min_side || h < d.min_side) continue;
+        ++seed;
+        ASSERT_EQ(d.run(1, w, h, seed), d.run(0, w, h, seed)) << d.name << " " << w << "x" << h;
+      }
+    }
+  }
+  set_inline_work_limit_for_testing(kInlineWork);
+}
+
+// The allocations of a batch fail from the k-th on: job records (the band
+// then runs on the caller) and each band's own scratch. A band without its
+// scratch logs and leaves its rows; the others are complete.
+TEST_F(Dispatchers, BandsWithoutScratchLeaveTheirRowsAndLog) {
+  const struct {
+    const char* dispatcher;
+    const char* line;
+  } cases[] = {
+      {"pyramid_gaussian_down_sample_uint8", "L 970, pyramid_gaussian_down_sample_uint8: temp_p malloc fail\n"},
+      {"pyramid_laplacian_down_sample", "L 1184, pyramid_laplacian_down_sample: o_temp_ptr malloc fail\n"},
+      {"pyramid_reconstruct_y", "L 1652, pyramid_reconstruct_y: o_temp_ptr malloc fail\n"},
+      {"fusion_pyramid", "row pointer arrays not allocated, band left unblended\n"},
+  };
+  for (const auto& c : cases) {
+    const Dispatcher& d = *std::find_if(std::begin(kDispatchers), std::end(kDispatchers),
+                                        [&](const Dispatcher& e) { return e.name == std::string(c.dispatcher); });
+    const int w = 21, h = 40;
+    const Bytes whole = d.run(1, w, h, 3), untouched = d.run(kUntouched, w, h, 3);
+    for (long k = 0;; ++k) {
+      SCOPED_TRACE(std::string(c.dispatcher) + " allocation " + std::to_string(k));
+      test::LogCapture log;
+      platform::fail_allocations_after(k);  // the inputs are not the library's allocations
+      const Bytes out = d.run(1, w, h, 3);
+      const bool injected = platform::allocations_since_switch() > k;
+      platform::fail_allocations_after(-1);
+      const int failed = log.count(c.line);
+      EXPECT_EQ(out == whole, failed == 0) << log.joined();
+      EXPECT_LE(failed, 4);
+      for (size_t i = 0; i < out.size(); ++i) ASSERT_TRUE(out[i] == whole[i] || out[i] == untouched[i]) << i;
+      if (k == 0) {
+        EXPECT_EQ(std::pair(out, failed), std::pair(untouched, 4));
+      }
+      if (!injected) break;
+    }
+  }
+}
+
+std::string format(const char* fmt, ...) {
+  char line[256];
+  va_list ap;
+  va_start(ap, fmt);
+  vsnprintf(line, sizeof line, fmt, ap);
+  va_end(ap);
+  return line;
+}
+
+// Null arguments are reported with every pointer (as 32-bit hex). The
+// reduction and band-pass dispatchers go on to read the tables they report,
+// which ends the process right after the report; the collapse goes on
+// without an output plane; the others do nothing more.
+TEST(DispatchersDeathTest, NullArgumentsAreReportedWithTheirPointers) {
+  const auto* a = reinterpret_cast<uint8_t*>(0xa10);
+  auto* b = reinterpret_cast<uint8_t*>(0xb20);
+  auto* table = reinterpret_cast<uint16_t*>(0xc30);
+  auto* sizes = reinterpret_cast<const int32_t*>(0xd40);
+  S16 fused(48, 5), top(12, 160);
+  int16_t* levels[2] = {fused.data(), top.data()};
+  const int32_t ws[2] = {8, 4}, hs[2] = {6, 3};
+  uint32_t count = 99;
+  const uint8_t* src[3] = {a, a, a};
+  const struct {
+    std::function<void()> call;
+    std::vector<std::string> lines;  // those without "L n, " end the logged line
+    bool dies = false;
+  } cases[] = {
+      {[&] { imageAffine_process(nullptr, reinterpret_cast<uint16_t*>(b), 8, 4, 0, 0, 0); },
+       {", imageAffine_process: in_buffer is NULL,0x0,0xb20\n"}},
+      {[&] { imageAffine_uv_process(a, nullptr, b, 8, 4, 0, 0, 0); },
+       {", imageAffine_uv_process: in_buffer is NULL,0xa10,0x0,0xb20\n"}},
+      {[&] { wltDecompose_process(nullptr, 8, 0, b, 10, b, b); }, {", wltDecompose_process: in_buffer is NULL\n"}},
+      {[&] { imageAffine_xor_and_process(nullptr, a, a, a, 8, 0, 0, 0, &count); },
+       {", imageAffine_xor_and_process: in_buffer is NULL,0x0,0xa10,0xa10,0xa10\n"}},
+      {[&] { fusion_pyramid_process(nullptr, table, nullptr, nullptr, sizes, sizes, 0, 3); },
+       {"L 679, fusion_pyramid_process: in_buffer is NULL,0x0,0xc30,0x0,0x0,0xd40,0xd40\n"}},
+      {[&] { fusionUV(src, b, table, 4, 1, 0); }, {", fusionUV: no frames to fuse (0)\n"}},
+      {[&] { fusionUV_process(src, b, table, 4, 1, 4, nullptr); },  // a fourth plane needs the extras
+       {format("L 868, fusionUV_process: in_buffer is NULL,0x%x,0xb20,0xc30,0x0\n", platform::log_hex(src)),
+        ", fusionUV_process: 4 frames asked, not all planes given, nothing fused\n"}},
+      {[&] { fusionUV_plane_process(nullptr, b, b, table, 2, 2, 4, 1, sizes); },
+       {"L 930, fusionUV_plane_process: in_buffer is NULL,0x0,0xb20,0xb20,0xc30\n"}},
+      {[&] { fusionUV_semiplane_process(src, b, nullptr, table, 2, 2, 4, 1, sizes); },
+       {format("L 992, fusionUV_semiplane_process: in_buffer is NULL,0x%x,0xb20,0x0,0xc30\n", platform::log_hex(src))}},
+      {[&] { pyramid_reconstruct_y_process(nullptr, levels, ws, hs, 0); },
+       {format("L 760, pyramid_reconstruct_y_process: in_buffer is NULL,0x0,0x%x,0x%x,0x%x,0x0\n",
+               platform::log_hex(levels), platform::log_hex(ws), platform::log_hex(hs))}},
+      {[&] { pyramid_gaussian_down_sample_uint8_process(nullptr, 0, sizes, sizes); },
+       {"L 544, pyramid_gaussian_down_sample_uint8_process: in_buffer is NULL,0x0,0xd40,0xd40,0x0\n"}, true},
+      {[&] { pyramid_laplacian_down_sample_process(nullptr, nullptr, 0, sizes, sizes, 2); },
+       {"L 607, pyramid_laplacian_down_sample_process: in_buffer is NULL,0x0,0x0,0xd40,0xd40,0x0\n"}, true},
+  };
+  GTEST_FLAG_SET(death_test_style, "fast");
+  for (const auto& c : cases) {
+    if (c.dies) {
+      EXPECT_DEATH((setenv("TAVO_TEST_LOG", "1", 1), c.call()), c.lines[0]);
+      continue;
+    }
+    test::LogCapture log;
+    c.call();
+    std::vector<std::string> lines;  // without the pool each band runs on the caller, and says so
+    for (const std::string& line : log.lines()) {
+      if (line.find("no thread pool") == std::string::npos) lines.push_back(line);
+    }
+    ASSERT_EQ(lines.size(), c.lines.size()) << log.joined();
+    for (size_t i = 0; i < lines.size(); ++i) {
+      const std::string& want = c.lines[i];
+      EXPECT_TRUE(want.starts_with("L ") ? lines[i] == want : lines[i].starts_with("L ") && lines[i].ends_with(want))
+          << lines[i] << " is not " << want;
+    }
+  }
+  EXPECT_EQ(count, 0u);                 // the count is reset first
+  EXPECT_EQ(fused, S16(48, 165));  // the collapse ran: 5 + 160
+}
+
+}  // namespace
+}  // namespace tavo
