@@ -13,13 +13,11 @@
 #include "align/exposure_shift.h"
 #include "align/registration.h"
 #include "include/tavo_lumo_hdr.h"
-#include "platform/memory.h"
 #include "support/test_support.h"
 #include "tools/scene/scene.h"
 
 namespace {
 
-using tavo::test::LogCapture;
 using tavo::test::PoolTest;
 
 // ---- Scoring one shift ---------------------------------------------------
@@ -279,45 +277,6 @@ TEST_F(Registration, FindsTheTranslationOfBothMovingFrames) {
   expect_window(register_bracket({one, one, one}, w, h), w, h, 0, 0, 0, 0);
   std::vector<uint8_t> tiny(8 * 2 * 3 / 2, 50);
   expect_window(register_bracket({tiny, tiny, tiny}, 8, 2), 8, 2, 0, 0, 0, 0);
-}
-
-TEST_F(Registration, EveryAllocationFailureIsReportedAndLeavesNothingBehind) {
-  const int32_t w = 160, h = 120;
-  const tavo::scene::Scene scene{w, h, 5};
-  tavo::scene::BracketSetup setup;
-  setup.dx0 = 4;
-  setup.dy2 = -2;
-  const auto frames = tavo::scene::render_bracket(scene, setup);
-  const uint8_t* luma[3] = {frames[0].data(), frames[1].data(), frames[2].data()};
-  const struct {
-    long successes;
-    const char* message;
-  } failures[] = {{0, ", GetAlignImg: lyerW||lyerH malloc error"},
-                  {1, ", GetAlignImg: lyerW||lyerH malloc error"},
-                  {2, ", GetAlignImg: mem malloc fail.\n"}};
-  for (const auto& f : failures) {
-    const long live = tavo::platform::live_allocations();
-    LogCapture log;
-    tavo::platform::fail_allocations_after(f.successes);
-    tavo::CropWindow window{};
-    EXPECT_EQ(tavo::register_frames(luma, w, h, &window), -1);
-    tavo::platform::fail_allocations_after(-1);
-    EXPECT_EQ(tavo::platform::live_allocations(), live);
-    const std::vector<std::string> lines = log.matching("GetAlignImg");
-    ASSERT_EQ(lines.size(), 1u) << log.joined();
-    const std::string& line = lines[0];
-    EXPECT_EQ(line.rfind("L ", 0), 0u);
-    ASSERT_GE(line.size(), std::string(f.message).size());
-    EXPECT_EQ(line.substr(line.size() - std::string(f.message).size()), f.message) << line;
-  }
-  // With its own blocks granted but no job records, every band runs on the
-  // calling thread and the result is the same.
-  tavo::platform::fail_allocations_after(3);
-  tavo::CropWindow inline_window{};
-  EXPECT_EQ(tavo::register_frames(luma, w, h, &inline_window), 0);
-  tavo::platform::fail_allocations_after(-1);
-  EXPECT_EQ(inline_window.shift0[0], 4);
-  EXPECT_EQ(inline_window.shift2[1], -2);
 }
 
 }  // namespace

@@ -56,33 +56,24 @@ struct Dispatcher {
   std::function<Bytes(int banded, int w, int h, uint32_t seed)> run;
 };
 
+// Three frames of one level, held as level 1 of their pyramids for the
+// dispatcher (entry 0 is never read).
 Bytes blend(int banded, int w, int h, uint32_t seed) {
-  const int n = 3;
   const U16 lut = noise<uint16_t>(256, seed, 0, 1024);
-  std::vector<U16> gauss;
-  std::vector<S16> lap;
-  std::vector<uint16_t*> gp, gauss_levels;
-  std::vector<int16_t*> lp, lap_levels;
-  for (int f = 0; f < n; ++f) {
-    gauss.push_back(noise<uint16_t>(w * h, seed + f, 0, 4080));
-    lap.push_back(noise<int16_t>(w * h, seed + 10 + f, -4080, 4080));
+  U16 gauss[3];
+  S16 lap[3], out(w * h, 0x5a5a);
+  uint16_t *g[6], *g_rows[3];
+  int16_t *l[6], *l_rows[3];
+  for (int f = 0; f < 3; ++f) {
+    gauss[f] = noise<uint16_t>(w * h, seed + f, 0, 4080), lap[f] = noise<int16_t>(w * h, seed + 9 + f, -4080, 4080);
+    g[2 * f] = g[2 * f + 1] = g_rows[f] = gauss[f].data(), l[2 * f] = l[2 * f + 1] = l_rows[f] = lap[f].data();
   }
-  for (int f = 0; f < n; ++f) gp.push_back(gauss[f].data()), lp.push_back(lap[f].data());
-  S16 out(w * h, 0x5a5a);
-  if (banded == kUntouched) return bytes_of(out);
-  if (!banded) {
-    fusion_pyramid(out.data(), lut.data(), lp.data(), gp.data(), w, h, n, 0, 1);
-    return bytes_of(out);
-  }
-  // The level is level 1 of the pyramids; entry 0 is never read.
-  for (int f = 0; f < n; ++f) gauss_levels.insert(gauss_levels.end(), {nullptr, gp[f]});
-  for (int f = 0; f < n; ++f) lap_levels.insert(lap_levels.end(), {nullptr, lp[f]});
-  std::vector<uint16_t**> gauss_pyramids;
-  std::vector<int16_t**> lap_pyramids;
-  for (int f = 0; f < n; ++f) gauss_pyramids.push_back(&gauss_levels[2 * f]), lap_pyramids.push_back(&lap_levels[2 * f]);
+  uint16_t** gp[3] = {g, g + 2, g + 4};
+  int16_t** lp[3] = {l, l + 2, l + 4};
   int16_t* out_levels[2] = {nullptr, out.data()};
   const int32_t widths[2] = {0, w}, heights[2] = {0, h};
-  fusion_pyramid_process(out_levels, lut.data(), lap_pyramids.data(), gauss_pyramids.data(), widths, heights, 1, n);
+  if (banded == 1) fusion_pyramid_process(out_levels, lut.data(), lp, gp, widths, heights, 1, 3);
+  if (banded == 0) fusion_pyramid(out.data(), lut.data(), l_rows, g_rows, w, h, 3, 0, 1);
   return bytes_of(out);
 }
 
@@ -107,30 +98,23 @@ const Dispatcher kDispatchers[] = {
        const size_t n = static_cast<size_t>(half_up(w)) * half_up(h);
        Bytes approx(n, 0xEE), bitmap(n, 0xEE), mask(n, 0xEE);
        const int32_t t = static_cast<int32_t>(seed % 256);
-       if (banded) {
-         wltDecompose_process(src.data(), w, h, approx.data(), t, bitmap.data(), mask.data());
-       } else {
-         wltDecompose(src.data(), approx.data(), bitmap.data(), mask.data(), w, h, t);
-       }
+       banded ? wltDecompose_process(src.data(), w, h, approx.data(), t, bitmap.data(), mask.data())
+              : wltDecompose(src.data(), approx.data(), bitmap.data(), mask.data(), w, h, t);
        return bytes_of(approx, bitmap, mask);
      }},
     {"imageAffine_xor_and", 1, [](int banded, int w, int h, uint32_t seed) {
        // Bitmaps of 0/1 and masks of 0/255 with a quarter untrusted; bands
        // reach into their neighbours by the vertical shift.
-       const Bytes mm = noise<uint8_t>(w * h, seed, 0, 3), mb = noise<uint8_t>(w * h, seed + 1, 0, 1),
-                   rb = noise<uint8_t>(w * h, seed + 2, 0, 1), rm = noise<uint8_t>(w * h, seed + 3, 0, 3);
-       Bytes moving_mask, ref_mask;
-       for (uint8_t v : mm) moving_mask.push_back(v == 0 ? 0 : 255);
-       for (uint8_t v : rm) ref_mask.push_back(v == 0 ? 0 : 255);
+       Bytes mm = noise<uint8_t>(w * h, seed, 0, 3), mb = noise<uint8_t>(w * h, seed + 1, 0, 1),
+             rb = noise<uint8_t>(w * h, seed + 2, 0, 1), rm = noise<uint8_t>(w * h, seed + 3, 0, 3);
+       for (Bytes* mask : {&mm, &rm}) for (uint8_t& v : *mask) v = v == 0 ? 0 : 255;
        std::vector<uint32_t> counts;
        for (auto [x, y] : {std::pair{-3, -2}, {0, 0}, {2, 3}, {1, -9}, {-1, 5}, {12, 1}}) {
-         uint32_t n = 7;  // the dispatcher resets it, the kernel adds to it
-         if (banded) {
-           imageAffine_xor_and_process(moving_mask.data(), mb.data(), rb.data(), ref_mask.data(), w, h, x, y, &n);
-         } else {
-           n = 0;  // one band covering the plane: the first when the reference lies below, else the last
-           imageAffine_xor_and(moving_mask.data(), mb.data(), rb.data(), ref_mask.data(), w, h, x, y, &n, y >= 0 ? 0 : 3);
-         }
+         // The dispatcher resets the count, the kernel adds to it. One band
+         // covering the plane: the first when the reference lies below, else the last.
+         uint32_t n = banded ? 7 : 0;
+         banded ? imageAffine_xor_and_process(mm.data(), mb.data(), rb.data(), rm.data(), w, h, x, y, &n)
+                : imageAffine_xor_and(mm.data(), mb.data(), rb.data(), rm.data(), w, h, x, y, &n, y >= 0 ? 0 : 3);
          counts.push_back(n);
        }
        return bytes_of(counts);
@@ -140,20 +124,13 @@ const Dispatcher kDispatchers[] = {
                                 noise<uint8_t>(w * h, seed + 2, 250, 255)};
        const uint8_t* planes[3] = {frames[0].data(), frames[1].data(), frames[2].data()};
        Bytes t(4, 0xAB);
-       if (banded) {
-         loadImg_process(planes, w, h, t.data());
-       } else {
-         for (int f = 0; f < 3; ++f) loadImg(planes[f], w, h, &t[f], f);
-       }
+       if (banded) loadImg_process(planes, w, h, t.data());
+       for (int f = 0; f < 3 && !banded; ++f) loadImg(planes[f], w, h, &t[f], f);
        return t;
      }},
     {"saturation", 1, [](int banded, int w, int h, uint32_t seed) {
        Bytes plane = test::random_bytes(w * h, seed);
-       if (banded) {
-         saturation_process(plane.data(), w, h, 1.7f);
-       } else {
-         saturation(plane.data(), w, h, 1.7f);
-       }
+       banded ? (void)saturation_process(plane.data(), w, h, 1.7f) : saturation(plane.data(), w, h, 1.7f);
        return plane;
      }},
     {"fusionUV", 1, [](int banded, int w, int h, uint32_t seed) {
@@ -161,19 +138,15 @@ const Dispatcher kDispatchers[] = {
        // whose second element is the plane.
        const int frames = 1 + static_cast<int>(seed % 5);
        const U16 lut = noise<uint16_t>(256, seed, 0, 65535);
-       std::vector<Bytes> planes;
-       for (int f = 0; f < 5; ++f) planes.push_back(test::random_bytes(w * h, seed + f));
+       Bytes planes[5];
        const uint8_t* all[5];
-       for (int f = 0; f < 5; ++f) all[f] = planes[f].data();
+       for (int f = 0; f < 5; ++f) planes[f] = test::random_bytes(w * h, seed + f), all[f] = planes[f].data();
        const uint8_t* e0[2] = {nullptr, all[3]};
        const uint8_t* e1[2] = {nullptr, all[4]};
        const uint8_t* const* extra[2] = {e0, e1};
        Bytes out(w * h, 0xEE);
-       if (banded) {
-         fusionUV_process(all, out.data(), lut.data(), w, h, frames, extra);
-       } else {
-         fusionUV(all, out.data(), lut.data(), w, h, frames);
-       }
+       banded ? fusionUV_process(all, out.data(), lut.data(), w, h, frames, extra)
+              : fusionUV(all, out.data(), lut.data(), w, h, frames);
        return out;
      }},
     {"fusion_pyramid", 1, blend},
