@@ -1,12 +1,14 @@
-// Worker pool and band jobs: lifecycle, core binding, failures of thread and
-// job creation, and the batch protocol.
+// Entry points and the worker pool: banner, start and stop, stage timer, core
+// binding, failures of thread and job creation, and the batch protocol.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
 #include <thread>
 
+#include "api/lifecycle.h"
 #include "include/tavo_lumo_hdr.h"
+#include "platform/clock.h"
 #include "platform/memory.h"
 #include "platform/threads.h"
 #include "pool/band_jobs.h"
@@ -18,6 +20,38 @@ namespace {
 
 using test::LogCapture;
 using test::ScopedProperties;
+
+// The banner follows the value0 line when buildtime is unset (yes), and not
+// when it is anything other than the exact word yes.
+TEST(PoolLifecycle, BannerUnlessBuildtimeIsOtherThanYes) {
+  for (const std::string value : {"", "no", "YES", "1"}) {
+    const bool yes = value.empty();
+    ScopedProperties props({{yes ? "unrelated" : "buildtime", yes ? "1" : value}});
+    LogCapture log;
+    ASSERT_EQ(tavo_hdr_pool_init(), 0);
+    ASSERT_EQ(tavo_hdr_pool_destroy(), 0);
+    const auto lines = log.lines();
+    ASSERT_GE(lines.size(), 1u + yes);
+    EXPECT_TRUE(lines[0].starts_with("L ") && lines[0].ends_with(", tavo_hdr_pool_init: value0=" + (yes ? "yes" : value) + "\n")) << lines[0];
+    EXPECT_EQ(log.count("hdr lib version"), yes) << value;
+    if (yes) {
+      const std::string banner = std::string(", tavo_hdr_pool_init: -----------hdr lib version is v4.2.2.1,build time is: date:") + __DATE__ + " , time:";
+      EXPECT_NE(lines[1].find(banner), std::string::npos) << lines[1];
+      EXPECT_TRUE(lines[1].ends_with("-----------"));
+    }
+  }
+}
+
+int64_t fixed_clock() { return 5'500'000'000LL; }
+
+TEST(PoolLifecycle, EndTimeLogsSecondsSinceStart) {
+  platform::set_monotonic_clock_for_testing(fixed_clock);
+  LogCapture log;
+  EXPECT_DOUBLE_EQ(endTime("align", 2'000'000'000LL), 3.5);
+  platform::set_monotonic_clock_for_testing(nullptr);
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_TRUE(log.lines()[0].ends_with(", endTime: Test: align, 3.500000 s\n")) << log.lines()[0];
+}
 
 TEST(PoolLifecycle, InitAndDestroyManyTimesThenDestroyTwice) {
   const long live = platform::live_allocations();
@@ -69,32 +103,38 @@ TEST(PoolLifecycle, DestroyStartedTwiceReturnsAtOnce) {
   EXPECT_EQ(pool_destroy(), 0);
 }
 
-TEST(PoolLifecycle, FailedAllocationsAreReleasedAndLeaveNoPool) {
-  const struct {
-    long budget;
-    const char* message;
-  } failures[] = {{0, "can't alloc thread pool\n"},
-                  {1, "can't malloc threadid\n"},
-                  {2, "can't malloc thread_creatflag\n"}};
-  for (const auto& f : failures) {
-    const long live = platform::live_allocations();
-    LogCapture log;
-    platform::fail_allocations_after(f.budget);
-    EXPECT_EQ(tavo_hdr_pool_init(), -1);
-    platform::fail_allocations_after(-1);
-    EXPECT_TRUE(log.contains(f.message)) << log.joined();
-    EXPECT_TRUE(log.contains("pool_init fail\n"));
-    EXPECT_EQ(platform::live_allocations(), live);
-    EXPECT_EQ(pool, nullptr);
-  }
-}
-
 int failing_create(pthread_t*, platform::ThreadBody, void*) { return EAGAIN; }
 
 std::atomic<int> g_creations{0};
 int every_other_create(pthread_t* thread, platform::ThreadBody body, void* arg) {
   if (g_creations.fetch_add(1) % 2 == 0) return EAGAIN;
   return pthread_create(thread, nullptr, body, arg);
+}
+
+// A failed start releases what it took, logs its reason and leaves no pool.
+TEST(PoolLifecycle, FailedStartsAreReleasedAndLeaveNoPool) {
+  const struct {
+    long budget;  // allocations granted, or -1 with every thread creation failing
+    const char* message;
+    int times;
+  } failures[] = {{0, "can't alloc thread pool\n", 1},
+                  {1, "can't malloc threadid\n", 1},
+                  {2, "can't malloc thread_creatflag\n", 1},
+                  {-1, "can't create thread: ", 4},
+                  {-1, "all LTM thread create failed.\n", 1}};
+  for (const auto& f : failures) {
+    const long live = platform::live_allocations();
+    LogCapture log;
+    platform::fail_allocations_after(f.budget);
+    if (f.budget < 0) platform::set_thread_create_for_testing(failing_create);
+    EXPECT_EQ(tavo_hdr_pool_init(), -1);
+    platform::set_thread_create_for_testing(nullptr);
+    platform::fail_allocations_after(-1);
+    EXPECT_EQ(log.count(f.message), f.times) << log.joined();
+    EXPECT_TRUE(log.contains("pool_init fail\n"));
+    EXPECT_EQ(platform::live_allocations(), live);
+    EXPECT_EQ(pool, nullptr);
+  }
 }
 
 // Runs four bands that each count themselves; returns the count.
@@ -104,74 +144,47 @@ int bands_run() {
     band_payload<std::atomic<int>*>(record)->fetch_add(1);
     band_done(record);
     return 0;
-  }, [&](int32_t, std::atomic<int>*& payload) { payload = &ran; });
+  }, [&](int32_t, std::atomic<int>*& payload) { payload = &ran; }, 0);
   return ran;
 }
 
-TEST(PoolThreads, AllCreationsFailing) {
-  const long live = platform::live_allocations();
-  LogCapture log;
-  platform::set_thread_create_for_testing(failing_create);
-  EXPECT_EQ(tavo_hdr_pool_init(), -1);
-  platform::set_thread_create_for_testing(nullptr);
-  EXPECT_EQ(log.count("can't create thread: "), 4);
-  EXPECT_TRUE(log.contains("all LTM thread create failed.\n"));
-  EXPECT_TRUE(log.contains("pool_init fail\n"));
-  EXPECT_EQ(pool, nullptr);
-  EXPECT_EQ(platform::live_allocations(), live);
-}
-
-TEST(PoolThreads, SomeCreationsFailingStillRunsJobs) {
-  g_creations = 0;
-  platform::set_thread_create_for_testing(every_other_create);
-  ASSERT_EQ(pool_init(4), 0);
-  platform::set_thread_create_for_testing(nullptr);
-  EXPECT_EQ(pool->thread_creatflag[0] + pool->thread_creatflag[1] + pool->thread_creatflag[2] +
-                pool->thread_creatflag[3],
-            2);
-  EXPECT_EQ(bands_run(), 4);
-  EXPECT_EQ(pool_destroy(), 0);
-}
-
+// Workers bound as the property says (the default: worker k on core k); a
+// core the processor lacks is logged and its worker still runs, as do the
+// workers of a pool whose other thread creations failed.
 TEST(PoolBindCore, BindsWorkersAsThePropertySays) {
-  {
-    LogCapture log;
-    ASSERT_EQ(pool_init(4), 0);
-    EXPECT_EQ(std::vector<int32_t>(g_args, g_args + 4), (std::vector<int32_t>{0, 1, 2, 3}));
-    EXPECT_FALSE(log.contains("bindcore"));
-    EXPECT_EQ(pool_destroy(), 0);
-  }
   const struct {
     const char* value;
     std::vector<int32_t> cores;
     const char* message;  // a line the parse must log
+    int times = 1;
   } cases[] = {
+      {"", {0, 1, 2, 3}, "bindcore"},
       {"cpu_4_4_5_6_7", {4, 5, 6, 7}, "thread 3 is blended on 7th core\n"},
       {"x_2_6_7", {6, 7, 2, 3}, "thread 1 is blended on 7th core\n"},
       {"cpu_6_1_0_1_0_5_5", {1, 0, 1, 0}, "bindcore core 5 for thread 5 ignored: only 4 threads\n"},
       {"cpu4567", {0, 1, 2, 3}, "bindcore value cpu4567 has no core count, default cores kept\n"},
       {"cpu_4_4_5", {0, 1, 2, 3}, "bindcore value cpu_4_4_5 names 4 cores but gives 2, default cores kept\n"},
       {"c_1_40", {40, 1, 2, 3}, "thread 0 is blended on 40th core\n"},
+      {"c_4_32_33_200_-1", {32, 33, 200, -1}, "sched_setaffinity failed", 4},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.value);
-    ScopedProperties props({{"persist.bindcore.hdr", c.value}});
+    ScopedProperties props({{*c.value ? "persist.bindcore.hdr" : "unrelated", c.value}});
     LogCapture log;
     ASSERT_EQ(pool_init(4), 0);
     EXPECT_EQ(std::vector<int32_t>(g_args, g_args + 4), c.cores);
-    EXPECT_TRUE(log.contains(std::string("bindcore is ") + c.value + "\n"));
-    EXPECT_TRUE(log.contains(c.message)) << log.joined();
-    EXPECT_EQ(pool_destroy(), 0);
+    EXPECT_EQ(bands_run(), 4);
+    EXPECT_EQ(pool_destroy(), 0);  // workers log their binding before they end
+    EXPECT_EQ(log.contains(std::string("bindcore is ") + c.value + "\n"), *c.value != 0);
+    EXPECT_EQ(log.count(c.message), *c.value ? c.times : 0) << log.joined();
   }
-}
-
-TEST(PoolBindCore, CoreBeyondMaskIsLoggedAndWorkerStillRuns) {
-  ScopedProperties props({{"persist.bindcore.hdr", "c_4_32_33_200_-1"}});
-  LogCapture log;
+  g_creations = 0;
+  platform::set_thread_create_for_testing(every_other_create);
   ASSERT_EQ(pool_init(4), 0);
+  platform::set_thread_create_for_testing(nullptr);
+  EXPECT_EQ(pool->thread_creatflag[0] + pool->thread_creatflag[1] + pool->thread_creatflag[2] + pool->thread_creatflag[3], 2);
   EXPECT_EQ(bands_run(), 4);
   EXPECT_EQ(pool_destroy(), 0);
-  EXPECT_EQ(log.count("sched_setaffinity failed"), 4);
 }
 
 TEST(BandSplit, RowsPerBand) {
