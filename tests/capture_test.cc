@@ -82,27 +82,6 @@ TEST_F(Capture, RefusesBadArguments) {
   for (uint8_t b : out) ASSERT_EQ(b, 0xAB);
 }
 
-TEST_F(Capture, StopFlagBeforeTheCaptureIsHonouredAfterAlignment) {
-  tavo_hdr_set_stop_flag(1);
-  LogCapture log;
-  int32_t result = 0;
-  const std::vector<uint8_t> out = run(64, 48, "YUV420_PLANAR", &result);
-  EXPECT_EQ(result, 1);
-  const std::string text = log.joined();
-  const size_t align = text.find("Test: align, ");
-  const size_t stop = text.find("GetAlignImg: The camera set stop flag,please stop hdr processing\n");
-  ASSERT_NE(align, std::string::npos);
-  ASSERT_NE(stop, std::string::npos);
-  EXPECT_LT(align, stop);
-  EXPECT_FALSE(log.contains("Test: pyrFuse"));
-  EXPECT_FALSE(log.contains("GetAlignImg error!"));
-  for (uint8_t b : out) ASSERT_EQ(b, 0xAB);
-
-  tavo_hdr_set_stop_flag(2);  // only 1 stops
-  run(64, 48, "YUV420_PLANAR", &result);
-  EXPECT_EQ(result, 0);
-}
-
 // A clock that advances by a fixed step at every reading and can raise the
 // stop flag at a chosen reading.
 std::atomic<int64_t> g_now{0};
@@ -114,40 +93,45 @@ int64_t stepping_clock() {
   if (reading == g_stop_at) tavo_hdr_set_stop_flag(1);
   return g_now += g_step;
 }
-void install_stepping_clock(double step_seconds, int stop_at) {
-  g_now = 0;
-  g_readings = 0;
-  g_step = static_cast<int64_t>(step_seconds * 1e9);
-  g_stop_at = stop_at;
-  platform::set_monotonic_clock_for_testing(stepping_clock);
-}
 
-TEST_F(Capture, StageOverTheTimeLimitFails) {
-  install_stepping_clock(3.4, -1);
-  LogCapture log;
-  int32_t result = 0;
-  const std::vector<uint8_t> out = run(64, 48, "YUV420_PLANAR", &result);
-  EXPECT_EQ(result, -1);
-  EXPECT_TRUE(log.contains("GetAlignImg: hdr exceed the preset time.\n"));
-  EXPECT_TRUE(log.contains("GetAlignImg error!"));
-  EXPECT_TRUE(log.contains("HDR_Function END."));
-  EXPECT_FALSE(log.contains("Test: pyrFuse"));
-  for (uint8_t b : out) ASSERT_EQ(b, 0xAB);
-
-  install_stepping_clock(1.1, -1);  // each stage within the limit, the whole capture over it
-  run(64, 48, "YUV420_PLANAR", &result);
-  EXPECT_EQ(result, 0);
-}
-
-TEST_F(Capture, StopDuringTheResizeGivesOneWithACompleteOutput) {
+// The stop flag (only 1 stops) is honoured after alignment, before fusion;
+// raised during the resize it gives 1 with a complete output. A stage over
+// the time limit fails the capture; stages each within it do not, however
+// long the whole capture.
+TEST_F(Capture, StopFlagAndTimeLimit) {
   int32_t result = -1;
-  const std::vector<uint8_t> reference = run(64, 48, "YVU420_SEMIPLANAR", &result);
+  const std::vector<uint8_t> reference = run(64, 48, "YUV420_PLANAR", &result);
   ASSERT_EQ(result, 0);
-  // Readings: capture start, pipeline start, end of alignment, of fusion, of resize.
-  install_stepping_clock(0.01, 5);
-  const std::vector<uint8_t> out = run(64, 48, "YVU420_SEMIPLANAR", &result);
-  EXPECT_EQ(result, 1);
-  EXPECT_EQ(out, reference);
+  const struct {
+    int32_t flag;
+    double step;  // seconds per clock reading, or 0 for the real clock
+    int stop_at;  // readings: capture start, pipeline start, end of alignment, of fusion, of resize
+    int32_t result;
+    bool complete;
+    std::vector<std::string> lines;  // in this order
+  } cases[] = {
+      {1, 0, -1, 1, false, {"Test: align, ", "GetAlignImg: The camera set stop flag,please stop hdr processing\n"}},
+      {2, 0, -1, 0, true, {}},
+      {0, 0.01, 5, 1, true, {}},
+      {0, 3.4, -1, -1, false, {"GetAlignImg: hdr exceed the preset time.\n", "GetAlignImg error!", "HDR_Function END."}},
+      {0, 1.1, -1, 0, true, {}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.step);
+    tavo_hdr_set_stop_flag(c.flag);
+    g_now = 0, g_readings = 0, g_stop_at = c.stop_at, g_step = static_cast<int64_t>(c.step * 1e9);
+    platform::set_monotonic_clock_for_testing(c.step > 0 ? stepping_clock : nullptr);
+    LogCapture log;
+    const std::vector<uint8_t> out = run(64, 48, "YUV420_PLANAR", &result);
+    tavo_hdr_set_stop_flag(0);
+    EXPECT_EQ(result, c.result);
+    EXPECT_EQ(out, c.complete ? reference : std::vector<uint8_t>(out.size(), 0xAB));
+    const std::string text = log.joined();
+    size_t at = 0;
+    for (const std::string& line : c.lines) EXPECT_NE(at = text.find(line, at), std::string::npos) << line << text;
+    EXPECT_EQ(log.contains("Test: pyrFuse"), c.complete);
+    EXPECT_EQ(log.contains("GetAlignImg error!"), c.result == -1);
+  }
 }
 
 // Every allocation of a small capture fails in turn, one at a time: the
@@ -333,7 +317,22 @@ class CaptureDumps : public Capture {
   }
 };
 
+// Only the exact word yes dumps: the inputs and the output with their time
+// stamps, and the lines saying so.
 TEST_F(CaptureDumps, InputsAndOutputWithTheirTimeStamps) {
+  for (const char* value : {"YES", "1", ""}) {
+    ScopedProperties props({{*value ? "saveinput" : "unrelated", value}, {"saveoutput", value}});
+    LogCapture log;
+    int32_t result = -1;
+    run(64, 48, "YUV420_PLANAR", &result);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(files(), 0u);
+    EXPECT_TRUE(log.contains("HDR_Function START."));
+    for (const std::string what : {"input\n", "output\n"}) {  // "no save ..." for the default value no only
+      EXPECT_EQ(log.count("save " + what), log.count("no save " + what));
+      EXPECT_EQ(log.contains("no save " + what), !*value) << value;
+    }
+  }
   ScopedProperties props({{"saveinput", "yes"}, {"saveoutput", "yes"}});
   LogCapture log;
   const auto frames = test::bracket(64, 48, "YUV420_PLANAR", 5);
@@ -350,25 +349,6 @@ TEST_F(CaptureDumps, InputsAndOutputWithTheirTimeStamps) {
                            "fopen img success!\n", "fwrite img success!\n", "save output\n", "value1=yes\n"}) {
     EXPECT_TRUE(log.contains(line)) << line;
   }
-}
-
-TEST_F(CaptureDumps, OnlyTheExactWordYesDumps) {
-  for (const char* value : {"YES", "1"}) {
-    ScopedProperties props({{"saveinput", value}, {"saveoutput", value}});
-    LogCapture log;
-    int32_t result = -1;
-    run(64, 48, "YUV420_PLANAR", &result);
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(files(), 0u);
-    EXPECT_FALSE(log.contains("save input"));
-    EXPECT_FALSE(log.contains("save output"));
-    EXPECT_TRUE(log.contains("HDR_Function START."));
-  }
-  LogCapture log;
-  int32_t result = -1;
-  run(64, 48, "YUV420_PLANAR", &result);
-  EXPECT_TRUE(log.contains("no save input\n"));
-  EXPECT_TRUE(log.contains("no save output\n"));
 }
 
 // Dumps that cannot be written fail the capture with the fixed message and a

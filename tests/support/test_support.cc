@@ -61,14 +61,6 @@ std::vector<uint8_t> random_bytes(size_t n, uint32_t seed) {
   return v;
 }
 
-std::vector<std::string> LogCapture::matching(const std::string& text) const {
-  std::vector<std::string> found;
-  for (const std::string& line : lines()) {
-    if (line.find(text) != std::string::npos) found.push_back(line);
-  }
-  return found;
-}
-
 int LogCapture::count(const std::string& text) const {
   int n = 0;
   for (const std::string& line : lines()) n += line.find(text) != std::string::npos;

@@ -21,7 +21,6 @@ class LogCapture {
   std::vector<std::string> lines() const;
   // Lines containing `text`.
   int count(const std::string& text) const;
-  std::vector<std::string> matching(const std::string& text) const;
   bool contains(const std::string& text) const { return count(text) > 0; }
   std::string joined() const;
 };
