@@ -118,10 +118,7 @@ struct LevelPlanes {
   LevelPlanes(int32_t width, int32_t height, int32_t n) : levels(n), w(n), h(n) {
     w[0] = width;
     h[0] = height;
-    for (int32_t k = 1; k < n; ++k) {
-      w[k] = (w[k - 1] & 1) + w[k - 1] / 2;
-      h[k] = (h[k - 1] & 1) + h[k - 1] / 2;
-    }
+    for (int32_t k = 1; k < n; ++k) w[k] = (w[k - 1] + 1) / 2, h[k] = (h[k - 1] + 1) / 2;
     for (auto* table : {&ref_approx, &moving_approx, &ref_bitmap, &ref_mask, &moving_bitmap, &moving_mask}) {
       for (int32_t k = 0; k < n; ++k) {
         store.emplace_back(static_cast<size_t>(w[k]) * h[k], 0);
