@@ -48,18 +48,6 @@ size_t work_block_size(const int32_t* widths, const int32_t* heights, int32_t le
 
 }  // namespace
 
-uint8_t registration_level_count(int32_t width, int32_t height) {
-  int32_t m = width < height ? width : height;
-  if (m < 33) return 1;
-  int32_t n = 0, old = 0;
-  do {
-    ++n;
-    old = m;
-    m >>= 1;
-  } while (old > 65);
-  return static_cast<uint8_t>(n + 1);
-}
-
 int32_t register_frames(const uint8_t* const* frames, int32_t width, int32_t height,
                         CropWindow* window) {
   const int32_t levels = registration_level_count(width, height);
@@ -76,8 +64,8 @@ int32_t register_frames(const uint8_t* const* frames, int32_t width, int32_t hei
   widths[0] = width;
   heights[0] = height;
   for (int32_t k = 1; k < levels; ++k) {
-    widths[k] = (widths[k - 1] & 1) + widths[k - 1] / 2;
-    heights[k] = (heights[k - 1] & 1) + heights[k - 1] / 2;
+    widths[k] = registration_level_side(widths[k - 1]);
+    heights[k] = registration_level_side(heights[k - 1]);
   }
 
   // One block: the six pointer tables, then level after level its six planes.

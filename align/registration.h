@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "align/registration_levels.h"
 #include "platform/yuv420_frame.h"
 
 namespace tavo {
@@ -14,11 +15,6 @@ struct CropWindow {
   int16_t shift0[2];      // full-resolution shift (x, y) of frame 0
   int16_t shift2[2];      // full-resolution shift (x, y) of frame 2
 };
-
-// Number of registration levels (level 0 is the frame itself): 1 below a
-// smaller side of 33; otherwise one more than the halvings of the smaller side
-// taken while the value halved is above 65.
-uint8_t registration_level_count(int32_t width, int32_t height);
 
 // Registration thresholds of the three frames' luma planes (width x height,
 // stride width), each what loadImg gives for its frame, from histograms built

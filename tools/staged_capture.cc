@@ -12,25 +12,11 @@
 #include <chrono>
 #include <vector>
 
+#include "align/registration_levels.h"
 #include "tavo_lumo_hdr.h"
 
 namespace tavo::tool {
 namespace {
-
-// Levels of the registration pyramid (level 0 the frame itself): 1 below a
-// smaller side of 33, else one more than the halvings of the smaller side
-// taken while the value halved is above 65.
-int32_t registration_levels(int32_t width, int32_t height) {
-  int32_t m = width < height ? width : height;
-  if (m < 33) return 1;
-  int32_t n = 0, old = 0;
-  do {
-    ++n;
-    old = m;
-    m >>= 1;
-  } while (old > 65);
-  return n + 1;
-}
 
 // One plane per level, level 0 left empty: the frame itself stands there.
 struct LevelPlanes {
@@ -54,11 +40,11 @@ double ms_since(std::chrono::steady_clock::time_point start) {
 bool run_staged_capture(const uint8_t* const* frames, int32_t width, int32_t height, const char* layout,
                         uint8_t* out, StagedCapture* result) {
   auto start = std::chrono::steady_clock::now();
-  const int32_t levels = registration_levels(width, height);
-  std::vector<int32_t> widths{width}, heights{height};  // each level half the one above, rounded up
+  const int32_t levels = registration_level_count(width, height);
+  std::vector<int32_t> widths{width}, heights{height};
   for (int32_t k = 1; k < levels; ++k) {
-    widths.push_back((widths.back() & 1) + widths.back() / 2);
-    heights.push_back((heights.back() & 1) + heights.back() / 2);
+    widths.push_back(registration_level_side(widths.back()));
+    heights.push_back(registration_level_side(heights.back()));
   }
   LevelPlanes ref_approx(widths, heights), ref_bitmap(widths, heights), ref_mask(widths, heights);
   LevelPlanes moving_approx(widths, heights), moving_bitmap(widths, heights), moving_mask(widths, heights);
