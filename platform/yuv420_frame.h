@@ -23,6 +23,11 @@ inline ChromaLayout parse_layout(const char* name) {
   return ChromaLayout::kOther;
 }
 
+// The name of a parsed layout ("" for kOther).
+inline const char* layout_name(ChromaLayout layout) {
+  return layout == ChromaLayout::kPlanar ? "YUV420_PLANAR" : layout == ChromaLayout::kSemiPlanar ? "YVU420_SEMIPLANAR" : "";
+}
+
 // Byte offsets and sizes within a W x H frame.
 struct Yuv420Planes {
   int64_t luma_bytes;   // W x H: the luma plane, after which the chroma starts

@@ -21,7 +21,7 @@
 #include "tools/yuv_convert.h"
 
 namespace py = pybind11;
-using tavo::tool::ChromaLayout;
+using tavo::ChromaLayout;
 
 namespace {
 
@@ -45,8 +45,8 @@ void expect_bytes(const py::array& a, size_t n, const char* what) {
 }
 
 ChromaLayout layout_of(const std::string& name) {
-  ChromaLayout layout;
-  if (!tavo::tool::parse_layout(name, &layout)) {
+  const ChromaLayout layout = tavo::parse_layout(name.c_str());
+  if (layout == ChromaLayout::kOther) {
     raise(PyExc_ValueError, "unknown layout " + name + " (YUV420_PLANAR or YVU420_SEMIPLANAR)");
   }
   return layout;

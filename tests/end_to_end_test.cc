@@ -18,13 +18,13 @@ namespace {
 
 struct CaptureCase {
   int32_t width, height;
-  scene::Layout layout;
+  ChromaLayout layout;
   int32_t dx0, dy0, dx2, dy2;  // hand shake of the outer frames
   uint64_t checksum;           // of the fused frame
 };
 
 void PrintTo(const CaptureCase& c, std::ostream* os) {
-  *os << c.width << "x" << c.height << " " << scene::layout_name(c.layout) << " shifts (" << c.dx0 << ","
+  *os << c.width << "x" << c.height << " " << layout_name(c.layout) << " shifts (" << c.dx0 << ","
       << c.dy0 << ") (" << c.dx2 << "," << c.dy2 << ")";
 }
 
@@ -38,7 +38,7 @@ std::vector<uint8_t> capture(const CaptureCase& c, int32_t* result) {
   const auto frames = scene::render_bracket(scene::Scene{c.width, c.height, 3}, setup);
   std::vector<uint8_t> out(frames[0].size(), 0);
   *result = HDR_Function(frames[0].data(), frames[1].data(), frames[2].data(), out.data(), c.height,
-                         c.width, scene::layout_name(c.layout));
+                         c.width, layout_name(c.layout));
   return out;
 }
 
@@ -61,17 +61,17 @@ TEST_P(EndToEnd, FusedFrameMatchesItsChecksum) {
 INSTANTIATE_TEST_SUITE_P(
     Scenes, EndToEnd,
     ::testing::Combine(::testing::Values(
-        CaptureCase{8, 2, scene::Layout::kPlanar, 0, 0, 0, 0, 0x7c877546bc121311},
-        CaptureCase{8, 2, scene::Layout::kSemiPlanar, 0, 0, 0, 0, 0xdf9bc261b7f77b33},
-        CaptureCase{200, 120, scene::Layout::kPlanar, 4, -2, -6, 2, 0xd99e01512780bd26},
-        CaptureCase{328, 246, scene::Layout::kSemiPlanar, -4, 6, 2, -4, 0xa2df5485a08e80fe},
-        CaptureCase{1928, 1090, scene::Layout::kPlanar, 6, -4, -8, 2, 0x7745dc87b259b1bf},
-        CaptureCase{1920, 1080, scene::Layout::kSemiPlanar, -6, 4, 8, -2, 0xf35f27225c3167e}),
+        CaptureCase{8, 2, ChromaLayout::kPlanar, 0, 0, 0, 0, 0x7c877546bc121311},
+        CaptureCase{8, 2, ChromaLayout::kSemiPlanar, 0, 0, 0, 0, 0xdf9bc261b7f77b33},
+        CaptureCase{200, 120, ChromaLayout::kPlanar, 4, -2, -6, 2, 0xd99e01512780bd26},
+        CaptureCase{328, 246, ChromaLayout::kSemiPlanar, -4, 6, 2, -4, 0xa2df5485a08e80fe},
+        CaptureCase{1928, 1090, ChromaLayout::kPlanar, 6, -4, -8, 2, 0x7745dc87b259b1bf},
+        CaptureCase{1920, 1080, ChromaLayout::kSemiPlanar, -6, 4, 8, -2, 0xf35f27225c3167e}),
         ::testing::ValuesIn(test::kCpuMasks)),
     [](const ::testing::TestParamInfo<std::tuple<CaptureCase, test::CpuMask>>& info) {
       const CaptureCase& c = std::get<0>(info.param);
       return std::to_string(c.width) + "x" + std::to_string(c.height) +
-             (c.layout == scene::Layout::kPlanar ? "Planar" : "SemiPlanar") + "_" + std::get<1>(info.param).name;
+             (c.layout == ChromaLayout::kPlanar ? "Planar" : "SemiPlanar") + "_" + std::get<1>(info.param).name;
     });
 
 }  // namespace

@@ -35,6 +35,7 @@
 
 namespace fs = std::filesystem;
 using namespace tavo::tool;
+using tavo::ChromaLayout;
 
 namespace {
 
@@ -70,7 +71,7 @@ void write_all(const std::string& path, const std::vector<uint8_t>& bytes) {
 }
 
 // A hand-held bracket: frames 0 and 2 moved apart, so that a swap shows.
-std::array<std::vector<uint8_t>, 3> bracket(int32_t w, int32_t h, tavo::scene::Layout layout) {
+std::array<std::vector<uint8_t>, 3> bracket(int32_t w, int32_t h, ChromaLayout layout) {
   tavo::scene::BracketSetup setup;
   setup.layout = layout;
   setup.dx0 = 2;
@@ -95,8 +96,8 @@ class Tool : public tavo::test::PoolTest {
 TEST_F(Tool, StagedCaptureGivesHdrFunctionsBytes) {
   const tavo::test::ScopedTickingClock clock;  // no time limit on a slow machine
   for (const auto& [w, h] : {std::pair{8, 2}, {64, 48}, {200, 120}, {328, 246}}) {
-    for (auto layout : {tavo::scene::Layout::kPlanar, tavo::scene::Layout::kSemiPlanar}) {
-      const std::string name = tavo::scene::layout_name(layout);
+    for (auto layout : {ChromaLayout::kPlanar, ChromaLayout::kSemiPlanar}) {
+      const std::string name = tavo::layout_name(layout);
       const auto f = bracket(w, h, layout);
       const uint8_t* frames[3] = {f[0].data(), f[1].data(), f[2].data()};
       std::vector<uint8_t> staged(f[0].size(), 0xa5);
@@ -249,9 +250,9 @@ RgbImage rgb_of(const std::vector<uint8_t>& yuv, int32_t w, int32_t h) {
 // the capture's time is printed, the library's log only with --verbose.
 TEST_F(Tool, FusesRawFramesAndImagesToTheLibrarysBytes) {
   const std::string d = dir_.path() + "/";
-  for (auto layout : {tavo::scene::Layout::kPlanar, tavo::scene::Layout::kSemiPlanar}) {
+  for (auto layout : {ChromaLayout::kPlanar, ChromaLayout::kSemiPlanar}) {
     // The result is written through a link to an existing file, whose mode it keeps.
-    const std::string name = tavo::scene::layout_name(layout);
+    const std::string name = tavo::layout_name(layout);
     const auto frames = bracket(96, 64, layout);
     for (int k = 0; k < 3; ++k) write_all(d + "in" + std::to_string(k) + ".yuv", frames[k]);
     write_all(d + name, {1, 2});
@@ -267,7 +268,7 @@ TEST_F(Tool, FusesRawFramesAndImagesToTheLibrarysBytes) {
   const ToolRun verbose = run_tool(d, "fuse in0.yuv in1.yuv in2.yuv -o v.yuv --size 96x64 --verbose");
   EXPECT_NE(verbose.err.find("HDR_Function START."), std::string::npos) << verbose.err;
 
-  const auto frames = bracket(64, 48, tavo::scene::Layout::kPlanar);
+  const auto frames = bracket(64, 48, ChromaLayout::kPlanar);
   std::array<std::vector<uint8_t>, 3> yuv;
   std::string error;
   for (int k = 0; k < 3; ++k) {
@@ -291,7 +292,7 @@ TEST_F(Tool, FusesRawFramesAndImagesToTheLibrarysBytes) {
 
 TEST_F(Tool, ReplaysTheLibrarysDumpsIdentically) {
   const std::string d = dir_.path() + "/";
-  const auto frames = bracket(64, 48, tavo::scene::Layout::kSemiPlanar);
+  const auto frames = bracket(64, 48, ChromaLayout::kSemiPlanar);
   for (int k = 0; k < 3; ++k) write_all(d + "in" + std::to_string(k) + ".yuv", frames[k]);
   // The dump directory does not exist yet: the tool creates it.
   const ToolRun fused = run_tool(d, "fuse in0.yuv in1.yuv in2.yuv -o out.yuv --size 64x48 --layout "
@@ -319,7 +320,7 @@ TEST_F(Tool, ReplaysTheLibrarysDumpsIdentically) {
 // rest of a 2x2 block whose chroma does. Equal outputs get no picture.
 TEST_F(Tool, ReplayExplainsADifferencePerPlaneAndDrawsWhereItLies) {
   const std::string capture = "IMG_64x48YVU420_SEMIPLANAR_20180823_090812", d = dir_.path() + "/";
-  const auto frames = bracket(64, 48, tavo::scene::Layout::kSemiPlanar);
+  const auto frames = bracket(64, 48, ChromaLayout::kSemiPlanar);
   for (int k = 0; k < 3; ++k) write_all(d + capture + "_" + std::to_string(k) + ".yuv", frames[k]);
   const std::vector<uint8_t> fused = fuse_here(frames, 64, 48, "YVU420_SEMIPLANAR");
   const std::string picture = d + capture + "_replay_diff.png";
@@ -383,7 +384,7 @@ void write_png_claiming(const std::string& from, const std::string& to, uint32_t
 
 TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
   const std::string d = dir_.path() + "/";
-  const auto frames = bracket(64, 48, tavo::scene::Layout::kPlanar);
+  const auto frames = bracket(64, 48, ChromaLayout::kPlanar);
   for (int k = 0; k < 3; ++k) write_all(d + "in" + std::to_string(k) + ".yuv", frames[k]);
   write_all(d + "short.yuv", std::vector<uint8_t>(4607, 7));  // one byte short
   mkfifo((d + "fifo").c_str(), 0644);

@@ -188,9 +188,9 @@ int read_raw_frames(const std::vector<std::string>& paths, Frames* frames) {
 }
 
 std::string layout_problem(const std::string& layout) {
-  ChromaLayout parsed;
-  return parse_layout(layout, &parsed) ? ""
-                                       : "unknown layout '" + layout + "' (YUV420_PLANAR or YVU420_SEMIPLANAR)";
+  return tavo::parse_layout(layout.c_str()) != tavo::ChromaLayout::kOther
+             ? ""
+             : "unknown layout '" + layout + "' (YUV420_PLANAR or YVU420_SEMIPLANAR)";
 }
 
 // ---- fuse ----------------------------------------------------------------
@@ -204,8 +204,7 @@ int fuse_command(const Options& options) {
   }
   if (images == 0 && image_out) return fail(kUsageError, "raw frames fuse into a raw output, not " + options.output);
   if (const std::string p = layout_problem(options.layout); !p.empty()) return fail(kUsageError, p);
-  ChromaLayout layout;
-  parse_layout(options.layout, &layout);
+  const tavo::ChromaLayout layout = tavo::parse_layout(options.layout.c_str());
   std::vector<FileId> inputs;
   for (const std::string& in : options.inputs) add_file_id(in, &inputs);
   if (const std::string p = output_problem(options.output, inputs); !p.empty()) return fail(kInputError, p);
@@ -393,8 +392,7 @@ int replay_command(const Options& options) {
       } else if (out.size() != theirs.size()) {
         ++different;
       } else {
-        ChromaLayout layout;
-        parse_layout(frames.layout, &layout);
+        const tavo::ChromaLayout layout = tavo::parse_layout(frames.layout.c_str());
         const FrameDiff diff = diff_frames(out.data(), theirs.data(), frames.width, frames.height, layout);
         details = diff_report(diff, "    ");
         const std::string picture = diff_picture_path(target);
@@ -429,7 +427,7 @@ int replay_command(const Options& options) {
 
 RgbImage to_rgb(const std::vector<uint8_t>& yuv, int32_t width, int32_t height) {
   RgbImage image{width, height, std::vector<uint8_t>(static_cast<size_t>(width) * height * 3)};
-  yuv420_to_rgb(yuv.data(), width, height, ChromaLayout::kPlanar, image.pixels.data());
+  yuv420_to_rgb(yuv.data(), width, height, tavo::ChromaLayout::kPlanar, image.pixels.data());
   return image;
 }
 

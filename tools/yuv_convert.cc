@@ -17,21 +17,6 @@ inline uint8_t clamp255(int v) { return static_cast<uint8_t>(std::clamp(v, 0, 25
 
 }  // namespace
 
-bool parse_layout(const std::string& name, ChromaLayout* layout) {
-  if (name == "YUV420_PLANAR") {
-    *layout = ChromaLayout::kPlanar;
-  } else if (name == "YVU420_SEMIPLANAR") {
-    *layout = ChromaLayout::kSemiPlanar;
-  } else {
-    return false;
-  }
-  return true;
-}
-
-const char* layout_name(ChromaLayout layout) {
-  return layout == ChromaLayout::kPlanar ? "YUV420_PLANAR" : "YVU420_SEMIPLANAR";
-}
-
 void rgb_to_yuv420(const uint8_t* rgb, int32_t width, int32_t height, ChromaLayout layout,
                    uint8_t* yuv) {
   const size_t w = static_cast<size_t>(width), h = static_cast<size_t>(height);

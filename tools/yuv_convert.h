@@ -5,18 +5,10 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
+
+#include "platform/yuv420_frame.h"
 
 namespace tavo::tool {
-
-enum class ChromaLayout {
-  kPlanar,      // "YUV420_PLANAR": U plane, then V plane
-  kSemiPlanar,  // "YVU420_SEMIPLANAR": one plane of interleaved V,U pairs
-};
-
-// The layout a name stands for; false for any other name.
-bool parse_layout(const std::string& name, ChromaLayout* layout);
-const char* layout_name(ChromaLayout layout);
 
 // rgb: width*height*3 bytes; yuv: width*height*3/2 bytes. Width and height
 // even. Each chroma sample is the rounded average of the chroma of its 2x2

@@ -76,7 +76,7 @@ std::string LogCapture::joined() const {
 std::array<std::vector<uint8_t>, 3> bracket(int32_t width, int32_t height, const std::string& layout,
                                             uint32_t seed) {
   scene::BracketSetup setup;
-  setup.layout = layout == "YVU420_SEMIPLANAR" ? scene::Layout::kSemiPlanar : scene::Layout::kPlanar;
+  setup.layout = parse_layout(layout.c_str());
   return scene::render_bracket(scene::Scene{width, height, seed}, setup);
 }
 

@@ -240,10 +240,6 @@ Rgb wall(const Point& pt) {
 
 }  // namespace
 
-const char* layout_name(Layout layout) {
-  return layout == Layout::kSemiPlanar ? "YVU420_SEMIPLANAR" : "YUV420_PLANAR";
-}
-
 Radiance radiance(const Scene& scene, int32_t x, int32_t y) {
   Point pt{};
   pt.width = std::max(scene.width, 1);
@@ -340,7 +336,7 @@ void render_into(const Scene& scene, const Shot& shot, uint8_t* frame) {
         v += px.v;
       }
       const int64_t c = (r / 2) * (w / 2) + j / 2;
-      if (shot.layout == Layout::kSemiPlanar) {
+      if (shot.layout == ChromaLayout::kSemiPlanar) {
         chroma[2 * c] = chroma_byte(v);
         chroma[2 * c + 1] = chroma_byte(u);
       } else {

@@ -19,13 +19,9 @@
 #include <cstdint>
 #include <vector>
 
-namespace tavo::scene {
+#include "platform/yuv420_frame.h"
 
-enum class Layout {
-  kPlanar,      // "YUV420_PLANAR": U plane, then V plane
-  kSemiPlanar,  // "YVU420_SEMIPLANAR": one plane of V,U pairs
-};
-const char* layout_name(Layout layout);
+namespace tavo::scene {
 
 // Linear radiance per channel, 4096 being the level that just clips at the
 // normal exposure.
@@ -57,7 +53,7 @@ struct Shot {
   int32_t dy = 0;
   uint32_t noise_seed = 0;
   int32_t noise_q8 = 256;  // noise amount in 1/256 of the default; 0 = none
-  Layout layout = Layout::kPlanar;
+  ChromaLayout layout = ChromaLayout::kPlanar;
 };
 
 // One frame of scene.width x scene.height (both even), width*height*3/2 bytes.
@@ -68,7 +64,7 @@ void render_into(const Scene& scene, const Shot& shot, uint8_t* frame);
 // bright; frames 0 and 2 translated by (dx0, dy0) and (dx2, dy2), every frame
 // with its own noise.
 struct BracketSetup {
-  Layout layout = Layout::kPlanar;
+  ChromaLayout layout = ChromaLayout::kPlanar;
   int32_t dx0 = 0, dy0 = 0;
   int32_t dx2 = 0, dy2 = 0;
   std::array<int32_t, 3> gains_q8 = {kDarkGain, kNormalGain, kBrightGain};
