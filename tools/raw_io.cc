@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/yuv420_frame.h"
+
 namespace tavo::tool {
 
 namespace {
@@ -50,7 +52,7 @@ bool read_regular(const std::string& path, size_t expected, const std::string& e
 }  // namespace
 
 size_t raw_frame_bytes(int32_t width, int32_t height) {
-  return static_cast<size_t>(width) * static_cast<size_t>(height) * 3 / 2;
+  return static_cast<size_t>(yuv420_planes(width, height).frame_bytes);
 }
 
 bool read_file(const std::string& path, std::vector<uint8_t>* bytes, std::string* error) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "align/registration_levels.h"
+#include "platform/yuv420_frame.h"
 #include "tavo_lumo_hdr.h"
 
 namespace tavo::tool {
@@ -71,7 +72,7 @@ bool run_staged_capture(const uint8_t* const* frames, int32_t width, int32_t hei
 
   // Zeroed, as the pipeline's buffer is wherever the fusion leaves it alone.
   start = std::chrono::steady_clock::now();
-  std::vector<uint8_t> fused(static_cast<size_t>(width) * static_cast<size_t>(height) * 3 / 2);
+  std::vector<uint8_t> fused(static_cast<size_t>(yuv420_planes(width, height).frame_bytes));
   if (pyrFuse(frames, 3, static_cast<uint32_t>(width), static_cast<uint32_t>(height), result->crop_width,
               result->crop_height, result->origins, fused.data(), layout) == -1) {
     return false;

@@ -348,7 +348,7 @@ void render_into(const Scene& scene, const Shot& shot, uint8_t* frame) {
 }
 
 std::vector<uint8_t> render(const Scene& scene, const Shot& shot) {
-  std::vector<uint8_t> frame(static_cast<size_t>(scene.width) * scene.height * 3 / 2);
+  std::vector<uint8_t> frame(static_cast<size_t>(yuv420_planes(scene.width, scene.height).frame_bytes));
   render_into(scene, shot, frame.data());
   return frame;
 }
