@@ -30,6 +30,8 @@
 #include "tools/staged_capture.h"
 #include "tools/yuv_convert.h"
 #ifdef TAVO_HDR_TOOL_PATH
+#include <png.h>
+
 #include "tools/image_io.h"
 #endif
 
@@ -288,6 +290,16 @@ TEST_F(Tool, FusesRawFramesAndImagesToTheLibrarysBytes) {
     EXPECT_EQ(std::pair(fused.width, fused.height), std::pair(64, 48)) << e;
     EXPECT_TRUE(e != "png" || fused.pixels == rgb_of(fuse_here(yuv, 64, 48, "YUV420_PLANAR"), 64, 48).pixels);
   }
+  // Alpha is composited over black: an opaque and a transparent pixel.
+  png_image png{};
+  png.version = PNG_IMAGE_VERSION;
+  png.width = 2;
+  png.height = 1;
+  png.format = PNG_FORMAT_RGBA;
+  const uint8_t rgba[] = {200, 100, 50, 255, 200, 100, 50, 0};
+  ASSERT_TRUE(png_image_write_to_file(&png, (d + "alpha.png").c_str(), 0, rgba, 0, nullptr));
+  ASSERT_TRUE(read_image(d + "alpha.png", &fused, &error)) << error;
+  EXPECT_EQ(fused.pixels, (std::vector<uint8_t>{200, 100, 50, 0, 0, 0}));
 }
 
 TEST_F(Tool, ReplaysTheLibrarysDumpsIdentically) {
