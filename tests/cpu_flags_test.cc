@@ -71,14 +71,6 @@ TEST(CpuFlags, EnvironmentSwitchesActLikeMasks) {
     EXPECT_EQ(platform::TestCpuFlag(~s.mask), 0) << s.variable;
     EXPECT_TRUE(selected() == masked) << s.variable;
   }
-#if defined(__x86_64__)
-  {
-    const ScopedSwitch no_avx2("TAVO_HDR_DISABLE_AVX2", "1");  // a family with an SSE4.1 row runs it
-    if (platform::TestCpuFlag(kCpuHasSSE41)) {
-      EXPECT_EQ(SelectMismatchRow(), MismatchRow_SSE41);
-    }
-  }
-#endif
   const ScopedSwitch portable("TAVO_HDR_PORTABLE", "1");
   EXPECT_TRUE(selected() == std::make_tuple(MismatchRow_C, WidenX16Row_C, SplitPairsRow_C, WaveletMainRow_C,
                                             CountAboveRow_C, BlendGroups_C, &PyramidRows_C,
