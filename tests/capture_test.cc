@@ -52,30 +52,19 @@ class Capture : public test::PoolTest {
 
 TEST_F(Capture, RefusesBadArguments) {
   std::vector<uint8_t> frame(64, 0), out(64, 0xAB);
-  const uint8_t* f = frame.data();
-  struct Case {
-    const uint8_t *f0, *f1, *f2;
-    uint8_t* out;
+  const struct {
+    int null_arg;  // frame 0, 1, 2, output, layout given as null, or -1
     int32_t h, w;
-    const char* layout;
-  } cases[] = {
-      {f, f, f, out.data(), 3000, 4001, "YUV420_PLANAR"},
-      {f, f, f, out.data(), 3001, 4000, "YUV420_PLANAR"},
-      {nullptr, f, f, out.data(), 2, 8, "YUV420_PLANAR"},
-      {f, nullptr, f, out.data(), 2, 8, "YUV420_PLANAR"},
-      {f, f, nullptr, out.data(), 2, 8, "YUV420_PLANAR"},
-      {f, f, f, nullptr, 2, 8, "YUV420_PLANAR"},
-      {f, f, f, out.data(), 2, 8, nullptr},
-      {f, f, f, out.data(), 0, 8, "YUV420_PLANAR"},
-      {f, f, f, out.data(), 2, 0, "YUV420_PLANAR"},
-      {f, f, f, out.data(), -2, 8, "YUV420_PLANAR"},
-      {f, f, f, out.data(), 2, -8, "YUV420_PLANAR"},
-      {f, f, f, out.data(), 65536, 65536, "YUV420_PLANAR"},
-      {f, f, f, out.data(), 20000, 20000, "YUV420_PLANAR"},
-  };
-  for (const Case& c : cases) {
+  } cases[] = {{-1, 3000, 4001}, {-1, 3001, 4000}, {0, 2, 8},     {1, 2, 8},       {2, 2, 8},
+               {3, 2, 8},        {4, 2, 8},        {-1, 0, 8},    {-1, 2, 0},      {-1, -2, 8},
+               {-1, 2, -8},      {-1, 65536, 65536}, {-1, 20000, 20000}};
+  for (const auto& c : cases) {
     LogCapture log;
-    EXPECT_EQ(HDR_Function(c.f0, c.f1, c.f2, c.out, c.h, c.w, c.layout), -1) << c.w << "x" << c.h;
+    const uint8_t* in[3] = {frame.data(), frame.data(), frame.data()};
+    if (c.null_arg >= 0 && c.null_arg < 3) in[c.null_arg] = nullptr;
+    EXPECT_EQ(HDR_Function(in[0], in[1], in[2], c.null_arg == 3 ? nullptr : out.data(), c.h, c.w,
+                           c.null_arg == 4 ? nullptr : "YUV420_PLANAR"),
+              -1) << c.w << "x" << c.h << " null " << c.null_arg;
     EXPECT_EQ(log.count("HDR_Function input error."), 1);
     EXPECT_FALSE(log.contains("START"));
   }
@@ -228,32 +217,28 @@ TEST_F(Capture, ExportedOperationsBesideCapturesGiveTheirOwnResults) {
   const int32_t widths[2] = {64, 32}, heights[2] = {48, 24};
   const std::vector<uint16_t> level0(64 * 48, 1234);
   const size_t frame = 64 * 48 * 3 / 2;
-  const auto capture = [&] {
-    std::vector<uint8_t> out(frame, 0);
-    EXPECT_EQ(HDR_Function(ptrs[0], ptrs[1], ptrs[2], out.data(), 48, 64, "YUV420_PLANAR"), 0);
-    return out;
+  // Each operation writes a frame, or the bytes of a pyramid level.
+  const auto frame_of = [&](auto op) {
+    return [=] {
+      std::vector<uint8_t> out(frame, 0);
+      EXPECT_EQ(op(out.data()), 0);
+      return out;
+    };
   };
+  const auto capture = frame_of([&](uint8_t* out) { return HDR_Function(ptrs[0], ptrs[1], ptrs[2], out, 48, 64, "YUV420_PLANAR"); });
   const std::vector<std::function<std::vector<uint8_t>()>> ops = {
       capture,
       capture,
+      frame_of([&](uint8_t* out) { return GetAlignImg(ptrs, 64, 48, 3, out, "YUV420_PLANAR"); }),
+      frame_of([&](uint8_t* out) { return pyrFuse(ptrs, 3, 64, 48, 60, 44, offsets, out, "YUV420_PLANAR"); }),
       [&] {
-         std::vector<uint8_t> out(frame, 0);
-         EXPECT_EQ(GetAlignImg(ptrs, 64, 48, 3, out.data(), "YUV420_PLANAR"), 0);
-         return out;
-       },
-      [&] {
-         std::vector<uint8_t> out(frame, 0);
-         EXPECT_EQ(pyrFuse(ptrs, 3, 64, 48, 60, 44, offsets, out.data(), "YUV420_PLANAR"), 0);
-         return out;
-       },
-      [&] {
-         std::vector<uint16_t> pyramid(level0);
-         pyramid.resize(64 * 48 + 32 * 24);
-         uint16_t* table[2] = {pyramid.data(), pyramid.data() + 64 * 48};
-         EXPECT_EQ(pyramid_gaussian_down_sample_uint8_process(table, 0, widths, heights), 0);
-         const auto* bytes = reinterpret_cast<const uint8_t*>(table[1]);
-         return std::vector<uint8_t>(bytes, bytes + 2 * 32 * 24);
-       },
+        std::vector<uint16_t> pyramid(level0);
+        pyramid.resize(64 * 48 + 32 * 24);
+        uint16_t* table[2] = {pyramid.data(), pyramid.data() + 64 * 48};
+        EXPECT_EQ(pyramid_gaussian_down_sample_uint8_process(table, 0, widths, heights), 0);
+        const auto* bytes = reinterpret_cast<const uint8_t*>(table[1]);
+        return std::vector<uint8_t>(bytes, bytes + 2 * 32 * 24);
+      },
   };
   std::vector<std::vector<uint8_t>> alone;
   for (const auto& op : ops) alone.push_back(op());
