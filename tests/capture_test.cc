@@ -251,13 +251,6 @@ TEST_F(Capture, ExportedOperationsBesideCapturesGiveTheirOwnResults) {
   for (std::thread& t : threads) t.join();
 }
 
-TEST(CaptureWithoutPool, IsRefused) {
-  LogCapture log;
-  std::vector<uint8_t> frame(24, 0), out(24, 0);
-  EXPECT_EQ(HDR_Function(frame.data(), frame.data(), frame.data(), out.data(), 2, 8, "YUV420_PLANAR"), -1);
-  EXPECT_TRUE(log.contains("HDR_Function called without a thread pool"));
-}
-
 // Dumps go to the directory the build configured. The suite runs in several
 // processes at once, so each test holds a lock on that directory.
 class CaptureDumps : public Capture {
