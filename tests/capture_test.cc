@@ -277,12 +277,7 @@ class CaptureDumps : public Capture {
   static inline std::atomic<int> g_seconds{12};
   static struct tm wall_clock() {
     struct tm t{};
-    t.tm_year = 118;
-    t.tm_mon = 7;
-    t.tm_mday = 23;
-    t.tm_hour = 9;
-    t.tm_min = 8;
-    t.tm_sec = g_seconds++;
+    t.tm_year = 118, t.tm_mon = 7, t.tm_mday = 23, t.tm_hour = 9, t.tm_min = 8, t.tm_sec = g_seconds++;
     return t;
   }
   static std::vector<uint8_t> read(const std::string& name) {
@@ -313,11 +308,10 @@ TEST_F(CaptureDumps, InputsAndOutputWithTheirTimeStamps) {
   }
   ScopedProperties props({{"saveinput", "yes"}, {"saveoutput", "yes"}});
   LogCapture log;
+  int32_t result = -1;
+  const std::vector<uint8_t> out = run(64, 48, "YUV420_PLANAR", &result);
+  ASSERT_EQ(result, 0);
   const auto frames = test::bracket(64, 48, "YUV420_PLANAR", 5);
-  std::vector<uint8_t> out(64 * 48 * 3 / 2, 0);
-  ASSERT_EQ(HDR_Function(frames[0].data(), frames[1].data(), frames[2].data(), out.data(), 48, 64,
-                         "YUV420_PLANAR"),
-            0);
   for (int k = 0; k < 3; ++k) {
     EXPECT_EQ(read("IMG_64x48YUV420_PLANAR_20180823_090812_" + std::to_string(k) + ".yuv"), frames[k]);
   }
@@ -361,8 +355,6 @@ TEST_F(CaptureDumps, FailuresNameThePathAndTheReason) {
     if (c.what == std::string("long directory")) setenv("TAVO_HDR_DUMP_DIR", deep.c_str(), 1);
     ScopedProperties props({{c.save, "yes"}});
     LogCapture log;
-    const auto frames = test::bracket(8, 2, "YUV420_PLANAR", 5);
-    std::vector<uint8_t> out(24, 0);
     // A file size limit below the 24 bytes of an 8x2 frame: the write fits
     // the stream's buffer and fails only when it is flushed.
     struct rlimit saved{};
@@ -373,8 +365,9 @@ TEST_F(CaptureDumps, FailuresNameThePathAndTheReason) {
       small.rlim_cur = 10;
       setrlimit(RLIMIT_FSIZE, &small);
     }
-    EXPECT_EQ(HDR_Function(frames[0].data(), frames[1].data(), frames[2].data(), out.data(), 2, 8, c.layout),
-              c.result);
+    int32_t result = 1;
+    run(8, 2, c.layout, &result);
+    EXPECT_EQ(result, c.result);
     setrlimit(RLIMIT_FSIZE, &saved);
     signal(SIGXFSZ, SIG_DFL);
     unsetenv("TAVO_HDR_DUMP_DIR");
