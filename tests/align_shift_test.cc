@@ -1,7 +1,9 @@
-// Bitmap comparison of a candidate shift, the coarse-to-fine shift search and
-// the registration of a capture.
+// Registration: luma thresholds (histogram percentiles), the bitmap comparison
+// of a candidate shift, the coarse-to-fine shift search, the registration of a
+// capture and the crop window of the shifted frames.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <random>
@@ -14,12 +16,62 @@
 #include "align/exposure_shift.h"
 #include "align/registration.h"
 #include "include/tavo_lumo_hdr.h"
+#include "pool/band_jobs.h"
+#include "support/cpu_masks.h"
 #include "support/test_support.h"
 #include "tools/scene/scene.h"
 
 namespace {
 
 using tavo::test::PoolTest;
+
+// ---- Luma thresholds -----------------------------------------------------
+
+class LumaThresholdJobs : public PoolTest {};
+
+TEST_F(LumaThresholdJobs, EveryFramesThresholdIsTheHistogramWalksWithEveryRowVariant) {
+  // Frame 0 meets 3/8 of its pixels, the others half; the running sum reaches
+  // the target at a level (>=, not >). One frame alone and three in banded
+  // batches, through the pool; heights that leave bands empty or uneven. The
+  // last alphabet has rows 0, 32, 64, ... hold 0, which a histogram of every
+  // 32nd row would take for the whole frame.
+  tavo::set_inline_work_limit_for_testing(0);
+  std::mt19937 rng(6);
+  const std::vector<std::vector<uint8_t>> alphabets = {
+      {}, {0}, {255}, {15, 16}, {0, 255}, {31, 32, 33, 34}, {240, 241, 250, 255}, {200, 201, 202}};
+  const int32_t sizes[][2] = {{0, 0}, {2, 1}, {4, 4}, {5, 1}, {7, 3}, {33, 9}, {640, 97}, {4001, 3}};
+  tavo::test::ForEachCpuMask([&](const tavo::test::CpuMask&) {
+    for (size_t kind = 0; kind < alphabets.size(); ++kind) {
+      for (const auto& [w, h] : sizes) {
+        std::vector<uint8_t> frames[3];
+        const uint8_t* planes[3];
+        uint8_t walked[3], alone[3], banded[3] = {1, 1, 1};
+        for (int f = 0; f < 3; ++f) {
+          const size_t k = (kind + f) % alphabets.size();
+          const auto& a = alphabets[k];
+          frames[f].resize(static_cast<size_t>(w) * h);
+          for (size_t i = 0; i < frames[f].size(); ++i) {
+            frames[f][i] = a.empty() ? static_cast<uint8_t>(rng()) : a[rng() % a.size()];
+            if (k + 1 == alphabets.size() && i / w % 32 == 0) frames[f][i] = 0;
+          }
+          planes[f] = frames[f].data();
+          uint32_t histogram[256] = {};
+          for (uint8_t b : frames[f]) ++histogram[b];
+          const uint32_t target = f == 0 ? static_cast<uint32_t>(w * h * 3 / 8) : static_cast<uint32_t>(w * h / 2);
+          uint32_t running = 0;
+          int level = 0;
+          while ((running += histogram[level]) < target) ++level;
+          walked[f] = static_cast<uint8_t>(level);
+          EXPECT_EQ(loadImg(planes[f], w, h, &alone[f], f), 0u);
+        }
+        tavo::frame_thresholds(planes, w, h, banded);
+        EXPECT_EQ(std::vector(alone, alone + 3), std::vector(walked, walked + 3)) << w << "x" << h << " kind " << kind;
+        EXPECT_EQ(std::vector(banded, banded + 3), std::vector(walked, walked + 3)) << w << "x" << h << " kind " << kind;
+      }
+    }
+  });
+  tavo::set_inline_work_limit_for_testing(tavo::kInlineWork);
+}
 
 // ---- Scoring one shift ---------------------------------------------------
 
@@ -130,23 +182,6 @@ struct LevelPlanes {
 
 class ShiftSearch : public PoolTest {};
 
-TEST_F(ShiftSearch, FewerThanTwoLevelsOrNoTrustedPixelsGiveNoShift) {
-  const int32_t w = 64, h = 48;
-  std::vector<uint8_t> flat(w * h, 100);
-  LevelPlanes planes(w, h, 3);
-  planes.build_reference(flat.data(), 100);
-  // Every mean equals the threshold: every mask is 0, every candidate scores
-  // exactly w*h, so nothing is taken.
-  EXPECT_EQ(planes.shift(flat.data(), 100), std::pair(0, 0));
-
-  std::vector<uint8_t> textured(w * h);
-  for (int32_t i = 0; i < w * h; ++i) textured[i] = static_cast<uint8_t>((i * 37) ^ (i / w) * 11);
-  LevelPlanes one(w, h, 1);
-  const std::vector<uint8_t> untouched = one.store[1];
-  EXPECT_EQ(one.shift(textured.data(), 100), std::pair(0, 0));
-  EXPECT_EQ(one.store[1], untouched);
-}
-
 TEST_F(ShiftSearch, ALevelWithoutImprovementKeepsTheShiftUndoubled) {
   // Level 2 finds a shift of one column; at level 1 every reference pixel is
   // untrusted, no candidate scores below w*h, and the level-2 shift comes back
@@ -172,6 +207,11 @@ TEST_F(ShiftSearch, ALevelWithoutImprovementKeepsTheShiftUndoubled) {
   }
   // Level 1 reference masks stay 0.
   EXPECT_EQ(planes.shift(luma.data(), t), std::pair(1, 0));
+  // With one level there is nothing to search, and nothing is written.
+  LevelPlanes one(w, h, 1);
+  const std::vector<uint8_t> untouched = one.store[1];
+  EXPECT_EQ(one.shift(luma.data(), t), std::pair(0, 0));
+  EXPECT_EQ(one.store[1], untouched);
 }
 
 // ---- Registration of a capture -------------------------------------------
@@ -224,11 +264,64 @@ TEST_F(Registration, FindsTheTranslationOfBothMovingFrames) {
     EXPECT_EQ(planes.shift(luma[0], t[0]), std::make_pair(window.shift0[0] / 2, window.shift0[1] / 2));
     EXPECT_EQ(planes.shift(luma[2], t[2]), std::make_pair(window.shift2[0] / 2, window.shift2[1] / 2));
   }
-  // Identical frames; a frame too small for a second level is not searched.
-  const std::vector<uint8_t> one = tavo::scene::render(scene, {});
-  expect_window(register_bracket({one, one, one}, w, h), w, h, 0, 0, 0, 0);
+  // A frame too small for a second level is not searched.
   std::vector<uint8_t> tiny(8 * 2 * 3 / 2, 50);
   expect_window(register_bracket({tiny, tiny, tiny}, 8, 2), 8, 2, 0, 0, 0, 0);
+}
+
+// ---- Crop window ---------------------------------------------------------
+
+TEST(CropWindow, IntersectionAspectAndOrigins) {
+  const struct {
+    int32_t width, height, x0, y0, x2, y2;
+    int32_t w, h;
+    std::array<int32_t, 6> origins;
+  } cases[] = {
+      // Both shifts 0: the whole frame, made even.
+      {101, 75, 0, 0, 0, 0, 100, 74, {0, 0, 0, 0, 0, 0}},
+      // Left 4, right 98: width 94, height trimmed to the aspect: 94 * 60 / 100 = 56.4 -> 56.
+      {100, 60, 4, 0, -2, 0, 94, 56, {0, 0, 4, 0, 6, 0}},
+      // 3994 x 2996, trimmed to 2995, even 2994; the shifts are 16-bit
+      // quantities, 65536 + 6 behaves as 6.
+      {4000, 3000, 6, -4, 0, 0, 3994, 2994, {0, 4, 6, 0, 6, 0}},
+      {4000, 3000, 65536 + 6, -4, 0, 0, 3994, 2994, {0, 4, 6, 0, 6, 0}},
+      // A tall loss keeps the height loss and shortens the width: left 8, right
+      // 394; top 10, bottom 288 -> 278 * 400 / 300 = 370.67 -> 370; the origins
+      // keep the untrimmed left/top.
+      {400, 300, -6, 10, 8, -12, 370, 278, {14, 0, 8, 10, 0, 22}},
+      // Zero width: the aspect division by zero yields 0; zero height: 98 * 0 / 100.
+      {0, 100, 0, 2, 0, 0, 0, 0, {0, 0, 0, 2, 0, 2}},
+      {100, 0, 2, 0, 0, 0, 98, 0, {0, 0, 2, 0, 2, 0}},
+      // Shifts larger than the frame: nothing in common, negative sides made
+      // even downward, no trap.
+      {8, 8, 30, 0, -30, 0, -52, -52, {0, 0, 30, 0, 60, 0}},
+  };
+  for (const auto& c : cases) {
+    int32_t w = -1, h = -1;
+    std::array<int32_t, 6> origins;
+    origins.fill(-99);
+    imageCrop(c.width, c.height, &w, &h, c.x0, c.y0, c.x2, c.y2, origins.data());
+    EXPECT_EQ(std::pair(w, h), std::pair(c.w, c.h)) << c.width << "x" << c.height << " " << c.x0;
+    EXPECT_EQ(origins, c.origins) << c.width << "x" << c.height << " " << c.x0;
+  }
+}
+
+TEST(CropWindow, WindowLiesInsideEveryShiftedFrame) {
+  std::mt19937 rng(11);
+  for (int i = 0; i < 200; ++i) {
+    const int32_t w = 8 + static_cast<int32_t>(rng() % 500), h = 8 + static_cast<int32_t>(rng() % 500);
+    auto s = [&] { return static_cast<int16_t>(static_cast<int32_t>(rng() % 41) - 20); };
+    const int16_t sx[3] = {s(), 0, s()}, sy[3] = {s(), 0, s()};
+    const tavo::CropRect rect = tavo::crop_window_from_shifts(w, h, sx[0], sy[0], sx[2], sy[2]);
+    for (int f = 0; f < 3; ++f) {
+      // One corner in reference coordinates, seen from each frame.
+      EXPECT_EQ(rect.origins[2 * f], rect.origins[2] - sx[f]);
+      EXPECT_EQ(rect.origins[2 * f + 1], rect.origins[3] - sy[f]);
+      EXPECT_GE(std::min(rect.origins[2 * f], rect.origins[2 * f + 1]), 0);
+      EXPECT_LE(rect.origins[2 * f] + rect.width, w);
+      EXPECT_LE(rect.origins[2 * f + 1] + rect.height, h);
+    }
+  }
 }
 
 }  // namespace
