@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <initializer_list>
 #include <random>
 #include <vector>
 
@@ -16,122 +17,103 @@
 namespace {
 
 using tavo::test::OptimisedVariants;
+using Alphabets = std::vector<std::vector<uint8_t>>;
 
-// Bytes drawn from `alphabet` (all values when empty).
-std::vector<uint8_t> bytes(size_t n, std::mt19937& rng, const std::vector<uint8_t>& alphabet = {}) {
-  std::vector<uint8_t> v(n);
-  for (auto& b : v) {
-    b = alphabet.empty() ? static_cast<uint8_t>(rng()) : alphabet[rng() % alphabet.size()];
+// What run(row, input, n) gives for the portable row and for every optimised
+// variant, on unit * n + 8 bytes drawn from each alphabet (all values when
+// empty) and read from `offset` on, for every length.
+template <class Row, class Run>
+void expect_variants_match(Row portable, const std::vector<std::pair<const char*, Row>>& variants,
+                           const Alphabets& alphabets, const std::vector<size_t>& lengths, size_t unit,
+                           std::initializer_list<size_t> offsets, Run run) {
+  std::mt19937 rng(1);
+  for (const auto& alphabet : alphabets) {
+    for (size_t n : lengths) {
+      for (size_t offset : offsets) {
+        std::vector<uint8_t> in(unit * n + 8);
+        for (auto& b : in) b = alphabet.empty() ? static_cast<uint8_t>(rng()) : alphabet[rng() % alphabet.size()];
+        const auto want = run(portable, in.data() + offset, n);
+        for (const auto& [name, row] : variants) {
+          ASSERT_EQ(run(row, in.data() + offset, n), want) << name << " n " << n << " offset " << offset;
+        }
+      }
+    }
   }
+}
+
+std::vector<size_t> up_to(size_t last) {
+  std::vector<size_t> v(last + 1);
+  for (size_t n = 0; n <= last; ++n) v[n] = n;
   return v;
 }
 
 TEST(AlignRows, WaveletMainRowsMatchPortable) {
-  const auto variants = OptimisedVariants([] { return tavo::SelectWaveletMainRow(128); });
-  std::mt19937 rng(1);
-  constexpr int32_t kMaxBlocks = 11;
-  const std::vector<std::vector<uint8_t>> alphabets = {
-      {}, {0}, {255}, {0, 255}, {100, 101, 102, 103, 104, 105, 106, 107, 108}, {250, 251, 252, 253, 254, 255}, {0, 1, 2, 3, 4, 5, 6, 7, 8}};
-  for (const auto& [name, row] : variants) {
-    for (const auto& alphabet : alphabets) {
-      for (int32_t blocks : {0, 1, 2, 3, 4, 5, kMaxBlocks}) {
-        for (int32_t offset = 0; offset < 4; ++offset) {
-          const std::vector<uint8_t> top = bytes(16 * kMaxBlocks + 4, rng, alphabet);
-          const std::vector<uint8_t> bottom = bytes(16 * kMaxBlocks + 4, rng, alphabet);
-          for (int32_t t : {0, 1, 3, 4, 5, 104, 127, 128, 250, 251, 252, 254, 255}) {
-            for (bool unpaired : {false, true}) {
-              const uint8_t* b = unpaired ? top.data() + offset : bottom.data() + offset;
-              std::vector<uint8_t> want(3 * 8 * kMaxBlocks + 3, 0xEE), got(want);
-              tavo::WaveletMainRow_C(top.data() + offset, b, want.data() + offset,
-                                     want.data() + 88 + offset, want.data() + 176 + offset,
-                                     blocks, t);
-              row(top.data() + offset, b, got.data() + offset, got.data() + 88 + offset,
-                        got.data() + 176 + offset, blocks, t);
-              ASSERT_EQ(got, want) << name << " blocks " << blocks << " t " << t
-                                   << " offset " << offset << (unpaired ? " unpaired" : "");
-            }
+  // Blocks of 16 columns; thresholds where the exclusion band is clamped at 0
+  // or 255 and around the signed-compare boundary; a last row without a pair
+  // averages with itself.
+  expect_variants_match(
+      tavo::WaveletMainRow_C, OptimisedVariants([] { return tavo::SelectWaveletMainRow(128); }),
+      {{}, {0}, {255}, {0, 255}, {100, 101, 102, 103, 104, 105, 106, 107, 108}, {250, 251, 252, 253, 254, 255},
+       {0, 1, 2, 3, 4, 5, 6, 7, 8}},
+      {0, 1, 2, 3, 4, 5, 11}, 64, {0, 1, 2, 3}, [](tavo::WaveletMainRowFn row, const uint8_t* top, size_t blocks) {
+        std::vector<uint8_t> out;
+        for (int32_t t : {0, 1, 3, 4, 5, 104, 127, 128, 250, 251, 252, 254, 255}) {
+          for (const uint8_t* bottom : {top, top + 32 * blocks + 1}) {
+            std::vector<uint8_t> o(3 * 8 * blocks + 7, 0xEE);
+            row(top, bottom, o.data() + 1, o.data() + 8 * blocks + 3, o.data() + 16 * blocks + 5,
+                static_cast<int32_t>(blocks), t);
+            out.insert(out.end(), o.begin(), o.end());
           }
         }
-      }
-    }
-  }
+        return out;
+      });
 }
 
 TEST(AlignRows, MismatchRowsMatchPortable) {
-  std::mt19937 rng(2);
   // Any bytes, the level maps' values, and small alphabets where a mask often
   // equals the bitmap difference (the select steps).
-  const std::vector<std::vector<uint8_t>> alphabets = {{}, {0, 1, 255}, {0, 1, 2, 3}, {0, 255}};
-  for (const auto& [name, row] : OptimisedVariants(tavo::SelectMismatchRow)) {
-    for (const auto& alphabet : alphabets) {
-      for (int32_t n = 0; n <= 70; ++n) {
-        for (int32_t offset : {0, 1, 3}) {
-          const size_t size = static_cast<size_t>(n + offset);
-          const auto mm = bytes(size, rng, alphabet), mb = bytes(size, rng, alphabet);
-          const auto rb = bytes(size, rng, alphabet), rm = bytes(size, rng, alphabet);
-          const uint32_t want = tavo::MismatchRow_C(mm.data() + offset, mb.data() + offset,
-                                                    rb.data() + offset, rm.data() + offset, n);
-          ASSERT_EQ(row(mm.data() + offset, mb.data() + offset, rb.data() + offset,
-                        rm.data() + offset, n),
-                    want)
-              << name << " n " << n << " offset " << offset;
-        }
-      }
-    }
-    // A long row of the worst case: every byte scores 8.
-    const std::vector<uint8_t> ones(5000, 0xff), zeros(5000, 0);
+  const auto variants = OptimisedVariants(tavo::SelectMismatchRow);
+  expect_variants_match(tavo::MismatchRow_C, variants, {{}, {0, 1, 255}, {0, 1, 2, 3}, {0, 255}}, up_to(70), 4,
+                        {0, 1, 3}, [](tavo::MismatchRowFn row, const uint8_t* p, size_t n) {
+                          return row(p, p + n, p + 2 * n, p + 3 * n, static_cast<int32_t>(n));
+                        });
+  // A long row of the worst case: every byte scores 8.
+  const std::vector<uint8_t> ones(5000, 0xff), zeros(5000, 0);
+  for (const auto& [name, row] : variants) {
     EXPECT_EQ(row(zeros.data(), ones.data(), zeros.data(), zeros.data(), 5000), 5000u * 8) << name;
   }
 }
 
 TEST(AlignRows, WarpRowsMatchPortable) {
-  std::mt19937 rng(3);
-  const auto widens = OptimisedVariants(tavo::SelectWidenX16Row);
-  const auto splits = OptimisedVariants(tavo::SelectSplitPairsRow);
-  for (int32_t n = 0; n <= 70; ++n) {
-    for (int32_t offset : {0, 1, 2, 7}) {
-      const auto src = bytes(2 * static_cast<size_t>(n) + 8, rng);
-      std::vector<uint16_t> want16(n + 8, 0xBEEF);
-      tavo::WidenX16Row_C(src.data() + offset, want16.data() + offset % 3, n);
-      for (const auto& [name, widen] : widens) {
-        std::vector<uint16_t> got16(n + 8, 0xBEEF);
-        widen(src.data() + offset, got16.data() + offset % 3, n);
-        ASSERT_EQ(got16, want16) << name << " n " << n << " offset " << offset;
-      }
-      std::vector<uint8_t> want(2 * n + 16, 0xEE);
-      tavo::SplitPairsRow_C(src.data() + offset, want.data() + 1, want.data() + n + 9, n);
-      for (const auto& [name, split] : splits) {
-        std::vector<uint8_t> got(2 * n + 16, 0xEE);
-        split(src.data() + offset, got.data() + 1, got.data() + n + 9, n);
-        ASSERT_EQ(got, want) << name << " n " << n << " offset " << offset;
-      }
-    }
-  }
+  expect_variants_match(tavo::WidenX16Row_C, OptimisedVariants(tavo::SelectWidenX16Row), {{}}, up_to(70), 2,
+                        {0, 1, 2, 7}, [](tavo::WidenX16RowFn row, const uint8_t* src, size_t n) {
+                          std::vector<uint16_t> dst(n + 8, 0xBEEF);
+                          row(src, dst.data() + n % 3, static_cast<int32_t>(n));
+                          return dst;
+                        });
+  expect_variants_match(tavo::SplitPairsRow_C, OptimisedVariants(tavo::SelectSplitPairsRow), {{}}, up_to(70), 2,
+                        {0, 1, 2, 7}, [](tavo::SplitPairsRowFn row, const uint8_t* src, size_t n) {
+                          std::vector<uint8_t> dst(2 * n + 16, 0xEE);
+                          row(src, dst.data() + 1, dst.data() + n + 9, static_cast<int32_t>(n));
+                          return dst;
+                        });
 }
 
 TEST(AlignRows, CountAboveRowsMatchPortable) {
-  std::mt19937 rng(4);
   // Lengths around the vector and the 255-vector counter blocks; levels at
-  // both ends and around the signed-compare boundary.
-  const size_t lengths[] = {0, 1, 15, 16, 31, 32, 33, 255 * 32 - 1, 255 * 32, 255 * 32 + 47, 3 * 255 * 32 + 17};
-  const std::vector<std::vector<uint8_t>> alphabets = {{}, {0}, {255}, {0, 255}, {126, 127, 128, 129}};
-  for (const auto& [name, row] : OptimisedVariants(tavo::SelectCountAboveRow)) {
-    for (const auto& alphabet : alphabets) {
-      for (size_t n : lengths) {
-        const size_t offset = n % 5;
-        const auto src = bytes(n + offset, rng, alphabet);
+  // both ends and around the signed-compare boundary. The rows add to the
+  // counts they are given.
+  expect_variants_match(
+      tavo::CountAboveRow_C, OptimisedVariants(tavo::SelectCountAboveRow), {{}, {0}, {255}, {0, 255}, {126, 127, 128, 129}},
+      {0, 1, 15, 16, 31, 32, 33, 255 * 32 - 1, 255 * 32, 255 * 32 + 47, 3 * 255 * 32 + 17}, 1, {0, 3},
+      [](tavo::CountAboveRowFn row, const uint8_t* src, size_t n) {
         uint8_t levels[tavo::kThresholdLevels] = {0, 255, 127, 128, 126, 129, 1, 254};
-        for (int k = 8; k < tavo::kThresholdLevels; ++k) levels[k] = static_cast<uint8_t>(rng());
-        uint64_t want[tavo::kThresholdLevels], got[tavo::kThresholdLevels];
-        for (int k = 0; k < tavo::kThresholdLevels; ++k) want[k] = got[k] = k;  // the rows add
-        tavo::CountAboveRow_C(src.data() + offset, n, levels, want);
-        row(src.data() + offset, n, levels, got);
-        for (int k = 0; k < tavo::kThresholdLevels; ++k) {
-          ASSERT_EQ(got[k], want[k]) << name << " n " << n << " level " << int{levels[k]};
-        }
-      }
-    }
-  }
+        std::vector<uint64_t> above(tavo::kThresholdLevels);
+        for (int k = 8; k < tavo::kThresholdLevels; ++k) levels[k] = static_cast<uint8_t>(37 * k + n);
+        for (int k = 0; k < tavo::kThresholdLevels; ++k) above[k] = k;
+        row(src, n, levels, above.data());
+        return above;
+      });
 }
 
 }  // namespace
