@@ -182,33 +182,25 @@ TEST(PoolBindCore, BindsWorkersAsThePropertySays) {
 }
 
 TEST(BandSplit, RowsPerBand) {
-  struct Case {
+  const struct {
     int32_t total;
     SplitRule rule;
     std::vector<int32_t> rows;
+  } cases[] = {
+      {7, SplitRule::kPyramidEven, {7}},          {8, SplitRule::kPyramidEven, {2, 2, 2, 2}},
+      {375, SplitRule::kPyramidEven, {92, 92, 92, 99}}, {10, SplitRule::kFour, {2, 2, 2, 4}},
+      {10, SplitRule::kFourEven, {2, 2, 2, 4}},   {14, SplitRule::kFourEven, {2, 2, 2, 8}},
+      {5, SplitRule::kFour, {1, 1, 1, 2}},        {3, SplitRule::kFour, {0, 0, 0, 3}},
+      {7, SplitRule::kPyramid, {7}},              {11, SplitRule::kPyramid, {2, 2, 2, 5}},
   };
-  const Case cases[] = {
-      {7, SplitRule::kPyramidEven, {7}},
-      {8, SplitRule::kPyramidEven, {2, 2, 2, 2}},
-      {375, SplitRule::kPyramidEven, {92, 92, 92, 99}},
-      {10, SplitRule::kFour, {2, 2, 2, 4}},
-      {10, SplitRule::kFourEven, {2, 2, 2, 4}},
-      {14, SplitRule::kFourEven, {2, 2, 2, 8}},
-      {5, SplitRule::kFour, {1, 1, 1, 2}},
-      {3, SplitRule::kFour, {0, 0, 0, 3}},
-      {7, SplitRule::kPyramid, {7}},
-      {11, SplitRule::kPyramid, {2, 2, 2, 5}},
-  };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const BandSplit split = split_rows(c.total, c.rule);
-    ASSERT_EQ(split.bands, static_cast<int32_t>(c.rows.size())) << c.total;
-    int32_t next = 0;
+    std::vector<int32_t> rows;
     for (int32_t b = 0; b < split.bands; ++b) {
-      EXPECT_EQ(split.first(b), next);
-      EXPECT_EQ(split.rows(b), c.rows[b]) << "total " << c.total << " band " << b;
-      next += split.rows(b);
+      EXPECT_EQ(split.first(b), b == 0 ? 0 : split.first(b - 1) + split.rows(b - 1)) << c.total;
+      rows.push_back(split.rows(b));
     }
-    EXPECT_EQ(next, c.total);
+    EXPECT_EQ(rows, c.rows) << c.total;
   }
 }
 
@@ -230,9 +222,7 @@ TEST_F(BandJobs, BatchFinishedBeforeTheWaitReturnsAtOnce) {
   std::vector<int32_t> rows(8, 0);
   count = 0;
   for (int32_t b = 0; b < 4; ++b) {
-    arg[b].band = b;
-    arg[b].bands = 4;
-    arg[b].body = mark_rows;
+    arg[b].band = b, arg[b].bands = 4, arg[b].body = mark_rows;
     new (arg[b].payload) Mark{rows.data(), 2 * b, 2};
     detail::queue_band(&arg[b]);
   }
