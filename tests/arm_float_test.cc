@@ -1,31 +1,79 @@
-// The ARMv8 reciprocal estimate, reciprocal step and conversions, emulated in
-// plain C++. On aarch64 the emulation is compared with the instructions.
+// The ARMv8 reciprocal estimate, reciprocal step and conversions emulated in
+// plain C++, and their eight-lane AVX2 forms. On aarch64 the emulation is
+// compared with the instructions, on x86-64 the AVX2 forms with the emulation.
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <climits>
 #include <cmath>
+#include <cstdint>
 #include <random>
 
 #include "platform/arm_float.h"
+#include "platform/cpu.h"
 
 #if defined(__aarch64__)
 #include <arm_neon.h>
+#endif
+#if defined(__x86_64__)
+#include <immintrin.h>
+// Only the eight-lane helpers are built for AVX2; what they include is already in.
+#pragma GCC push_options
+#pragma GCC target("avx2,fma")
+#include "platform/arm_float_avx2.h"
 #endif
 
 namespace tavo {
 namespace {
 
-TEST(ArmFloat, EstimateOfKnownValues) {
-  EXPECT_EQ(arm::recip_estimate(1.0f), 0.998046875f);
-  EXPECT_EQ(arm::recip_estimate(2.0f), 0.4990234375f);
-  EXPECT_EQ(arm::recip_estimate(0.0f), INFINITY);
-  EXPECT_EQ(arm::recip_estimate(-0.0f), -INFINITY);
-  EXPECT_EQ(arm::recip_estimate(INFINITY), 0.0f);
+uint32_t bits(float f) { return std::bit_cast<uint32_t>(f); }
+
+#if defined(__x86_64__)
+struct Lanes {
+  float converted[8], estimate[8], refined[8], positive_estimate[8], positive_refined[8];
+  int32_t s32[8];
+  uint32_t u32[8];
+};
+
+Lanes run_lanes(const uint32_t* ints, bool is_signed, const float* floats) {
+  Lanes r;
+  const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(ints));
+  const __m256 f = is_signed ? _mm256_cvtepi32_ps(v) : arm::avx2::u32_to_float(v);
+  _mm256_storeu_ps(r.converted, f);
+  _mm256_storeu_ps(r.estimate, arm::avx2::recip_estimate(f));
+  _mm256_storeu_ps(r.refined, arm::avx2::refined_reciprocal(f));
+  _mm256_storeu_ps(r.positive_estimate, arm::avx2::recip_estimate_of_positive(f));
+  _mm256_storeu_ps(r.positive_refined, arm::avx2::refined_reciprocal_of_positive(f));
+  const __m256 g = _mm256_loadu_ps(floats);
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(r.s32), arm::avx2::to_s32(g));
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(r.u32), arm::avx2::to_u32(g));
+  return r;
+}
+#pragma GCC pop_options
+#endif
+
+TEST(ArmFloat, KnownEstimatesAndConversions) {
+  const struct {
+    float in, estimate;
+  } estimates[] = {{1.0f, 0.998046875f}, {2.0f, 0.4990234375f}, {0.0f, INFINITY}, {-0.0f, -INFINITY}, {INFINITY, 0.0f}};
+  for (const auto& e : estimates) EXPECT_EQ(arm::recip_estimate(e.in), e.estimate) << e.in;
   EXPECT_TRUE(std::isnan(arm::recip_estimate(NAN)));
   // The estimate of W = 2 refined once is slightly low: 3 * r1 + 0.5 truncates to 1.
   const float r1 = arm::refined_reciprocal(2.0f);
   EXPECT_LT(r1, 0.5f);
   EXPECT_EQ(arm::to_s32(3.0f * r1 + 0.5f), 1);
+
+  // Truncation toward zero, saturating, NaN giving 0.
+  const struct {
+    float in;
+    int32_t s32;
+    uint32_t u32;
+  } conversions[] = {{1.0e10f, INT32_MAX, UINT32_MAX}, {-1.0e10f, INT32_MIN, 0}, {NAN, 0, 0},
+                     {-2.75f, -2, 0}, {-0.75f, 0, 0}, {-5.0f, -5, 0}, {255.9f, 255, 255}};
+  for (const auto& c : conversions) {
+    EXPECT_EQ(arm::to_s32(c.in), c.s32) << c.in;
+    EXPECT_EQ(arm::to_u32(c.in), c.u32) << c.in;
+  }
 }
 
 // The step must equal the fused 2 - a*b for every pair, whichever way it is
@@ -42,61 +90,69 @@ TEST(ArmFloat, StepIsTheFusedMultiplySubtract) {
       a = std::bit_cast<float>(static_cast<uint32_t>(rng()) & 0xbfffffffu);  // finite
       b = std::bit_cast<float>(static_cast<uint32_t>(rng()) & 0xbfffffffu);
     }
-    ASSERT_EQ(std::bit_cast<uint32_t>(arm::recip_step(a, b)), std::bit_cast<uint32_t>(std::fma(-a, b, 2.0f)))
-        << a << " " << b;
+    ASSERT_EQ(bits(arm::recip_step(a, b)), bits(std::fma(-a, b, 2.0f))) << a << " " << b;
   }
 }
 
-TEST(ArmFloat, Conversions) {
-  EXPECT_EQ(arm::to_s32(1.0e10f), INT32_MAX);
-  EXPECT_EQ(arm::to_s32(-1.0e10f), INT32_MIN);
-  EXPECT_EQ(arm::to_s32(NAN), 0);
-  EXPECT_EQ(arm::to_s32(-2.75f), -2);
-  EXPECT_EQ(arm::to_u32(-0.75f), 0u);
-  EXPECT_EQ(arm::to_u32(-5.0f), 0u);
-  EXPECT_EQ(arm::to_u32(1.0e10f), UINT32_MAX);
-  EXPECT_EQ(arm::to_u32(NAN), 0u);
-  EXPECT_EQ(arm::to_u32(255.9f), 255u);
+#if defined(__x86_64__)
+// The lanes on the values the grouped division rules form and on edge floats.
+TEST(ArmFloatAvx2, MatchesTheScalarEmulation) {
+  if (!platform::TestCpuFlag(platform::kCpuHasAVX2)) GTEST_SKIP() << "AVX2 off or absent";
+  std::mt19937 rng(9);
+  const float edges[] = {0.0f, -0.0f, 0.5f, -0.75f, 2147483520.0f, 2147483648.0f, -2147483648.0f,
+                         4294967040.0f, 4294967296.0f, INFINITY, -INFINITY, NAN};
+  for (int round = 0; round < 600000; ++round) {
+    const bool is_signed = round % 2;
+    uint32_t in[8];
+    float floats[8];
+    for (int k = 0; k < 8; ++k) {
+      // Every sum below 2^18 in order, then sums of every magnitude, some zero.
+      in[k] = round < 65536 ? static_cast<uint32_t>(round * 4 + k / 2) : rng() >> (rng() % 32);
+      if (round % 5 == 0 && k == 7) in[k] = 0;
+      if (is_signed && k % 2) in[k] = 0u - in[k];
+      floats[k] = round % 3 ? std::bit_cast<float>(static_cast<uint32_t>(rng())) : edges[rng() % std::size(edges)];
+    }
+    const Lanes r = run_lanes(in, is_signed, floats);
+    for (int k = 0; k < 8; ++k) {
+      const float f = is_signed ? static_cast<float>(static_cast<int32_t>(in[k])) : static_cast<float>(in[k]);
+      ASSERT_EQ(bits(r.converted[k]), bits(f)) << in[k];
+      ASSERT_EQ(bits(r.estimate[k]), bits(arm::recip_estimate(f))) << in[k];
+      ASSERT_EQ(bits(r.refined[k]), bits(arm::refined_reciprocal(f))) << in[k];
+      if (f > 0.0f) {  // the forms for lanes known to be positive
+        ASSERT_EQ(bits(r.positive_estimate[k]), bits(arm::recip_estimate(f))) << in[k];
+        ASSERT_EQ(bits(r.positive_refined[k]), bits(arm::refined_reciprocal(f))) << in[k];
+      }
+      ASSERT_EQ(r.s32[k], arm::to_s32(floats[k])) << floats[k];
+      ASSERT_EQ(r.u32[k], arm::to_u32(floats[k])) << floats[k];
+    }
+  }
 }
+#endif
 
 #if defined(__aarch64__)
-float hw_estimate(float w) { return vgetq_lane_f32(vrecpeq_f32(vdupq_n_f32(w)), 0); }
-float hw_refined(float w) {
-  const float32x4_t v = vdupq_n_f32(w);
-  const float32x4_t r0 = vrecpeq_f32(v);
-  return vgetq_lane_f32(vmulq_f32(r0, vrecpsq_f32(v, r0)), 0);
-}
-
 // Every weight sum blending (1 ... 3*1024*255) and chroma fusion can form.
 TEST(ArmFloatHardware, EstimateAndStepOfEveryWeightSum) {
   for (uint32_t w = 1; w <= 3u * 1024u * 255u; ++w) {
     const float f = static_cast<float>(w);
-    ASSERT_EQ(std::bit_cast<uint32_t>(arm::recip_estimate(f)), std::bit_cast<uint32_t>(hw_estimate(f))) << w;
-    ASSERT_EQ(std::bit_cast<uint32_t>(arm::refined_reciprocal(f)), std::bit_cast<uint32_t>(hw_refined(f))) << w;
+    const float32x4_t v = vdupq_n_f32(f), r0 = vrecpeq_f32(v);
+    ASSERT_EQ(bits(arm::recip_estimate(f)), bits(vgetq_lane_f32(r0, 0))) << w;
+    ASSERT_EQ(bits(arm::refined_reciprocal(f)), bits(vgetq_lane_f32(vmulq_f32(r0, vrecpsq_f32(v, r0)), 0))) << w;
   }
 }
 
-TEST(ArmFloatHardware, EstimateOfRandomBitPatterns) {
+TEST(ArmFloatHardware, EstimateAndConversionsOfRandomBitPatterns) {
   std::mt19937 rng(7);
   for (int i = 0; i < 2000000; ++i) {
     const float f = std::bit_cast<float>(static_cast<uint32_t>(rng()));
-    const uint32_t hw = std::bit_cast<uint32_t>(hw_estimate(f));
-    const uint32_t em = std::bit_cast<uint32_t>(arm::recip_estimate(f));
+    const float32x4_t v = vdupq_n_f32(f);
+    const float hw = vgetq_lane_f32(vrecpeq_f32(v), 0), em = arm::recip_estimate(f);
     if (std::isnan(f)) {
-      ASSERT_TRUE(std::isnan(std::bit_cast<float>(hw)));
-      ASSERT_TRUE(std::isnan(std::bit_cast<float>(em)));
+      ASSERT_TRUE(std::isnan(hw) && std::isnan(em));
     } else {
-      ASSERT_EQ(em, hw) << std::hex << std::bit_cast<uint32_t>(f);
+      ASSERT_EQ(bits(em), bits(hw)) << std::hex << bits(f);
     }
-  }
-}
-
-TEST(ArmFloatHardware, ConversionsSaturateLikeTheInstructions) {
-  std::mt19937 rng(11);
-  for (int i = 0; i < 1000000; ++i) {
-    const float f = std::bit_cast<float>(static_cast<uint32_t>(rng()));
-    ASSERT_EQ(arm::to_s32(f), vgetq_lane_s32(vcvtq_s32_f32(vdupq_n_f32(f)), 0)) << f;
-    ASSERT_EQ(arm::to_u32(f), vgetq_lane_u32(vcvtq_u32_f32(vdupq_n_f32(f)), 0)) << f;
+    ASSERT_EQ(arm::to_s32(f), vgetq_lane_s32(vcvtq_s32_f32(v), 0)) << f;
+    ASSERT_EQ(arm::to_u32(f), vgetq_lane_u32(vcvtq_u32_f32(v), 0)) << f;
   }
 }
 #endif

@@ -4,11 +4,9 @@
 // as they were and says so, and nothing is left allocated.
 #include <gtest/gtest.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -22,18 +20,10 @@
 namespace tavo {
 namespace {
 
+using test::random_samples;
 using Bytes = std::vector<uint8_t>;
 using U16 = std::vector<uint16_t>;
 using S16 = std::vector<int16_t>;
-
-template <class T>
-std::vector<T> noise(size_t n, uint32_t seed, int lo, int hi) {
-  std::mt19937 rng(seed);
-  std::uniform_int_distribution<int> d(lo, hi);
-  std::vector<T> v(n);
-  for (auto& s : v) s = static_cast<T>(d(rng));
-  return v;
-}
 
 // The bytes of every vector given, one after the other.
 template <class... V>
@@ -59,13 +49,13 @@ struct Dispatcher {
 // Three frames of one level, held as level 1 of their pyramids for the
 // dispatcher (entry 0 is never read).
 Bytes blend(int banded, int w, int h, uint32_t seed) {
-  const U16 lut = noise<uint16_t>(256, seed, 0, 1024);
+  const U16 lut = random_samples<uint16_t>(256, seed, 0, 1024);
   U16 gauss[3];
   S16 lap[3], out(w * h, 0x5a5a);
   uint16_t *g[6], *g_rows[3];
   int16_t *l[6], *l_rows[3];
   for (int f = 0; f < 3; ++f) {
-    gauss[f] = noise<uint16_t>(w * h, seed + f, 0, 4080), lap[f] = noise<int16_t>(w * h, seed + 9 + f, -4080, 4080);
+    gauss[f] = random_samples<uint16_t>(w * h, seed + f, 0, 4080), lap[f] = random_samples<int16_t>(w * h, seed + 9 + f, -4080, 4080);
     g[2 * f] = g[2 * f + 1] = g_rows[f] = gauss[f].data(), l[2 * f] = l[2 * f + 1] = l_rows[f] = lap[f].data();
   }
   uint16_t** gp[3] = {g, g + 2, g + 4};
@@ -105,8 +95,8 @@ const Dispatcher kDispatchers[] = {
     {"imageAffine_xor_and", 1, [](int banded, int w, int h, uint32_t seed) {
        // Bitmaps of 0/1 and masks of 0/255 with a quarter untrusted; bands
        // reach into their neighbours by the vertical shift.
-       Bytes mm = noise<uint8_t>(w * h, seed, 0, 3), mb = noise<uint8_t>(w * h, seed + 1, 0, 1),
-             rb = noise<uint8_t>(w * h, seed + 2, 0, 1), rm = noise<uint8_t>(w * h, seed + 3, 0, 3);
+       Bytes mm = random_samples<uint8_t>(w * h, seed, 0, 3), mb = random_samples<uint8_t>(w * h, seed + 1, 0, 1),
+             rb = random_samples<uint8_t>(w * h, seed + 2, 0, 1), rm = random_samples<uint8_t>(w * h, seed + 3, 0, 3);
        for (Bytes* mask : {&mm, &rm}) for (uint8_t& v : *mask) v = v == 0 ? 0 : 255;
        std::vector<uint32_t> counts;
        for (auto [x, y] : {std::pair{-3, -2}, {0, 0}, {2, 3}, {1, -9}, {-1, 5}, {12, 1}}) {
@@ -120,8 +110,8 @@ const Dispatcher kDispatchers[] = {
        return bytes_of(counts);
      }},
     {"loadImg", 1, [](int banded, int w, int h, uint32_t seed) {
-       const Bytes frames[3] = {noise<uint8_t>(w * h, seed, 20, 60), noise<uint8_t>(w * h, seed + 1, 0, 255),
-                                noise<uint8_t>(w * h, seed + 2, 250, 255)};
+       const Bytes frames[3] = {random_samples<uint8_t>(w * h, seed, 20, 60), random_samples<uint8_t>(w * h, seed + 1, 0, 255),
+                                random_samples<uint8_t>(w * h, seed + 2, 250, 255)};
        const uint8_t* planes[3] = {frames[0].data(), frames[1].data(), frames[2].data()};
        Bytes t(4, 0xAB);
        if (banded) loadImg_process(planes, w, h, t.data());
@@ -137,7 +127,7 @@ const Dispatcher kDispatchers[] = {
        // Any frame count; planes beyond the third come through the extras,
        // whose second element is the plane.
        const int frames = 1 + static_cast<int>(seed % 5);
-       const U16 lut = noise<uint16_t>(256, seed, 0, 65535);
+       const U16 lut = random_samples<uint16_t>(256, seed, 0, 65535);
        Bytes planes[5];
        const uint8_t* all[5];
        for (int f = 0; f < 5; ++f) planes[f] = test::random_bytes(w * h, seed + f), all[f] = planes[f].data();
@@ -151,7 +141,7 @@ const Dispatcher kDispatchers[] = {
      }},
     {"fusion_pyramid", 1, blend, "row pointer arrays not allocated, band left unblended\n"},
     {"pyramid_gaussian_down_sample_uint8", 4, [](int banded, int w, int h, uint32_t seed) {
-       U16 fine = noise<uint16_t>(w * h, seed, 0, 4080), coarse(half_up(w) * half_up(h), 0xBEEF);
+       U16 fine = random_samples<uint16_t>(w * h, seed, 0, 4080), coarse(half_up(w) * half_up(h), 0xBEEF);
        const int32_t ws[2] = {w, half_up(w)}, hs[2] = {h, half_up(h)};
        uint16_t* table[2] = {fine.data(), coarse.data()};
        if (banded == kUntouched) return bytes_of(coarse);
@@ -160,7 +150,7 @@ const Dispatcher kDispatchers[] = {
        return bytes_of(coarse);
      }, "L 970, pyramid_gaussian_down_sample_uint8: temp_p malloc fail\n"},
     {"pyramid_laplacian_down_sample", 4, [](int banded, int w, int h, uint32_t seed) {
-       U16 fine = noise<uint16_t>(w * h, seed, 0, 65535), coarse = noise<uint16_t>(half_up(w) * half_up(h), seed + 1, 0, 65535);
+       U16 fine = random_samples<uint16_t>(w * h, seed, 0, 65535), coarse = random_samples<uint16_t>(half_up(w) * half_up(h), seed + 1, 0, 65535);
        S16 lap(w * h, 0x5A5A);
        const int32_t ws[2] = {w, half_up(w)}, hs[2] = {h, half_up(h)};
        uint16_t* gauss[2] = {fine.data(), coarse.data()};
@@ -171,7 +161,7 @@ const Dispatcher kDispatchers[] = {
        return bytes_of(lap);
      }, "L 1184, pyramid_laplacian_down_sample: o_temp_ptr malloc fail\n"},
     {"pyramid_reconstruct_y", 4, [](int banded, int w, int h, uint32_t seed) {
-       S16 fused = noise<int16_t>(w * h, seed, -6000, 6000), top = noise<int16_t>(half_up(w) * half_up(h), seed + 1, -200, 4200);
+       S16 fused = random_samples<int16_t>(w * h, seed, -6000, 6000), top = random_samples<int16_t>(half_up(w) * half_up(h), seed + 1, -200, 4200);
        Bytes luma(w * h, 0xEE);
        const int32_t ws[2] = {w, half_up(w)}, hs[2] = {h, half_up(h)};
        int16_t* levels[2] = {fused.data(), top.data()};
@@ -228,13 +218,11 @@ TEST_F(Dispatchers, BandsWithoutScratchLeaveTheirRowsAndLog) {
   }
 }
 
-std::string format(const char* fmt, ...) {
-  char line[256];
-  va_list ap;
-  va_start(ap, fmt);
-  vsnprintf(line, sizeof line, fmt, ap);
-  va_end(ap);
-  return line;
+// A pointer as the log writes it.
+std::string hex(const void* p) {
+  char s[16];
+  snprintf(s, sizeof s, "0x%x", platform::log_hex(p));
+  return s;
 }
 
 // Null arguments are reported with every pointer (as 32-bit hex). The
@@ -267,15 +255,14 @@ TEST(DispatchersDeathTest, NullArgumentsAreReportedWithTheirPointers) {
        {"L 679, fusion_pyramid_process: in_buffer is NULL,0x0,0xc30,0x0,0x0,0xd40,0xd40\n"}},
       {[&] { fusionUV(src, b, table, 4, 1, 0); }, {", fusionUV: no frames to fuse (0)\n"}},
       {[&] { fusionUV_process(src, b, table, 4, 1, 4, nullptr); },  // a fourth plane needs the extras
-       {format("L 868, fusionUV_process: in_buffer is NULL,0x%x,0xb20,0xc30,0x0\n", platform::log_hex(src)),
+       {"L 868, fusionUV_process: in_buffer is NULL," + hex(src) + ",0xb20,0xc30,0x0\n",
         ", fusionUV_process: 4 frames asked, not all planes given, nothing fused\n"}},
       {[&] { fusionUV_plane_process(nullptr, b, b, table, 2, 2, 4, 1, sizes); },
        {"L 930, fusionUV_plane_process: in_buffer is NULL,0x0,0xb20,0xb20,0xc30\n"}},
       {[&] { fusionUV_semiplane_process(src, b, nullptr, table, 2, 2, 4, 1, sizes); },
-       {format("L 992, fusionUV_semiplane_process: in_buffer is NULL,0x%x,0xb20,0x0,0xc30\n", platform::log_hex(src))}},
+       {"L 992, fusionUV_semiplane_process: in_buffer is NULL," + hex(src) + ",0xb20,0x0,0xc30\n"}},
       {[&] { pyramid_reconstruct_y_process(nullptr, levels, ws, hs, 0); },
-       {format("L 760, pyramid_reconstruct_y_process: in_buffer is NULL,0x0,0x%x,0x%x,0x%x,0x0\n",
-               platform::log_hex(levels), platform::log_hex(ws), platform::log_hex(hs))}},
+       {"L 760, pyramid_reconstruct_y_process: in_buffer is NULL,0x0," + hex(levels) + "," + hex(ws) + "," + hex(hs) + ",0x0\n"}},
       {[&] { pyramid_gaussian_down_sample_uint8_process(nullptr, 0, sizes, sizes); },
        {"L 544, pyramid_gaussian_down_sample_uint8_process: in_buffer is NULL,0x0,0xd40,0xd40,0x0\n"}, true},
       {[&] { pyramid_laplacian_down_sample_process(nullptr, nullptr, 0, sizes, sizes, 2); },

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <random>
 #include <utility>
 #include <string>
 #include <vector>
@@ -38,6 +39,16 @@ void reference_fusion(const uint8_t* const* frames, uint32_t n, uint32_t stride,
 
 // n bytes of a fixed pseudo-random sequence.
 std::vector<uint8_t> random_bytes(size_t n, uint32_t seed);
+
+// n samples drawn uniformly from lo ... hi by a fixed sequence.
+template <class T>
+std::vector<T> random_samples(size_t n, uint32_t seed, int lo, int hi) {
+  std::mt19937 rng(seed);
+  std::uniform_int_distribution<int> d(lo, hi);
+  std::vector<T> v(n);
+  for (auto& s : v) s = static_cast<T>(d(rng));
+  return v;
+}
 
 // Properties of the host property file for as long as it lives.
 class ScopedProperties {
