@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "include/tavo_lumo_hdr.h"
@@ -12,24 +13,21 @@
 namespace tavo {
 namespace {
 
-using test::LogCapture;
+using Frame = std::vector<uint8_t>;
 
-class FusionDriver : public test::PoolTest {
- protected:
-  // Three exposures of one smooth scene, full frames of w x h.
-  void make_frames(int32_t w, int32_t h, const char* layout) {
-    width_ = w;
-    height_ = h;
-    frames_ = test::bracket(w, h, layout, 21);
-  }
-  int32_t fuse(int32_t crop_w, int32_t crop_h, const int32_t* offsets, const char* layout,
-               std::vector<uint8_t>& out) {
-    const uint8_t* ptrs[3] = {frames_[0].data(), frames_[1].data(), frames_[2].data()};
-    return pyrFuse(ptrs, 3, width_, height_, crop_w, crop_h, offsets, out.data(), layout);
-  }
-  int32_t width_ = 0, height_ = 0;
-  std::array<std::vector<uint8_t>, 3> frames_;
-};
+class FusionDriver : public test::PoolTest {};
+
+// pyrFuse of full w x h frames cropped to crop_w x crop_h, which must equal
+// the reference; the output starts as 0xAB.
+Frame fuse_both_ways(const std::vector<const uint8_t*>& frames, int32_t w, int32_t h, int32_t crop_w,
+                     int32_t crop_h, const int32_t* offsets, const char* layout) {
+  const auto n = static_cast<uint32_t>(frames.size());
+  Frame streamed(static_cast<size_t>(w) * h * 3 / 2, 0xAB), reference = streamed;
+  EXPECT_EQ(pyrFuse(frames.data(), n, w, h, crop_w, crop_h, offsets, streamed.data(), layout), 0);
+  test::reference_fusion(frames.data(), n, w, h, crop_w, crop_h, offsets, layout, reference.data());
+  EXPECT_EQ(streamed, reference);
+  return streamed;
+}
 
 // The streamed fusion equals the exported kernels composed level by level,
 // byte for byte: crops of odd and even sides, levels of one band, crops of
@@ -37,74 +35,59 @@ class FusionDriver : public test::PoolTest {
 // frames whose weight sums wrap.
 TEST_F(FusionDriver, EqualsTheLevelByLevelReference) {
   std::mt19937 rng(7);
-  const auto extreme = [&](int32_t w, int32_t h, int phase) {
-    std::vector<uint8_t> frame(static_cast<size_t>(w) * h * 3 / 2);
-    for (size_t i = 0; i < frame.size(); ++i) {
-      const size_t x = i % w, y = i / w;
-      frame[i] = ((x + y + phase) & 1) != 0 ? 255 : (rng() % 3 == 0 ? 128 : 0);
-    }
-    return frame;
-  };
-  int cases = 0;
   for (const char* layout : {"YUV420_PLANAR", "YVU420_SEMIPLANAR"}) {
     for (int32_t crop_w : {2, 5, 8, 9, 16, 31, 64, 130}) {
       for (int32_t crop_h : {2, 3, 4, 7, 8, 9, 17, 40}) {
-        for (bool wild : {false, true}) {
+        for (bool extreme : {false, true}) {
+          SCOPED_TRACE(std::string(layout) + " crop " + std::to_string(crop_w) + "x" + std::to_string(crop_h) +
+                       (extreme ? " extreme" : ""));
           const int32_t w = (crop_w + 7 + 8) / 8 * 8, h = (crop_h + 5) / 2 * 2;
-          if (wild) {
-            for (int f = 0; f < 3; ++f) frames_[f] = extreme(w, h, f);
-          } else {
-            frames_ = test::bracket(w, h, layout, static_cast<uint32_t>(crop_w * 100 + crop_h));
+          auto frames = test::bracket(w, h, layout, static_cast<uint32_t>(crop_w * 100 + crop_h));
+          for (int f = 0; f < 3 && extreme; ++f) {  // 255 beside 0 or 128 everywhere
+            for (size_t i = 0; i < frames[f].size(); ++i) {
+              frames[f][i] = ((i % w + i / w + f) & 1) != 0 ? 255 : (rng() % 3 == 0 ? 128 : 0);
+            }
           }
-          width_ = w;
-          height_ = h;
           int32_t offsets[6];
           for (int f = 0; f < 3; ++f) {
             offsets[2 * f] = static_cast<int32_t>(rng() % (w - crop_w + 1));
             offsets[2 * f + 1] = static_cast<int32_t>(rng() % (h - crop_h + 1));
           }
-          std::vector<uint8_t> streamed(static_cast<size_t>(w) * h * 3 / 2, 0xAB), reference = streamed;
-          ASSERT_EQ(fuse(crop_w, crop_h, offsets, layout, streamed), 0);
-          const uint8_t* ptrs[3] = {frames_[0].data(), frames_[1].data(), frames_[2].data()};
-          test::reference_fusion(ptrs, 3, w, h, crop_w, crop_h, offsets, layout, reference.data());
-          ASSERT_EQ(streamed, reference) << layout << " crop " << crop_w << "x" << crop_h << (wild ? " extreme" : "");
+          const Frame out = fuse_both_ways({frames[0].data(), frames[1].data(), frames[2].data()}, w, h, crop_w,
+                                           crop_h, offsets, layout);
           if (crop_h < 4) {  // one level: no collapse, the luma is left as it was
-            EXPECT_EQ(std::count(streamed.begin(), streamed.begin() + crop_w * crop_h, 0xAB), crop_w * crop_h);
+            EXPECT_EQ(std::count(out.begin(), out.begin() + crop_w * crop_h, 0xAB), crop_w * crop_h);
           }
-          ++cases;
+          ASSERT_FALSE(HasFailure());
         }
       }
     }
   }
-  EXPECT_EQ(cases, 256);
 
   // Sixty-four frames of a bright cell on black (no chroma layout, so any count):
   // at the coarse levels the weight sums of the bright cell pass 2^31 and wrap.
   // The chroma of an unknown layout is left as it was, and said so.
   const int32_t w = 96, h = 96;
-  std::vector<std::vector<uint8_t>> many(64, std::vector<uint8_t>(w * h * 3 / 2, 0));
+  std::vector<Frame> many(64, Frame(w * h * 3 / 2, 0));
   std::vector<const uint8_t*> ptrs;
   for (auto& frame : many) {
     for (int32_t y = 32; y < 64; ++y) std::fill_n(frame.begin() + y * w + 32, 32, 188);
     ptrs.push_back(frame.data());
   }
   const int32_t offsets[128] = {};
-  std::vector<uint8_t> streamed(w * h * 3 / 2, 0xAB), reference = streamed;
-  LogCapture log;
-  ASSERT_EQ(pyrFuse(ptrs.data(), 64, w, h, w, h, offsets, streamed.data(), "NV21"), 0);
+  test::LogCapture log;
+  const Frame out = fuse_both_ways(ptrs, w, h, w, h, offsets, "NV21");
   EXPECT_EQ(log.count("pyrFuse: layout NV21 is neither YUV420_PLANAR nor YVU420_SEMIPLANAR, chroma not fused\n"), 1);
-  test::reference_fusion(ptrs.data(), 64, w, h, w, h, offsets, "NV21", reference.data());
-  EXPECT_EQ(streamed, reference);
-  EXPECT_EQ(std::count(streamed.begin() + w * h, streamed.end(), 0xAB), w * h / 2);
+  EXPECT_EQ(std::count(out.begin() + w * h, out.end(), 0xAB), w * h / 2);
 }
 
 TEST_F(FusionDriver, RefusesWhatItCannotFuse) {
-  make_frames(16, 16, "YUV420_PLANAR");
-  const int32_t offsets[6] = {0, 0, 0, 0, 0, 0};
-  std::vector<uint8_t> out(16 * 16 * 3 / 2, 0);
-  const uint8_t* ptrs[3] = {frames_[0].data(), frames_[1].data(), frames_[2].data()};
-  LogCapture log;
-  EXPECT_EQ(fuse(16, 1, offsets, "YUV420_PLANAR", out), -1);
+  const auto frames = test::bracket(16, 16, "YUV420_PLANAR", 21);
+  const uint8_t* ptrs[3] = {frames[0].data(), frames[1].data(), frames[2].data()};
+  const int32_t offsets[6] = {};
+  Frame out(16 * 16 * 3 / 2, 0);
+  test::LogCapture log;
+  EXPECT_EQ(pyrFuse(ptrs, 3, 16, 16, 16, 1, offsets, out.data(), "YUV420_PLANAR"), -1);
   EXPECT_EQ(pyrFuse(nullptr, 3, 16, 16, 16, 16, offsets, out.data(), "YUV420_PLANAR"), -1);
   // Chroma is fused from three frames: fewer are refused before anything is read.
   for (const char* layout : {"YUV420_PLANAR", "YVU420_SEMIPLANAR"}) {

@@ -5,6 +5,7 @@
 // checked against the instructions they reproduce.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <numeric>
@@ -41,42 +42,34 @@ TEST(FusionWeights, TellingEntriesAndSums) {
   EXPECT_EQ(std::accumulate(t.chroma.begin(), t.chroma.end(), 0), 133082);
 }
 
-TEST(FusionWeights, ExportedBuildersMatchTheFusionBelowEntry255Only) {
+// The exported builders: over 0 ... 255 the fusion's table except entry 255,
+// left as it was; nothing for an empty range; for a zero range (an infinite
+// distance, or not-a-number at the centre) 0 inverted or not.
+TEST(FusionWeights, ExportedBuilders) {
   const FusionTables t;
-  Table luma, chroma;
-  luma.fill(0xBEEF);
-  chroma.fill(0xBEEF);
-  EXPECT_EQ(weight_Initialize(luma.data(), 0.12f, 128, 0, 255), 0);
-  EXPECT_EQ(weight_Initialize_c(chroma.data(), 0.08f, 128, 0, 255), 0);
-  for (int k = 0; k < 255; ++k) {
-    EXPECT_EQ(luma[k], t.exposure[k]) << k;
-    EXPECT_EQ(chroma[k], t.chroma[k]) << k;
+  using Builder = int32_t (*)(uint16_t*, float, int32_t, uint32_t, int32_t);
+  const struct {
+    Builder build;
+    float sigma;
+    const Table& fusion;
+    uint16_t zero_range;
+  } builders[] = {{weight_Initialize, 0.12f, t.exposure, 0}, {weight_Initialize_c, 0.08f, t.chroma, 1025}};
+  for (const auto& b : builders) {
+    Table table;
+    table.fill(7);
+    EXPECT_EQ(b.build(table.data(), b.sigma, 128, 10, 9), 0);
+    EXPECT_EQ(std::count(table.begin(), table.end(), 7), 256);
+    for (int at : {40, 128}) {
+      b.build(table.data(), b.sigma, 128, at, at);
+      EXPECT_EQ(table[at], b.zero_range) << at;
+      EXPECT_EQ(table[at - 1], 7);
+      EXPECT_EQ(table[at + 1], 7);
+    }
+    EXPECT_EQ(b.build(table.data(), b.sigma, 128, 0, 255), 0);
+    EXPECT_TRUE(std::equal(table.begin(), table.end() - 1, b.fusion.begin()));
+    EXPECT_EQ(table[255], 7);
   }
-  EXPECT_EQ(luma[255], 0xBEEF);
-  EXPECT_EQ(chroma[255], 0xBEEF);
 }
-
-TEST(FusionWeights, ExportedBuildersAtEmptyAndSingleRanges) {
-  Table table;
-  table.fill(7);
-  EXPECT_EQ(weight_Initialize(table.data(), 0.12f, 128, 10, 9), 0);
-  EXPECT_EQ(weight_Initialize_c(table.data(), 0.08f, 128, 10, 9), 0);
-  for (int k = 0; k < 256; ++k) ASSERT_EQ(table[k], 7);
-
-  // A zero range: an infinite distance gives 0 (1025 inverted) ...
-  weight_Initialize(table.data(), 0.12f, 128, 40, 40);
-  EXPECT_EQ(table[40], 0);
-  weight_Initialize_c(table.data(), 0.08f, 128, 40, 40);
-  EXPECT_EQ(table[40], 1025);
-  // ... and so does the not-a-number distance at the centre.
-  weight_Initialize(table.data(), 0.12f, 128, 128, 128);
-  EXPECT_EQ(table[128], 0);
-  weight_Initialize_c(table.data(), 0.08f, 128, 128, 128);
-  EXPECT_EQ(table[128], 1025);
-  EXPECT_EQ(table[39], 7);
-  EXPECT_EQ(table[41], 7);
-}
-
 
 uint32_t u(int64_t v) { return static_cast<uint32_t>(v); }
 
