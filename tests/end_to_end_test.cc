@@ -29,13 +29,8 @@ void PrintTo(const CaptureCase& c, std::ostream* os) {
 }
 
 std::vector<uint8_t> capture(const CaptureCase& c, int32_t* result) {
-  scene::BracketSetup setup;
-  setup.layout = c.layout;
-  setup.dx0 = c.dx0;
-  setup.dy0 = c.dy0;
-  setup.dx2 = c.dx2;
-  setup.dy2 = c.dy2;
-  const auto frames = scene::render_bracket(scene::Scene{c.width, c.height, 3}, setup);
+  const auto frames = scene::render_bracket(scene::Scene{c.width, c.height, 3},
+                                            scene::BracketSetup{c.layout, c.dx0, c.dy0, c.dx2, c.dy2});
   std::vector<uint8_t> out(frames[0].size(), 0);
   *result = HDR_Function(frames[0].data(), frames[1].data(), frames[2].data(), out.data(), c.height,
                          c.width, layout_name(c.layout));

@@ -71,54 +71,42 @@ TEST(FusionWeights, ExportedBuilders) {
   }
 }
 
-uint32_t u(int64_t v) { return static_cast<uint32_t>(v); }
-
-TEST(BlendMean, WorkedValues) {
-  struct Case {
+// Both division rules of blending (signed means, 0 ... 4080 when exact) and
+// of chroma fusion (bytes) on worked weight and sample sums.
+TEST(WeightedMean, WorkedValues) {
+  const struct {
+    bool chroma;
     int64_t w, s;
-    int16_t exact, grouped;
-  };
-  const Case cases[] = {
-      {2, 3, 2, 1},                // an exact half rounds away from zero, or down when grouped
-      {1024, 1536, 2, 1},
-      {2, -3, -2, -1},             // mirrored
-      {3, 7, 2, 2},
-      {1, 5000, 4080, 4080},       // upper clamp in both rules
-      {1, -5000, -4080, -5000},    // no lower clamp in the grouped rule
-      {1, 65636, 4080, 100},       // the grouped rule keeps the low 16 bits
-      {1, -65636, -4080, -100},
+    int exact, grouped;
+  } cases[] = {
+      {false, 2, 3, 2, 1},  // an exact half rounds away from zero, or down when grouped
+      {false, 1024, 1536, 2, 1},
+      {false, 2, -3, -2, -1},  // mirrored
+      {false, 3, 7, 2, 2},
+      {false, 1, 5000, 4080, 4080},     // upper clamp in both rules
+      {false, 1, -5000, -4080, -5000},  // no lower clamp in the grouped rule
+      {false, 1, 65636, 4080, 100},     // the grouped rule keeps the low 16 bits
+      {false, 1, -65636, -4080, -100},
       // Three frames, weight 1024 x contrast 255, Laplacian 4080: S = 3196108800 wraps.
-      {783360, 3196108800LL, -1403, -1403},
-      {0, 5, 0, -1},               // no weight: 0 as the processor divides; grouped: +inf saturates
+      {false, 783360, 3196108800LL, -1403, -1403},
+      {false, 0, 5, 0, -1},  // no weight: 0 as the processor divides; grouped: +inf saturates
+      {true, 983, 256, 0, 0},  // samples 128, 128, 0: weights 1, 1, 981; the saturated frame wins
+      {true, 3 * 500, 3 * 500 * 77, 77, 77},
+      {true, 4, 10, 3, 2},  // an exact half: up when exact, down when grouped
+      {true, 1, 300, 255, 255},
+      {true, 1, -5, 0, 255},     // negative: 0 when exact; a huge unsigned sum when grouped
+      {true, 1, 65541, 255, 5},  // the grouped rule keeps the low 16 bits
+      {true, 0, 0, 0, 0},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(blend_mean_exact(u(c.w), u(c.s)), c.exact) << c.w << " " << c.s;
-    EXPECT_EQ(blend_mean_grouped(u(c.w), u(c.s)), c.grouped) << c.w << " " << c.s;
+  for (const auto& c : cases) {
+    const auto w = static_cast<uint32_t>(c.w), s = static_cast<uint32_t>(c.s);
+    EXPECT_EQ(c.chroma ? chroma_mean_exact(w, s) : blend_mean_exact(w, s), c.exact) << c.w << " " << c.s;
+    EXPECT_EQ(c.chroma ? chroma_mean_grouped(w, s) : blend_mean_grouped(w, s), c.grouped) << c.w << " " << c.s;
   }
   // INT32_MIN / -1 neither traps nor overflows.
-  EXPECT_EQ(blend_mean_exact(u(-1), 0x80000000u), 0);
+  EXPECT_EQ(blend_mean_exact(0xffffffffu, 0x80000000u), 0);
   EXPECT_EQ(divide_toward_zero(INT32_MIN, -1), INT32_MIN);
   EXPECT_EQ(divide_toward_zero(-7, 2), -3);
-}
-
-TEST(ChromaMean, WorkedValues) {
-  struct Case {
-    int64_t w, s;
-    uint8_t exact, grouped;
-  };
-  const Case cases[] = {
-      {983, 256, 0, 0},      // samples 128, 128, 0: weights 1, 1, 981; the saturated frame wins
-      {3 * 500, 3 * 500 * 77, 77, 77},
-      {4, 10, 3, 2},         // an exact half: up when exact, down when grouped
-      {1, 300, 255, 255},
-      {1, -5, 0, 255},       // negative: 0 when exact; a huge unsigned sum when grouped
-      {1, 65541, 255, 5},    // the grouped rule keeps the low 16 bits
-      {0, 0, 0, 0},
-  };
-  for (const Case& c : cases) {
-    EXPECT_EQ(chroma_mean_exact(u(c.w), u(c.s)), c.exact) << c.w << " " << c.s;
-    EXPECT_EQ(chroma_mean_grouped(u(c.w), u(c.s)), c.grouped) << c.w << " " << c.s;
-  }
 }
 
 #if defined(__aarch64__)
