@@ -8,6 +8,19 @@
 #include "support/test_support.h"
 
 namespace tavo::test {
+namespace {
+
+// Every level of a pyramid, stored, and the table of their addresses.
+template <class T>
+struct Stored {
+  std::vector<std::vector<T>> planes;
+  std::vector<T*> table;
+  Stored(const std::vector<int32_t>& ws, const std::vector<int32_t>& hs) {
+    for (size_t l = 0; l < ws.size(); ++l) table.push_back(planes.emplace_back(static_cast<size_t>(ws[l]) * hs[l]).data());
+  }
+};
+
+}  // namespace
 
 void reference_fusion(const uint8_t* const* frames, uint32_t n, uint32_t stride, uint32_t frame_height,
                       int32_t width, int32_t height, const int32_t* offsets, const char* layout,
@@ -21,39 +34,28 @@ void reference_fusion(const uint8_t* const* frames, uint32_t n, uint32_t stride,
   const uint32_t top = levels - 1u;
   auto size = [&](uint32_t l) { return static_cast<size_t>(ws[l]) * hs[l]; };
 
-  std::vector<std::vector<uint16_t>> gauss(n * levels);
-  std::vector<std::vector<int16_t>> lap(n * levels), fused(levels);
-  std::vector<std::vector<uint16_t*>> gauss_tables(n, std::vector<uint16_t*>(levels));
-  std::vector<std::vector<int16_t*>> lap_tables(n, std::vector<int16_t*>(levels));
+  std::vector<Stored<uint16_t>> gauss;
+  std::vector<Stored<int16_t>> lap;
+  gauss.reserve(n), lap.reserve(n);
+  Stored<int16_t> fused(ws, hs);
   std::vector<uint16_t**> gauss_pyramids(n);
   std::vector<int16_t**> lap_pyramids(n);
-  std::vector<int16_t*> fused_table(levels);
-  for (uint32_t l = 0; l < levels; ++l) {
-    fused[l].assign(size(l), 0);
-    fused_table[l] = fused[l].data();
-  }
   for (uint32_t i = 0; i < n; ++i) {
-    for (uint32_t l = 0; l < levels; ++l) {
-      gauss[i * levels + l].assign(size(l), 0);
-      lap[i * levels + l].assign(size(l), 0);
-      gauss_tables[i][l] = gauss[i * levels + l].data();
-      lap_tables[i][l] = lap[i * levels + l].data();
-    }
-    gauss_pyramids[i] = gauss_tables[i].data();
-    lap_pyramids[i] = lap_tables[i].data();
-    imageAffine_process(frames[i], gauss_tables[i][0], stride, width, height, offsets[2 * i], offsets[2 * i + 1]);
+    gauss_pyramids[i] = gauss.emplace_back(ws, hs).table.data();
+    lap_pyramids[i] = lap.emplace_back(ws, hs).table.data();
+    imageAffine_process(frames[i], gauss_pyramids[i][0], stride, width, height, offsets[2 * i], offsets[2 * i + 1]);
     for (uint32_t l = 0; l < top; ++l) pyramid_gaussian_down_sample_uint8_process(gauss_pyramids[i], l, ws.data(), hs.data());
     for (uint32_t l = 0; l < top; ++l) {
       pyramid_laplacian_down_sample_process(lap_pyramids[i], gauss_pyramids[i], l, ws.data(), hs.data(), levels);
     }
-    memcpy(lap_tables[i][top], gauss_tables[i][top], 2 * size(top));
+    memcpy(lap_pyramids[i][top], gauss_pyramids[i][top], 2 * size(top));
   }
   for (uint32_t l = levels >= 2 ? 0 : top; l < levels; ++l) {
-    fusion_pyramid_process(fused_table.data(), exposure, lap_pyramids.data(), gauss_pyramids.data(), ws.data(),
+    fusion_pyramid_process(fused.table.data(), exposure, lap_pyramids.data(), gauss_pyramids.data(), ws.data(),
                            hs.data(), static_cast<int32_t>(l), n);
   }
   for (int32_t l = static_cast<int32_t>(levels) - 2; l >= 0; --l) {
-    pyramid_reconstruct_y_process(out, fused_table.data(), ws.data(), hs.data(), l);
+    pyramid_reconstruct_y_process(out, fused.table.data(), ws.data(), hs.data(), l);
   }
   uint8_t* out_u = out + width * height;
   uint8_t* out_v = out + (width * height * 5) / 4;
