@@ -56,9 +56,13 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_process(const uint8_t** src, uint8_
     if (src == nullptr || out == nullptr || lut == nullptr) return 0;
   }
   // Planes beyond the third are the extra ones; all that are fused must exist.
+  // Only the extras the frame count asks for are read: a caller fusing four
+  // frames may pass an array of one.
   const uint8_t* planes[tavo::kBandPlanes] = {};
   for (int f = 0; f < 3 && f < frames; ++f) planes[f] = src[f];
-  for (int k = 0; extra != nullptr && k < 3; ++k) planes[3 + k] = extra[k] != nullptr ? extra[k][1] : nullptr;
+  for (int k = 0; extra != nullptr && k < 3 && 3 + k < frames; ++k) {
+    planes[3 + k] = extra[k] != nullptr ? extra[k][1] : nullptr;
+  }
   bool present = frames >= 1 && frames <= tavo::kBandPlanes;
   for (int f = 0; present && f < frames; ++f) present = planes[f] != nullptr;
   if (!present) {
