@@ -8,7 +8,6 @@
 #include <fstream>
 #include <string>
 
-#include "include/tavo_lumo_hdr.h"
 #include "platform/properties.h"
 #include "support/test_support.h"
 
@@ -80,12 +79,6 @@ TEST(Properties, FilesThatAreNotSmallRegularFilesAreBounded) {
     EXPECT_EQ(log.count(c.logged), 1) << c.path << log.joined();
   }
   close(writer_keeps_open);
-
-  // The pool starts with such a file, too.
-  setenv(platform::kPropertyFileVariable, fifo.c_str(), 1);
-  EXPECT_EQ(tavo_hdr_pool_init(), 0);
-  EXPECT_EQ(tavo_hdr_pool_destroy(), 0);
-  unsetenv(platform::kPropertyFileVariable);
 }
 
 }  // namespace

@@ -104,8 +104,6 @@ class TavoHdrTest(unittest.TestCase):
         self.assertTrue(all(np.array_equal(got, frame) for got, frame in zip(read, frames)))
         refusals = [
             ("an input", lambda: tavo_hdr.write_raw(f"{base}_0.yuv", frames[2]), OSError),
-            ("a directory", lambda: tavo_hdr.write_raw(self.dir.name, frames[2]), OSError),
-            ("a frame of another size", lambda: tavo_hdr.read_raw(f"{base}_1.yuv", 64, 46), OSError),
             ("not a dump name", lambda: tavo_hdr.read_dump(self.path("new.yuv")), ValueError),
         ]
         for what, call, error in refusals:
