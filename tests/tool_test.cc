@@ -38,6 +38,7 @@
 namespace fs = std::filesystem;
 using namespace tavo::tool;
 using tavo::ChromaLayout;
+using tavo::test::bracket;
 
 namespace {
 
@@ -72,16 +73,6 @@ void write_all(const std::string& path, const std::vector<uint8_t>& bytes) {
   ASSERT_TRUE(write_output(path, bytes.data(), bytes.size(), {}, &error)) << error;
 }
 
-// A hand-held bracket: frames 0 and 2 moved apart, so that a swap shows.
-std::array<std::vector<uint8_t>, 3> bracket(int32_t w, int32_t h, ChromaLayout layout) {
-  tavo::scene::BracketSetup setup;
-  setup.layout = layout;
-  setup.dx0 = 2;
-  setup.dy0 = -2;
-  setup.dx2 = -4;
-  return tavo::scene::render_bracket(tavo::scene::Scene{w, h, 9}, setup);
-}
-
 class Tool : public tavo::test::PoolTest {
  protected:
   std::vector<uint8_t> fuse_here(const std::array<std::vector<uint8_t>, 3>& f, int32_t w, int32_t h,
@@ -100,7 +91,7 @@ TEST_F(Tool, StagedCaptureGivesHdrFunctionsBytes) {
   for (const auto& [w, h] : {std::pair{8, 2}, {64, 48}, {200, 120}, {328, 246}}) {
     for (auto layout : {ChromaLayout::kPlanar, ChromaLayout::kSemiPlanar}) {
       const std::string name = tavo::layout_name(layout);
-      const auto f = bracket(w, h, layout);
+      const auto f = bracket(w, h, name, 9);
       const uint8_t* frames[3] = {f[0].data(), f[1].data(), f[2].data()};
       std::vector<uint8_t> staged(f[0].size(), 0xa5);
       StagedCapture result;
@@ -255,7 +246,7 @@ TEST_F(Tool, FusesRawFramesAndImagesToTheLibrarysBytes) {
   for (auto layout : {ChromaLayout::kPlanar, ChromaLayout::kSemiPlanar}) {
     // The result is written through a link to an existing file, whose mode it keeps.
     const std::string name = tavo::layout_name(layout);
-    const auto frames = bracket(96, 64, layout);
+    const auto frames = bracket(96, 64, name, 9);
     for (int k = 0; k < 3; ++k) write_all(d + "in" + std::to_string(k) + ".yuv", frames[k]);
     write_all(d + name, {1, 2});
     fs::permissions(d + name, fs::perms(0640));
@@ -270,7 +261,7 @@ TEST_F(Tool, FusesRawFramesAndImagesToTheLibrarysBytes) {
   const ToolRun verbose = run_tool(d, "fuse in0.yuv in1.yuv in2.yuv -o v.yuv --size 96x64 --verbose");
   EXPECT_NE(verbose.err.find("HDR_Function START."), std::string::npos) << verbose.err;
 
-  const auto frames = bracket(64, 48, ChromaLayout::kPlanar);
+  const auto frames = bracket(64, 48, "YUV420_PLANAR", 9);
   std::array<std::vector<uint8_t>, 3> yuv;
   std::string error;
   for (int k = 0; k < 3; ++k) {
@@ -304,7 +295,7 @@ TEST_F(Tool, FusesRawFramesAndImagesToTheLibrarysBytes) {
 
 TEST_F(Tool, ReplaysTheLibrarysDumpsIdentically) {
   const std::string d = dir_.path() + "/";
-  const auto frames = bracket(64, 48, ChromaLayout::kSemiPlanar);
+  const auto frames = bracket(64, 48, "YVU420_SEMIPLANAR", 9);
   for (int k = 0; k < 3; ++k) write_all(d + "in" + std::to_string(k) + ".yuv", frames[k]);
   // The dump directory does not exist yet: the tool creates it.
   const ToolRun fused = run_tool(d, "fuse in0.yuv in1.yuv in2.yuv -o out.yuv --size 64x48 --layout "
@@ -332,7 +323,7 @@ TEST_F(Tool, ReplaysTheLibrarysDumpsIdentically) {
 // rest of a 2x2 block whose chroma does. Equal outputs get no picture.
 TEST_F(Tool, ReplayExplainsADifferencePerPlaneAndDrawsWhereItLies) {
   const std::string capture = "IMG_64x48YVU420_SEMIPLANAR_20180823_090812", d = dir_.path() + "/";
-  const auto frames = bracket(64, 48, ChromaLayout::kSemiPlanar);
+  const auto frames = bracket(64, 48, "YVU420_SEMIPLANAR", 9);
   for (int k = 0; k < 3; ++k) write_all(d + capture + "_" + std::to_string(k) + ".yuv", frames[k]);
   const std::vector<uint8_t> fused = fuse_here(frames, 64, 48, "YVU420_SEMIPLANAR");
   const std::string picture = d + capture + "_replay_diff.png";
@@ -396,7 +387,7 @@ void write_png_claiming(const std::string& from, const std::string& to, uint32_t
 
 TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
   const std::string d = dir_.path() + "/";
-  const auto frames = bracket(64, 48, ChromaLayout::kPlanar);
+  const auto frames = bracket(64, 48, "YUV420_PLANAR", 9);
   for (int k = 0; k < 3; ++k) write_all(d + "in" + std::to_string(k) + ".yuv", frames[k]);
   write_all(d + "short.yuv", std::vector<uint8_t>(4607, 7));  // one byte short
   mkfifo((d + "fifo").c_str(), 0644);

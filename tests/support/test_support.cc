@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <atomic>
 #include <mutex>
-#include <random>
 
 #include "include/tavo_lumo_hdr.h"
 #include "platform/clock.h"
@@ -54,13 +53,6 @@ std::vector<std::string> LogCapture::lines() const {
   return g_lines;
 }
 
-std::vector<uint8_t> random_bytes(size_t n, uint32_t seed) {
-  std::mt19937 rng(seed);
-  std::vector<uint8_t> v(n);
-  for (auto& b : v) b = static_cast<uint8_t>(rng());
-  return v;
-}
-
 int LogCapture::count(const std::string& text) const {
   int n = 0;
   for (const std::string& line : lines()) n += line.find(text) != std::string::npos;
@@ -77,6 +69,7 @@ std::array<std::vector<uint8_t>, 3> bracket(int32_t width, int32_t height, const
                                             uint32_t seed) {
   scene::BracketSetup setup;
   setup.layout = parse_layout(layout.c_str());
+  setup.dx0 = 2, setup.dy0 = -2, setup.dx2 = -4;
   return scene::render_bracket(scene::Scene{width, height, seed}, setup);
 }
 

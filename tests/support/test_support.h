@@ -26,8 +26,9 @@ class LogCapture {
   std::string joined() const;
 };
 
-// Dark, normal and bright frames of the synthetic scene, unmoved, chroma laid
-// out as `layout` names ("YVU420_SEMIPLANAR" interleaves V,U; else planar).
+// Dark, normal and bright frames of the synthetic scene, hand-held (frames 0
+// and 2 moved apart, so that a swap shows), chroma laid out as `layout` names
+// ("YVU420_SEMIPLANAR" interleaves V,U; else planar).
 std::array<std::vector<uint8_t>, 3> bracket(int32_t width, int32_t height, const std::string& layout,
                                             uint32_t seed);
 
@@ -36,9 +37,6 @@ std::array<std::vector<uint8_t>, 3> bracket(int32_t width, int32_t height, const
 void reference_fusion(const uint8_t* const* frames, uint32_t n, uint32_t stride, uint32_t frame_height,
                       int32_t width, int32_t height, const int32_t* offsets, const char* layout,
                       uint8_t* out);
-
-// n bytes of a fixed pseudo-random sequence.
-std::vector<uint8_t> random_bytes(size_t n, uint32_t seed);
 
 // n samples drawn uniformly from lo ... hi by a fixed sequence.
 template <class T>
@@ -49,6 +47,8 @@ std::vector<T> random_samples(size_t n, uint32_t seed, int lo, int hi) {
   for (auto& s : v) s = static_cast<T>(d(rng));
   return v;
 }
+
+inline std::vector<uint8_t> random_bytes(size_t n, uint32_t seed) { return random_samples<uint8_t>(n, seed, 0, 255); }
 
 // Properties of the host property file for as long as it lives.
 class ScopedProperties {
