@@ -275,10 +275,12 @@ TEST_F(Dispatchers, BandsEqualTheKernelOverOneBandAndTheModel) {
   set_inline_work_limit_for_testing(kInlineWork);
 }
 
-// The allocations of a batch fail from the k-th on: job records (the band
-// then runs on the caller) and each band's own scratch. A band without its
-// scratch logs and leaves its rows; the others are complete.
+// The allocations of a batch sent to the workers fail from the k-th on: job
+// records (the band then runs on the caller, and says so) and each band's own
+// scratch. A band without its scratch logs and leaves its rows; the others
+// are complete.
 TEST_F(Dispatchers, BandsWithoutScratchLeaveTheirRowsAndLog) {
+  set_inline_work_limit_for_testing(0);
   for (const Dispatcher& d : kDispatchers) {
     if (d.scratch_failure == nullptr) continue;
     const int w = 21, h = 40;
@@ -294,12 +296,14 @@ TEST_F(Dispatchers, BandsWithoutScratchLeaveTheirRowsAndLog) {
       EXPECT_EQ(out == whole, failed == 0) << log.joined();
       EXPECT_LE(failed, 4);
       for (size_t i = 0; i < out.size(); ++i) ASSERT_TRUE(out[i] == whole[i] || out[i] == untouched[i]) << i;
-      if (k == 0) {
+      if (k == 0) {  // every band ran on the caller, none had its scratch
         EXPECT_EQ(std::pair(out, failed), std::pair(untouched, 4));
+        EXPECT_EQ(log.count("can't malloc job, job runs on the calling thread\n"), 4);
       }
       if (!injected) break;
     }
   }
+  set_inline_work_limit_for_testing(kInlineWork);
 }
 
 // A pointer as the log writes it.

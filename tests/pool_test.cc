@@ -235,15 +235,5 @@ TEST_F(BandJobs, BatchFinishedBeforeTheWaitReturnsAtOnce) {
   EXPECT_EQ(rows, (std::vector<int32_t>{1, 1, 2, 2, 3, 3, 4, 4}));
 }
 
-TEST_F(BandJobs, FailedJobAllocationRunsTheBandOnTheCaller) {
-  LogCapture log;
-  std::vector<int32_t> rows(4, 0);
-  platform::fail_allocations_after(0);
-  run_bands<Mark>(4, mark_rows, [&](int32_t b, Mark& m) { m = Mark{rows.data(), b, 1}; });
-  platform::fail_allocations_after(-1);
-  EXPECT_EQ(rows, (std::vector<int32_t>{1, 2, 3, 4}));
-  EXPECT_EQ(log.count("can't malloc job, job runs on the calling thread\n"), 4);
-}
-
 }  // namespace
 }  // namespace tavo
