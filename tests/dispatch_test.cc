@@ -2,8 +2,9 @@
 // the kernel gives over the whole image as one band and, for the pyramid
 // stages and blending, what a whole-image model gives; null arguments are
 // reported with their pointers; a band whose allocations fail leaves its rows
-// as they were and says so, and nothing is left allocated. (The mismatch count
-// and the thresholds are held to brute-force models in align_shift_test.cc.)
+// as they were and says so, and nothing is left allocated. (The wavelet level,
+// the mismatch count and the thresholds are held to whole-image models in
+// align_planes_test.cc and align_shift_test.cc.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -172,15 +173,6 @@ const Dispatcher kDispatchers[] = {
        banded ? imageAffine_uv_process(src.data(), odd.data(), even.data(), stride, w, h, 3, 2)
               : imageAffine_uv(src.data(), odd.data(), even.data(), stride, w, h, 3, 2);
        return bytes_of(odd, even);
-     }},
-    {"wltDecompose", 1, [](int banded, int w, int h, uint32_t seed) {
-       const Bytes src = test::random_bytes(w * h, seed);
-       const size_t n = static_cast<size_t>(half_up(w)) * half_up(h);
-       Bytes approx(n, 0xEE), bitmap(n, 0xEE), mask(n, 0xEE);
-       const int32_t t = static_cast<int32_t>(seed % 256);
-       banded ? wltDecompose_process(src.data(), w, h, approx.data(), t, bitmap.data(), mask.data())
-              : wltDecompose(src.data(), approx.data(), bitmap.data(), mask.data(), w, h, t);
-       return bytes_of(approx, bitmap, mask);
      }},
     {"saturation", 1, [](int banded, int w, int h, uint32_t seed) {
        Bytes plane = test::random_bytes(w * h, seed);

@@ -18,15 +18,14 @@ using Frame = std::vector<uint8_t>;
 class FusionDriver : public test::PoolTest {};
 
 // pyrFuse of full w x h frames cropped to crop_w x crop_h, which must equal
-// the reference; the output starts as 0xAB.
-Frame fuse_both_ways(const std::vector<const uint8_t*>& frames, int32_t w, int32_t h, int32_t crop_w,
-                     int32_t crop_h, const int32_t* offsets, const char* layout) {
+// the reference, both written over 0xAB: what either leaves must match too.
+void fuse_both_ways(const std::vector<const uint8_t*>& frames, int32_t w, int32_t h, int32_t crop_w,
+                    int32_t crop_h, const int32_t* offsets, const char* layout) {
   const auto n = static_cast<uint32_t>(frames.size());
   Frame streamed(static_cast<size_t>(w) * h * 3 / 2, 0xAB), reference = streamed;
   EXPECT_EQ(pyrFuse(frames.data(), n, w, h, crop_w, crop_h, offsets, streamed.data(), layout), 0);
   test::reference_fusion(frames.data(), n, w, h, crop_w, crop_h, offsets, layout, reference.data());
   EXPECT_EQ(streamed, reference);
-  return streamed;
 }
 
 // The streamed fusion equals the exported kernels composed level by level,
@@ -53,11 +52,7 @@ TEST_F(FusionDriver, EqualsTheLevelByLevelReference) {
             offsets[2 * f] = static_cast<int32_t>(rng() % (w - crop_w + 1));
             offsets[2 * f + 1] = static_cast<int32_t>(rng() % (h - crop_h + 1));
           }
-          const Frame out = fuse_both_ways({frames[0].data(), frames[1].data(), frames[2].data()}, w, h, crop_w,
-                                           crop_h, offsets, layout);
-          if (crop_h < 4) {  // one level: no collapse, the luma is left as it was
-            EXPECT_EQ(std::count(out.begin(), out.begin() + crop_w * crop_h, 0xAB), crop_w * crop_h);
-          }
+          fuse_both_ways({frames[0].data(), frames[1].data(), frames[2].data()}, w, h, crop_w, crop_h, offsets, layout);
           ASSERT_FALSE(HasFailure());
         }
       }
@@ -76,9 +71,8 @@ TEST_F(FusionDriver, EqualsTheLevelByLevelReference) {
   }
   const int32_t offsets[128] = {};
   test::LogCapture log;
-  const Frame out = fuse_both_ways(ptrs, w, h, w, h, offsets, "NV21");
+  fuse_both_ways(ptrs, w, h, w, h, offsets, "NV21");
   EXPECT_EQ(log.count("pyrFuse: layout NV21 is neither YUV420_PLANAR nor YVU420_SEMIPLANAR, chroma not fused\n"), 1);
-  EXPECT_EQ(std::count(out.begin() + w * h, out.end(), 0xAB), w * h / 2);
 }
 
 TEST_F(FusionDriver, RefusesWhatItCannotFuse) {
