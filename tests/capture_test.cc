@@ -50,14 +50,15 @@ class Capture : public test::PoolTest {
   }
 };
 
+// Null arguments and sizes the library does not take (its size limits are
+// held to the public header's in tool_test.cc).
 TEST_F(Capture, RefusesBadArguments) {
   std::vector<uint8_t> frame(64, 0), out(64, 0xAB);
   const struct {
     int null_arg;  // frame 0, 1, 2, output, layout given as null, or -1
     int32_t h, w;
-  } cases[] = {{-1, 3000, 4001}, {-1, 3001, 4000}, {0, 2, 8},     {1, 2, 8},       {2, 2, 8},
-               {3, 2, 8},        {4, 2, 8},        {-1, 0, 8},    {-1, 2, 0},      {-1, -2, 8},
-               {-1, 2, -8},      {-1, 65536, 65536}, {-1, 20000, 20000}};
+  } cases[] = {{-1, 3000, 4001}, {0, 2, 8},  {1, 2, 8},   {2, 2, 8},   {3, 2, 8}, {4, 2, 8},
+               {-1, 0, 8},       {-1, 2, 0}, {-1, -2, 8}, {-1, 2, -8}, {-1, 65536, 65536}};
   for (const auto& c : cases) {
     LogCapture log;
     const uint8_t* in[3] = {frame.data(), frame.data(), frame.data()};
