@@ -64,8 +64,8 @@ int32_t register_frames(const uint8_t* const* frames, int32_t width, int32_t hei
   widths[0] = width;
   heights[0] = height;
   for (int32_t k = 1; k < levels; ++k) {
-    widths[k] = registration_level_side(widths[k - 1]);
-    heights[k] = registration_level_side(heights[k - 1]);
+    widths[k] = half_up(widths[k - 1]);
+    heights[k] = half_up(heights[k - 1]);
   }
 
   // One block: the six pointer tables, then level after level its six planes.

@@ -1,10 +1,13 @@
-// The registration pyramid's shape: how many levels a frame gets and the size
-// of each. Header-only, so that a program composing the exported operations
-// (tavo-hdr's staged capture) sizes its level planes exactly as the capture
-// does without linking anything beyond the public library.
+// The registration pyramid's shape: how many levels a frame gets, each level
+// half_up of the one above in both sides (platform/half_size.h). Header-only,
+// so that a program composing the exported operations (tavo-hdr's staged
+// capture) sizes its level planes exactly as the capture does without linking
+// anything beyond the public library.
 #pragma once
 
 #include <cstdint>
+
+#include "platform/half_size.h"
 
 namespace tavo {
 
@@ -22,9 +25,5 @@ inline uint8_t registration_level_count(int32_t width, int32_t height) {
   } while (old > 65);
   return static_cast<uint8_t>(n + 1);
 }
-
-// A side of the next level down: half the side above, rounded up, as the
-// wavelet's approximation band is.
-constexpr int32_t registration_level_side(int32_t side) { return (side & 1) + side / 2; }
 
 }  // namespace tavo

@@ -5,6 +5,7 @@
 #include "align/exposure_shift.h"
 #include "align/wavelet_rows.h"
 #include "include/tavo_lumo_hdr.h"
+#include "platform/half_size.h"
 #include "platform/log.h"
 #include "pool/band_jobs.h"
 
@@ -32,7 +33,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t wltDecompose(const uint8_t* src, uint8_t* ap
 
 extern "C" TAVO_HDR_EXPORT int32_t wltDecompose_parameter(void* record) {
   const auto& a = tavo::band_payload<WaveletJob>(record);
-  const int64_t out_width = (a.width & 1) + a.width / 2;
+  const int64_t out_width = tavo::half_up(a.width);
   int32_t first = 0, rows = 0;
   while (a.chunks->take(&first, &rows)) {
     const int64_t in = static_cast<int64_t>(first) * a.width;

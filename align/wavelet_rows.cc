@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/cpu.h"
+#include "platform/half_size.h"
 
 namespace tavo {
 
@@ -57,7 +58,7 @@ WaveletMainRowFn SelectWaveletMainRow(int32_t threshold) {
 void wavelet_level(const uint8_t* src, uint8_t* approx, uint8_t* bitmap, uint8_t* mask,
                    int32_t width, int32_t rows, int32_t threshold, WaveletMainRowFn main_row) {
   if (width < 1) return;
-  const int32_t out_width = (width & 1) + width / 2;
+  const int32_t out_width = half_up(width);
   const int32_t main_columns = width & ~15;
   for (int32_t r = 0; r < rows; r += 2) {
     const uint8_t* top = src + static_cast<int64_t>(r) * width;

@@ -2,8 +2,9 @@
 // side, and every level halves the one below it, rounding up.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
+
+#include "platform/half_size.h"
 
 namespace tavo {
 
@@ -18,9 +19,6 @@ constexpr uint8_t pyramid_level_count(int32_t width, int32_t height) {
   }
   return static_cast<uint8_t>(count);
 }
-
-// Size of the next level: half, rounded up.
-constexpr int32_t half_up(int32_t size) { return (size + (size & 1)) / 2; }
 
 // Entry 0 of both tables is the size itself; entries 1 ... levels-1 halve.
 constexpr void fill_pyramid_sizes(int32_t* widths, int32_t* heights, int32_t width,

@@ -44,8 +44,8 @@ bool run_staged_capture(const uint8_t* const* frames, int32_t width, int32_t hei
   const int32_t levels = registration_level_count(width, height);
   std::vector<int32_t> widths{width}, heights{height};
   for (int32_t k = 1; k < levels; ++k) {
-    widths.push_back(registration_level_side(widths.back()));
-    heights.push_back(registration_level_side(heights.back()));
+    widths.push_back(half_up(widths.back()));
+    heights.push_back(half_up(heights.back()));
   }
   LevelPlanes ref_approx(widths, heights), ref_bitmap(widths, heights), ref_mask(widths, heights);
   LevelPlanes moving_approx(widths, heights), moving_bitmap(widths, heights), moving_mask(widths, heights);
