@@ -9,12 +9,12 @@
 // time limit and no stop flag, and dumps nothing.
 #include "tools/staged_capture.h"
 
-#include <chrono>
 #include <vector>
 
 #include "align/registration_levels.h"
 #include "platform/yuv420_frame.h"
 #include "tavo_lumo_hdr.h"
+#include "tools/stopwatch.h"
 
 namespace tavo::tool {
 namespace {
@@ -32,15 +32,11 @@ struct LevelPlanes {
   }
 };
 
-double ms_since(std::chrono::steady_clock::time_point start) {
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-}
-
 }  // namespace
 
 bool run_staged_capture(const uint8_t* const* frames, int32_t width, int32_t height, const char* layout,
                         uint8_t* out, StagedCapture* result) {
-  auto start = std::chrono::steady_clock::now();
+  Stopwatch watch;
   const int32_t levels = registration_level_count(width, height);
   std::vector<int32_t> widths{width}, heights{height};
   for (int32_t k = 1; k < levels; ++k) {
@@ -68,20 +64,18 @@ bool run_staged_capture(const uint8_t* const* frames, int32_t width, int32_t hei
   }
   imageCrop(width, height, &result->crop_width, &result->crop_height, result->shift0[0], result->shift0[1],
             result->shift2[0], result->shift2[1], result->origins);
-  result->registration_ms = ms_since(start);
+  result->registration_ms = watch.lap_ms();
 
   // Zeroed, as the pipeline's buffer is wherever the fusion leaves it alone.
-  start = std::chrono::steady_clock::now();
   std::vector<uint8_t> fused(static_cast<size_t>(yuv420_planes(width, height).frame_bytes));
   if (pyrFuse(frames, 3, static_cast<uint32_t>(width), static_cast<uint32_t>(height), result->crop_width,
               result->crop_height, result->origins, fused.data(), layout) == -1) {
     return false;
   }
-  result->fusion_ms = ms_since(start);
+  result->fusion_ms = watch.lap_ms();
 
-  start = std::chrono::steady_clock::now();
   image_resize(fused.data(), out, result->crop_width, result->crop_height, width, height, layout);
-  result->resize_ms = ms_since(start);
+  result->resize_ms = watch.lap_ms();
   return true;
 }
 

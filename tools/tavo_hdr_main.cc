@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -30,6 +29,7 @@
 #include "tools/raw_io.h"
 #include "tools/scene/scene.h"
 #include "tools/staged_capture.h"
+#include "tools/stopwatch.h"
 #include "tools/yuv_convert.h"
 
 namespace fs = std::filesystem;
@@ -83,10 +83,6 @@ class LibraryLog {
   TempFile file_;
   bool open_ = false, verbose_ = false;
 } g_log;
-
-double ms_since(std::chrono::steady_clock::time_point start) {
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-}
 
 void print_time(const char* name, double ms) { printf("%-13s%9.1f ms\n", name, ms); }
 
@@ -162,10 +158,10 @@ int capture(const Frames& frames, std::vector<uint8_t>* out, double* ms) {
   int32_t result = 0;
   {
     DeferInterrupts defer;  // a signal stops the capture through the stop flag
-    const auto start = std::chrono::steady_clock::now();
+    const Stopwatch watch;
     result = HDR_Function(frames.data[0].data(), frames.data[1].data(), frames.data[2].data(), out->data(),
                           frames.height, frames.width, frames.layout.c_str());
-    *ms = ms_since(start);
+    *ms = watch.ms();
   }
   g_log.take(result == -1 && interrupting_signal() == 0);
   if (interrupting_signal() != 0) return kInterrupted;
@@ -454,9 +450,9 @@ int demo_command(const Options& options) {
   setup.dy2 = 2;
   const tavo::scene::Scene scene{w, h, 3};
   printf("scene: %dx%d room with a sunlit window, exposures 1/4x, 1x, 4x (the 1x frame is the reference)\n", w, h);
-  auto start = std::chrono::steady_clock::now();
+  Stopwatch watch;
   auto bracket = tavo::scene::render_bracket(scene, setup);
-  printf("rendered the bracket with sensor noise in %.1f ms\n", ms_since(start));
+  printf("rendered the bracket with sensor noise in %.1f ms\n", watch.ms());
 
   Pool pool;
   if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
@@ -499,7 +495,7 @@ int demo_command(const Options& options) {
   if (captured != out) return fail(kLibraryFailed, "HDR_Function and the staged capture gave different bytes");
   printf("%-13s%9.1f ms, the same bytes\n", "HDR_Function", ms);
 
-  start = std::chrono::steady_clock::now();
+  watch = Stopwatch();
   const RgbImage dark = to_rgb(bracket[0], w, h), normal = to_rgb(bracket[1], w, h),
                  bright = to_rgb(bracket[2], w, h), fused = to_rgb(out, w, h);
   const RgbImage sheet = contact_sheet(
@@ -508,7 +504,7 @@ int demo_command(const Options& options) {
     return fail(kInputError, error);
   }
   printf("wrote %s (%dx%d) and %s (%dx%d) in %.1f ms\n", result_path.c_str(), w, h, sheet_path.c_str(),
-         sheet.width, sheet.height, ms_since(start));
+         sheet.width, sheet.height, watch.ms());
   return kOk;
 }
 
@@ -530,7 +526,7 @@ int main(int argc, char** argv) {
   g_log.open(options.verbose);
   install_interrupt_handlers(raise_stop_flag);
   if (options.stop) tavo_hdr_set_stop_flag(1);
-  const auto start = std::chrono::steady_clock::now();
+  const Stopwatch watch;
   int code = kOk;
   try {
     LibrarySettings settings;
@@ -544,6 +540,6 @@ int main(int argc, char** argv) {
   if (const int sig = interrupting_signal(); sig != 0) {
     return fail(kInterrupted + sig, std::string("interrupted by ") + signal_name(sig));
   }
-  if (code == kOk) printf("done in %.1f ms\n", ms_since(start));
+  if (code == kOk) printf("done in %.1f ms\n", watch.ms());
   return code;
 }
