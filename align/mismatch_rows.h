@@ -12,7 +12,7 @@ namespace tavo {
 // Score of n pixels; the moving pointers and the reference pointers are already
 // placed at the pixels being paired.
 using MismatchRowFn = uint32_t (*)(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
-                                 const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
+                                   const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
 
 uint32_t MismatchRow_C(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
                        const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);

@@ -21,8 +21,7 @@ namespace tavo {
 // `blocks` steps of 16 input columns of rows top and bottom (the same row for
 // an unpaired last row) into 8 * blocks outputs.
 using WaveletMainRowFn = void (*)(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
-                                uint8_t* bitmap, uint8_t* mask, int32_t blocks,
-                                int32_t threshold);
+                                  uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
 
 void WaveletMainRow_C(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
                       uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);

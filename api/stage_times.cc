@@ -1,6 +1,7 @@
 #include "api/stage_times.h"
 
 #include <cstring>
+#include <iterator>
 #include <mutex>
 
 namespace tavo {
@@ -8,7 +9,7 @@ namespace {
 
 // The labels endTime is called with, in the order of the stages.
 constexpr const char* kLabels[] = {"align", "pyrFuse", "resize", "hdr_function"};
-constexpr int kStages = 4;
+constexpr int kStages = static_cast<int>(std::size(kLabels));
 
 std::mutex g_lock;
 double g_readings[kStages] = {-1, -1, -1, -1};

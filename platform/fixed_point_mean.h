@@ -1,7 +1,8 @@
 // Fixed-point arithmetic shared by the luma fusion and the chroma fusion: the
 // luma sample range, and the weighted means of blending and chroma fusion, one
-// output sample from the weight sum W and the weighted sum S. Both sums are 32-bit and wrap: they are
-// carried as uint32_t and read as signed where the arithmetic is signed.
+// output sample from the weight sum W and the weighted sum S. Both sums are
+// 32-bit and wrap: they are carried as uint32_t and read as signed where the
+// arithmetic is signed.
 //
 // Two rules exist for each operation and both are part of the result:
 //  - the exact rule divides in integers and rounds half away from zero;
