@@ -13,6 +13,7 @@
 #include "api/lifecycle.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/clock.h"
+#include "platform/environment.h"
 #include "platform/log.h"
 #include "platform/properties.h"
 #include "platform/yuv420_frame.h"
@@ -30,11 +31,12 @@ int64_t hdr_start_ns = 0;
 constexpr size_t kDumpNameMax = PATH_MAX;
 
 // The dump directory. A desktop build lets TAVO_HDR_DUMP_DIR in the environment
-// override the configured directory, so a replay tool can choose where a run
-// dumps; the phone build always uses the configured one.
+// (as read when the pool started) override the configured directory, so a
+// replay tool can choose where a run dumps; the phone build always uses the
+// configured one.
 const char* dump_directory() {
 #if !defined(__ANDROID__)
-  if (const char* dir = getenv("TAVO_HDR_DUMP_DIR"); dir != nullptr && dir[0] != '\0') return dir;
+  if (const char* dir = tavo::platform::environment().dump_dir; dir[0] != '\0') return dir;
 #endif
   return TAVO_HDR_DUMP_DIR;
 }

@@ -5,8 +5,10 @@
 
 #include "include/tavo_lumo_hdr.h"
 #include "platform/clock.h"
+#include "platform/environment.h"
 #include "platform/log.h"
 #include "platform/properties.h"
+#include "pool/library_lock.h"
 #include "pool/thread_pool.h"
 
 namespace tavo {
@@ -27,7 +29,11 @@ double endTime(const char* label, int64_t start_ns) {
 
 }  // namespace tavo
 
+// The environment is read here, under the library lock (no capture runs), and
+// kept until the next call: a capture never reads it.
 extern "C" TAVO_HDR_EXPORT int32_t tavo_hdr_pool_init(void) {
+  const tavo::LibraryLock hold;
+  tavo::platform::read_environment();
   char value[tavo::platform::kPropertyValueMax];
   tavo::platform::property_get("buildtime", value, "yes");
   HDR_LOG("value0=%s\n", value);

@@ -1,16 +1,11 @@
 #include "platform/cpu.h"
 
 #include <atomic>
-#include <cstdlib>
-#include <cstring>
+
+#include "platform/environment.h"
 
 namespace tavo::platform {
 namespace {
-
-bool switched_on(const char* variable) {
-  const char* value = getenv(variable);
-  return value != nullptr && *value != '\0' && strcmp(value, "0") != 0;
-}
 
 int detected() {
   int flags = 0;
@@ -25,28 +20,13 @@ int detected() {
   return flags;
 }
 
-int allowed_by_environment() {
-  if (switched_on("TAVO_HDR_PORTABLE")) return 0;
-  constexpr struct {
-    const char* variable;
-    int flag;
-  } kSwitches[] = {{"TAVO_HDR_DISABLE_SSE41", kCpuHasSSE41},
-                   {"TAVO_HDR_DISABLE_AVX2", kCpuHasAVX2},
-                   {"TAVO_HDR_DISABLE_NEON", kCpuHasNEON}};
-  int flags = -1;
-  for (const auto& s : kSwitches) {
-    if (switched_on(s.variable)) flags &= ~s.flag;
-  }
-  return flags;
-}
-
 constexpr int kUninitialised = -1;
 std::atomic<int> g_cpu_flags{kUninitialised};
 
 }  // namespace
 
 int MaskCpuFlags(int mask) {
-  const int flags = detected() & allowed_by_environment() & mask;
+  const int flags = detected() & ~environment().cpu_sets_off & mask;
   g_cpu_flags.store(flags, std::memory_order_relaxed);
   return flags;
 }

@@ -1,7 +1,8 @@
 // Instruction sets the row functions may use, one flag per set. The processor
 // is asked once; the environment can switch sets off, each on its own:
 //   TAVO_HDR_DISABLE_AVX2, TAVO_HDR_DISABLE_SSE41, TAVO_HDR_DISABLE_NEON
-// (any value but empty or "0"), and TAVO_HDR_PORTABLE for all of them. Each
+// (any value but empty or "0"), and TAVO_HDR_PORTABLE for all of them, as
+// the library's environment snapshot holds them (platform/environment.h). Each
 // row family's selector starts from its portable row and takes the widest row
 // whose set is on, so with AVX2 off a family with an SSE4.1 row runs that.
 #pragma once
@@ -17,8 +18,8 @@ inline constexpr int kCpuHasNEON = 0x4;
 int TestCpuFlag(int flag);
 
 // Tests and benchmarks: only the sets in `mask` that the processor has and the
-// environment allows stay on (the environment is read again); -1 puts back the
-// environment's choice, 0 leaves the portable rows. Returns the sets now on.
+// environment snapshot allows stay on; -1 puts back the environment's choice,
+// 0 leaves the portable rows. Returns the sets now on.
 int MaskCpuFlags(int mask);
 
 }  // namespace tavo::platform

@@ -1,5 +1,7 @@
 // The shared library's log writer on a host. The environment variable
-// TAVO_HDR_LOG, read at every line, decides where the library's lines go:
+// TAVO_HDR_LOG, as the library's environment snapshot holds it (taken when
+// tavo_hdr_pool_init runs, platform/environment.h), decides where the
+// library's lines go:
 //  - unset or empty: where they always went, Debian's android-liblog when the
 //    build links it, else stderr as "hdr E <message>";
 //  - "quiet": nowhere;
@@ -15,9 +17,9 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
+#include "platform/environment.h"
 #include "platform/log.h"
 
 #if defined(TAVO_HDR_WITH_LIBLOG)
@@ -52,8 +54,8 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
     if (n >= 0) sink(prio, tag, message);
     return n;
   }
-  const char* destination = getenv("TAVO_HDR_LOG");
-  const bool redirected = destination != nullptr && *destination != '\0';
+  const char* destination = tavo::platform::environment().log_destination;
+  const bool redirected = *destination != '\0';
   if (redirected && strcmp(destination, "quiet") == 0) return 0;
 
   va_list ap;

@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
+#include "platform/environment.h"
 #include "platform/log.h"
 
 #if defined(__ANDROID__)
@@ -127,13 +127,14 @@ class PropertyScanner {
   bool found_ = false;
 };
 
-// Reads the property file named by TAVO_HDR_PROPERTIES, at most
+// Reads the property file named by TAVO_HDR_PROPERTIES (as the environment
+// snapshot holds it), at most
 // kPropertyFileMax bytes of it: a property file is small, and a device or a
 // pipe given by mistake must neither block nor be read forever. Anything
 // other than a regular file is read without waiting for more data.
 bool read_property_file(const char* key, char* value) {
-  const char* path = getenv(kPropertyFileVariable);
-  if (path == nullptr || *path == '\0') return false;
+  const char* path = environment().property_file;
+  if (*path == '\0') return false;
   const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return false;
   struct stat st{};

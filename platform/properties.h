@@ -1,6 +1,7 @@
 // System properties. On Android they come from the platform's property store; on
 // a host build from a file of "key=value" lines (the build.prop format) named by
-// the environment variable TAVO_HDR_PROPERTIES, read afresh at every look-up.
+// the environment variable TAVO_HDR_PROPERTIES (taken when the environment is
+// read, platform/environment.h); the file itself is read afresh at every look-up.
 #pragma once
 
 #include <cstddef>

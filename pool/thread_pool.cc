@@ -3,6 +3,7 @@
 #include <sched.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -60,6 +61,44 @@ void parse_bind_cores(const char* value, int32_t workers, int32_t* cores) {
   }
 }
 
+// The pool's synchronisation objects, in the order they are made; a failure
+// releases those made before it.
+struct SyncInit {
+  int (*init)(thread_pool*);
+  void (*destroy)(thread_pool*);
+  const char* name;
+};
+constexpr SyncInit kSync[] = {
+    {[](thread_pool* t) { return pthread_mutex_init(&t->queue_lock, nullptr); },
+     [](thread_pool* t) { pthread_mutex_destroy(&t->queue_lock); }, "queue_lock"},
+    {[](thread_pool* t) { return pthread_cond_init(&t->queue_ready, nullptr); },
+     [](thread_pool* t) { pthread_cond_destroy(&t->queue_ready); }, "queue_ready"},
+    {[](thread_pool* t) { return pthread_mutex_init(&t->pro_lock, nullptr); },
+     [](thread_pool* t) { pthread_mutex_destroy(&t->pro_lock); }, "pro_lock"},
+    {[](thread_pool* t) { return pthread_cond_init(&t->pro_ready, nullptr); },
+     [](thread_pool* t) { pthread_cond_destroy(&t->pro_ready); }, "pro_ready"},
+    {[](thread_pool* t) { return pthread_mutex_init(&t->t_lock, nullptr); },
+     [](thread_pool* t) { pthread_mutex_destroy(&t->t_lock); }, "t_lock"},
+};
+
+// Starts worker i on core g_args[i] for every i whose worker is not running;
+// returns how many run now.
+int32_t start_workers(thread_pool* tp) {
+  int32_t running = 0;
+  for (int32_t i = 0; i < tp->max_thread_num; ++i) {
+    if (tp->thread_creatflag[i] != 1) {
+      const int err = tavo::platform::thread_create(&tp->threadid[i], thread_routine, &g_args[i]);
+      if (err != 0) HDR_LOG("can't create thread: %s\n", strerror(err));
+      tp->thread_creatflag[i] = err == 0 ? 1 : 0;
+    }
+    running += tp->thread_creatflag[i];
+  }
+  return running;
+}
+
+// Set in a forked child whose pool had workers: they did not come along.
+bool g_workers_lost = false;
+
 void free_pool_record(thread_pool* tp) {
   mem_free(tp->threadid);
   mem_free(tp->thread_creatflag);
@@ -86,24 +125,6 @@ extern "C" TAVO_HDR_EXPORT int32_t pool_init(int32_t max_thread_num) {
     return -1;
   }
 
-  // Synchronisation objects, in order; a failure releases those made before it.
-  struct SyncInit {
-    int (*init)(thread_pool*);
-    void (*destroy)(thread_pool*);
-    const char* name;
-  };
-  static constexpr SyncInit kSync[] = {
-      {[](thread_pool* t) { return pthread_mutex_init(&t->queue_lock, nullptr); },
-       [](thread_pool* t) { pthread_mutex_destroy(&t->queue_lock); }, "queue_lock"},
-      {[](thread_pool* t) { return pthread_cond_init(&t->queue_ready, nullptr); },
-       [](thread_pool* t) { pthread_cond_destroy(&t->queue_ready); }, "queue_ready"},
-      {[](thread_pool* t) { return pthread_mutex_init(&t->pro_lock, nullptr); },
-       [](thread_pool* t) { pthread_mutex_destroy(&t->pro_lock); }, "pro_lock"},
-      {[](thread_pool* t) { return pthread_cond_init(&t->pro_ready, nullptr); },
-       [](thread_pool* t) { pthread_cond_destroy(&t->pro_ready); }, "pro_ready"},
-      {[](thread_pool* t) { return pthread_mutex_init(&t->t_lock, nullptr); },
-       [](thread_pool* t) { pthread_mutex_destroy(&t->t_lock); }, "t_lock"},
-  };
   size_t made = 0;
   auto fail = [&]() {
     while (made > 0) kSync[--made].destroy(tp);
@@ -144,17 +165,9 @@ extern "C" TAVO_HDR_EXPORT int32_t pool_init(int32_t max_thread_num) {
 
   // Workers read the queue through `pool`; publish it before they start.
   pool = tp;
-  int32_t failed = 0;
-  for (int32_t i = 0; i < max_thread_num; ++i) {
-    g_args[i] = cores[i];
-    const int err = tavo::platform::thread_create(&tp->threadid[i], thread_routine, &g_args[i]);
-    if (err != 0) {
-      HDR_LOG("can't create thread: %s\n", strerror(err));
-      ++failed;
-    }
-    tp->thread_creatflag[i] = err == 0 ? 1 : 0;
-  }
-  if (failed == max_thread_num) {
+  g_workers_lost = false;
+  for (int32_t i = 0; i < max_thread_num; ++i) g_args[i] = cores[i];
+  if (start_workers(tp) == 0) {
     HDR_LOG("all LTM thread create failed.\n");
     pool = nullptr;
     return fail();
@@ -222,12 +235,22 @@ extern "C" TAVO_HDR_EXPORT int32_t pool_add_worker(void* (*routine)(void*),
                                                                           void* arg) {
   const tavo::LibraryLock hold;  // the pool cannot go away while a job is queued
   thread_pool* tp = pool;
-  auto* job = static_cast<pool_job*>(mem_alloc(sizeof(pool_job)));
-  if (tp == nullptr || job == nullptr) {
+  if (tp != nullptr && g_workers_lost) {
+    // The first job of a forked child: its parent's workers did not come
+    // along, so it starts its own.
+    g_workers_lost = false;
+    if (start_workers(tp) == 0) HDR_LOG("no worker could be started after fork\n");
+  }
+  const bool workers =
+      tp != nullptr && std::count(tp->thread_creatflag, tp->thread_creatflag + tp->max_thread_num, 1) > 0;
+  auto* job = workers ? static_cast<pool_job*>(mem_alloc(sizeof(pool_job))) : nullptr;
+  if (!workers || job == nullptr) {
     // No queue to wait on: run the job here so that whoever waits for it is
     // not left waiting.
     if (tp == nullptr) {
       HDR_LOG("no thread pool, job runs on the calling thread\n");
+    } else if (!workers) {
+      HDR_LOG("no worker thread, job runs on the calling thread\n");
     } else {
       HDR_LOG("can't malloc job, job runs on the calling thread\n");
     }
@@ -287,4 +310,22 @@ extern "C" TAVO_HDR_EXPORT int32_t pool_destroy() {
   mem_free(tp);
   pool = nullptr;
   return result;
+}
+
+// In a forked child (the library lock was held across the fork, so no batch
+// was running): the queue and its locks are made anew and the workers marked
+// as not running; the next job starts them again.
+void tavo::forget_workers_after_fork() {
+  thread_pool* tp = pool;
+  if (tp == nullptr) return;
+  for (const SyncInit& sync : kSync) sync.init(tp);
+  while (pool_job* job = tp->queue_head) {
+    tp->queue_head = job->next;
+    mem_free(job);
+  }
+  tp->cur_queue_size = 0;
+  for (int32_t i = 0; i < tp->max_thread_num; ++i) {
+    if (tp->thread_creatflag[i] == 1) g_workers_lost = true;
+    tp->thread_creatflag[i] = 0;
+  }
 }

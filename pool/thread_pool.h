@@ -43,4 +43,9 @@ inline constexpr int kPoolWorkers = 4;
 // Yields the processor between looks, so that a thread with work on the same
 // core goes on. True once ready.
 bool spin_until_ready(bool (*ready)(const void*), const void* arg);
+
+// Called in a forked child with the library lock held across the fork: the
+// parent's workers do not exist there. Resets the pool's queue and locks and
+// has the next job start the workers again.
+void forget_workers_after_fork();
 }

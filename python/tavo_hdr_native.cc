@@ -29,9 +29,6 @@ namespace {
 // else into a TypeError instead of a silent copy.
 using Bytes = py::array_t<uint8_t, py::array::c_style>;
 
-// Files read through the module: write_raw never replaces one of them.
-std::vector<tavo::tool::FileId> g_inputs;
-
 [[noreturn]] void raise(PyObject* type, const std::string& message) {
   PyErr_SetString(type, message.c_str());
   throw py::error_already_set();
@@ -78,38 +75,43 @@ Bytes read_raw(const std::string& path, int32_t width, int32_t height) {
   std::vector<uint8_t> bytes;
   std::string error;
   if (!tavo::tool::read_raw_frame(path, width, height, &bytes, &error)) raise(PyExc_OSError, error);
-  tavo::tool::add_file_id(path, &g_inputs);
   return adopt(std::move(bytes), {frame_rows(height), width});
 }
 
 void write_raw(const std::string& path, const Bytes& array) {
   std::string error;
-  if (!tavo::tool::write_output(path, array.data(), static_cast<size_t>(array.nbytes()), g_inputs, &error)) {
+  if (!tavo::tool::write_output(path, array.data(), static_cast<size_t>(array.nbytes()), {}, &error)) {
     raise(PyExc_OSError, error);
   }
 }
 
+// Paths and names come in as the bytes the system takes (the package turns
+// str and PathLike into them) and go back as bytes, which the package decodes
+// as os.fsdecode does: a name that is not UTF-8 survives the round trip.
+
 // (width, height, layout, stamp) of a capture's base name, None when it is not one.
-std::optional<std::tuple<int32_t, int32_t, std::string, std::string>> parse_dump_name(const std::string& base) {
+std::optional<std::tuple<int32_t, int32_t, py::bytes, py::bytes>> parse_dump_name(const std::string& base) {
   tavo::tool::DumpName name;
   if (!tavo::tool::parse_dump_name(base, &name)) return std::nullopt;
-  return std::make_tuple(name.width, name.height, name.layout, name.stamp);
+  return std::make_tuple(name.width, name.height, py::bytes(name.layout), py::bytes(name.stamp));
 }
 
 // (prefix, width, height, layout) of the captures `args` name, as replay takes them.
-std::vector<std::tuple<std::string, int32_t, int32_t, std::string>> collect_captures(
+std::vector<std::tuple<py::bytes, int32_t, int32_t, py::bytes>> collect_captures(
     const std::vector<std::string>& args) {
   std::vector<tavo::tool::Capture> captures;
   std::string error;
   if (tavo::tool::collect_captures(args, &captures, &error) != tavo::tool::Collected::kCollected) {
     raise(PyExc_OSError, error);
   }
-  std::vector<std::tuple<std::string, int32_t, int32_t, std::string>> out;
-  for (const auto& c : captures) out.emplace_back(c.prefix, c.name.width, c.name.height, c.name.layout);
+  std::vector<std::tuple<py::bytes, int32_t, int32_t, py::bytes>> out;
+  for (const auto& c : captures) {
+    out.emplace_back(py::bytes(c.prefix), c.name.width, c.name.height, py::bytes(c.name.layout));
+  }
   return out;
 }
 
-std::optional<std::string> dumped_output(const std::string& prefix) {
+std::optional<py::bytes> dumped_output(const std::string& prefix) {
   std::vector<tavo::tool::Capture> captures;
   std::string error;
   if (tavo::tool::collect_captures({prefix}, &captures, &error) != tavo::tool::Collected::kCollected ||
@@ -118,7 +120,7 @@ std::optional<std::string> dumped_output(const std::string& prefix) {
   }
   std::string path = tavo::tool::find_dumped_output(captures[0]);
   if (path.empty()) return std::nullopt;
-  return path;
+  return py::bytes(path);
 }
 
 Bytes yuv_to_rgb(const Bytes& frame, int32_t width, int32_t height, const std::string& layout) {

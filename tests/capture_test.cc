@@ -5,8 +5,10 @@
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <csignal>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -18,6 +20,7 @@
 #include "api/lifecycle.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/clock.h"
+#include "platform/environment.h"
 #include "platform/memory.h"
 #include "pool/band_jobs.h"
 #include "pool/thread_pool.h"
@@ -252,6 +255,64 @@ TEST_F(Capture, ExportedOperationsBesideCapturesGiveTheirOwnResults) {
   for (std::thread& t : threads) t.join();
 }
 
+// A host program may change its environment from any thread at any time, and
+// reading it meanwhile can crash: a capture never reads it.
+std::atomic<bool> g_counting_getenv{false};
+std::atomic<int> g_getenv_calls{0};
+
+TEST_F(Capture, NeverReadsTheEnvironment) {
+  ScopedProperties props({{"saveinput", "no"}});  // the property file is read, its name is not
+  std::atomic<bool> done{false};
+  std::thread host([&] {
+    for (int k = 0; !done; ++k) {
+      const std::string name = "TAVO_HOST_" + std::to_string(k % 64);
+      k % 2 ? unsetenv(name.c_str()) : setenv(name.c_str(), std::string(k % 300, 'x').c_str(), 1);
+    }
+  });
+  int32_t result = -1;
+  const std::vector<uint8_t> reference = run(64, 48, "YUV420_PLANAR", &result);
+  g_counting_getenv = true;
+  for (int k = 0; k < 200 && !HasFailure(); ++k) {
+    EXPECT_EQ(run(64, 48, "YUV420_PLANAR", &result), reference);
+    EXPECT_EQ(result, 0);
+  }
+  g_counting_getenv = false;
+  done = true;
+  host.join();
+  EXPECT_EQ(g_getenv_calls, 0);
+}
+
+// fork() copies only the thread that calls it: a child forked while another
+// thread of the parent runs captures finds the library whole, its workers
+// started again on first use, and its captures give the parent's bytes.
+TEST_F(Capture, ForkedChildrenCaptureAsTheParentDoes) {
+#if defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "ThreadSanitizer does not follow threads started after a fork";
+#endif
+  int32_t result = -1;
+  const std::vector<uint8_t> reference = run(320, 240, "YVU420_SEMIPLANAR", &result);
+  std::atomic<bool> done{false};
+  std::thread camera([&] {
+    int32_t r = -1;
+    while (!done) EXPECT_EQ(run(320, 240, "YVU420_SEMIPLANAR", &r), reference);
+  });
+  for (int child = 0; child < 3; ++child) {
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      int32_t r = -1;
+      const bool same = run(320, 240, "YVU420_SEMIPLANAR", &r) == reference && r == 0;
+      const bool workers = std::count(pool->thread_creatflag, pool->thread_creatflag + kPoolWorkers, 1) == kPoolWorkers;
+      _exit(same && workers && tavo_hdr_pool_destroy() == 0 ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child " << child << " status " << status;
+  }
+  done = true;
+  camera.join();
+}
+
 // Dumps go to the directory the build configured. The suite runs in several
 // processes at once, so each test holds a lock on that directory.
 class CaptureDumps : public Capture {
@@ -372,6 +433,7 @@ TEST_F(CaptureDumps, FailuresNameThePathAndTheReason) {
     setrlimit(RLIMIT_FSIZE, &saved);
     signal(SIGXFSZ, SIG_DFL);
     unsetenv("TAVO_HDR_DUMP_DIR");
+    platform::read_environment();
     for (const std::string& line : c.lines) EXPECT_TRUE(log.contains(line)) << line << "\n" << log.joined();
     EXPECT_EQ(log.contains("START"), c.save != std::string("saveinput") || c.result == 0);
     size_t written = 0;  // dumps in the directory, and beside it
@@ -390,3 +452,14 @@ TEST_F(CaptureDumps, FailuresNameThePathAndTheReason) {
 
 }  // namespace
 }  // namespace tavo
+
+// The C library's getenv, read straight from the environment (no lock, as
+// the C library's), counted while a test asks.
+extern "C" char* getenv(const char* name) {
+  if (tavo::g_counting_getenv) ++tavo::g_getenv_calls;
+  const size_t n = strlen(name);
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    if (strncmp(*entry, name, n) == 0 && (*entry)[n] == '=') return *entry + n + 1;
+  }
+  return nullptr;
+}

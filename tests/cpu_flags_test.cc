@@ -16,6 +16,7 @@
 #include "fusion/blend_rows.h"
 #include "fusion/pyramid_rows.h"
 #include "platform/cpu.h"
+#include "platform/environment.h"
 #include "support/cpu_masks.h"
 
 namespace tavo {
@@ -45,6 +46,7 @@ class ScopedSwitch {
  private:
   void set(const char* value) {
     value != nullptr ? setenv(variable_, value, 1) : unsetenv(variable_);
+    platform::read_environment();
     platform::MaskCpuFlags(-1);
   }
   const char* variable_;

@@ -351,7 +351,7 @@ TEST(DispatchersDeathTest, NullArgumentsAreReportedWithTheirPointers) {
   GTEST_FLAG_SET(death_test_style, "fast");
   for (const auto& c : cases) {
     if (c.dies) {
-      EXPECT_DEATH((setenv("TAVO_TEST_LOG", "1", 1), c.call()), c.lines[0]);
+      EXPECT_DEATH((test::EchoLogToStderr(), c.call()), c.lines[0]);
       continue;
     }
     test::LogCapture log;

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <string>
 
+#include "platform/environment.h"
 #include "platform/properties.h"
 #include "support/test_support.h"
 
@@ -16,9 +17,11 @@ namespace {
 
 std::string lookup(const std::string& path, const char* key) {
   setenv(platform::kPropertyFileVariable, path.c_str(), 1);
+  platform::read_environment();
   char value[platform::kPropertyValueMax];
   platform::property_get(key, value, "default");
   unsetenv(platform::kPropertyFileVariable);
+  platform::read_environment();
   return value;
 }
 

@@ -2,7 +2,9 @@
 library's own log; run by ctest with PYTHONPATH at the build tree."""
 
 import os
+import pathlib
 import subprocess
+import sys
 import tempfile
 import unittest
 
@@ -73,7 +75,7 @@ class TavoHdrTest(unittest.TestCase):
         with open(self.path("hdr.prop"), "w") as p:
             p.write("saveinput=yes\n")
         missing = self.path("missing/dir")
-        os.environ["TAVO_HDR_LOG"] = "quiet"  # the module's own log file takes its place during a capture
+        os.environ["TAVO_HDR_LOG"] = "quiet"  # the module's own log takes its place while the pool starts
         self.addCleanup(os.environ.pop, "TAVO_HDR_LOG", None)
         cases = [
             # A dump directory that does not exist fails the capture; the log names it.
@@ -84,6 +86,7 @@ class TavoHdrTest(unittest.TestCase):
         for env, stop, error, message in cases:
             with self.subTest(error.__name__):
                 os.environ.update(env)
+                tavo_hdr.restart()  # the library reads its environment as the pool starts
                 tavo_hdr.set_stop_flag(stop)
                 try:
                     with self.assertRaisesRegex(error, message):
@@ -92,25 +95,81 @@ class TavoHdrTest(unittest.TestCase):
                     tavo_hdr.set_stop_flag(0)
                     for key in env:
                         del os.environ[key]
+                    tavo_hdr.restart()
                 self.assertEqual(os.environ["TAVO_HDR_LOG"], "quiet")
+
+    def test_hosts_that_fork_or_interrupt(self):
+        """Each case runs in a fresh interpreter: a hang there ends it at the
+        time-out, a crash shows in its exit status, and what it leaves in its
+        TMPDIR (nothing) is seen. (Threads that change the environment during
+        captures: capture_test.cc.)"""
+        setup = "import multiprocessing, os, signal, sys, threading, time, numpy as np, tavo_hdr\n" \
+                "frames = [np.random.default_rng(k).integers(0, 256, 64 * 72, np.uint8) for k in range(3)]\n" \
+                "def fuse(_=None):\n" \
+                "    return tavo_hdr.fuse(frames, 64, 48).tobytes()\n"
+        cases = {
+            # Children forked after the parent fused (its pool running) fuse the same bytes; a child
+            # of os.fork ends normally, through the module's exit handler.
+            "fork": "expected = fuse()\n"
+                    "with multiprocessing.get_context('fork').Pool(4) as pool:\n"
+                    "    assert pool.map(fuse, range(4)) == [expected] * 4\n"
+                    "pid = os.fork()\n"
+                    "if pid == 0:\n"
+                    "    sys.exit(0 if fuse() == expected else 3)\n"
+                    "assert os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]) == 0\n",
+            # Ctrl-C during a long capture stops it at its next stage, through the stop flag, and
+            # the next capture runs.
+            "interrupt": "big = [np.full(4000 * 4500, 60 * (k + 1), np.uint8) for k in range(3)]\n"
+                         "def ctrl_c():\n"
+                         "    while not any(t.name == 'tavo_hdr capture' for t in threading.enumerate()):\n"
+                         "        time.sleep(0.001)\n"
+                         "    time.sleep(0.01)\n"
+                         "    os.kill(os.getpid(), signal.SIGINT)\n"
+                         "threading.Thread(target=ctrl_c).start()\n"
+                         "try:\n"
+                         "    tavo_hdr.fuse(big, 4000, 3000)\n"
+                         "    sys.exit('not interrupted')\n"
+                         "except KeyboardInterrupt:\n"
+                         "    assert any('stop flag' in line for line in tavo_hdr.last_log()), tavo_hdr.last_log()\n"
+                         "fuse()\n",
+        }
+        for what, body in cases.items():
+            with self.subTest(what), tempfile.TemporaryDirectory() as tmp:
+                env = dict(os.environ, TMPDIR=tmp)
+                run = subprocess.run([sys.executable, "-c", setup + body], env=env, capture_output=True,
+                                     text=True, timeout=120)
+                self.assertEqual(run.returncode, 0, run.stderr)
+                self.assertEqual(os.listdir(tmp), [])
 
     def test_raw_files_and_dumps(self):
         frames = bracket(64, 48, 2)
-        base = self.path("IMG_64x48YVU420_SEMIPLANAR_20240101_120000")
-        for k, frame in enumerate(frames):
-            tavo_hdr.write_raw(f"{base}_{k}.yuv", frame)
-        read, width, height, layout = tavo_hdr.read_capture(base)
-        self.assertEqual((width, height, layout), (64, 48, "YVU420_SEMIPLANAR"))
-        self.assertTrue(all(np.array_equal(got, frame) for got, frame in zip(read, frames)))
+        # A directory whose name is not UTF-8, as os.listdir gives it: str with surrogate escapes.
+        folder = self.path(os.fsdecode(b"caf\xe9"))
+        os.mkdir(folder)
+        for given in (str, os.fsencode, pathlib.Path):
+            base = given(os.path.join(folder, "IMG_64x48YVU420_SEMIPLANAR_20240101_120000"))
+            with self.subTest(type(base).__name__):
+                name = os.fspath(base)
+                for k, frame in enumerate(frames):
+                    suffix = "_%d.yuv" % k
+                    tavo_hdr.write_raw(name + (suffix if isinstance(name, str) else os.fsencode(suffix)), frame)
+                read, width, height, layout = tavo_hdr.read_capture(base)
+                self.assertEqual((width, height, layout), (64, 48, "YVU420_SEMIPLANAR"))
+                self.assertTrue(all(np.array_equal(got, frame) for got, frame in zip(read, frames)))
+                self.assertIsNone(tavo_hdr.dumped_output(base))
+        precious = self.path("precious.txt")
+        with open(precious, "w") as f:
+            f.write("keep")
         refusals = [
-            ("an input", lambda: tavo_hdr.write_raw(f"{base}_0.yuv", frames[2]), OSError),
+            ("NUL in a path", lambda: tavo_hdr.write_raw(precious + "\0.yuv", frames[2]), ValueError),
+            ("missing file", lambda: tavo_hdr.read_raw(self.path("missing.yuv"), 64, 48), OSError),
             ("not a dump name", lambda: tavo_hdr.read_dump(self.path("new.yuv")), ValueError),
         ]
         for what, call, error in refusals:
             with self.subTest(what), self.assertRaises(error):
                 call()
-        self.assertTrue(np.array_equal(np.fromfile(f"{base}_0.yuv", np.uint8), frames[0].ravel()))
-
+        with open(precious) as f:
+            self.assertEqual(f.read(), "keep")
 
 if __name__ == "__main__":
     unittest.main()

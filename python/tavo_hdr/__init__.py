@@ -8,7 +8,13 @@ A frame is a uint8 array of width*height*3/2 bytes, luma then chroma, either
     hdr = tavo_hdr.fuse(frames, w, h, layout)
     rgb = tavo_hdr.yuv_to_rgb(hdr, w, h, layout)      # (h, w, 3), e.g. for plt.imshow
 
-Captures run one at a time; the GIL is released while one runs.
+Captures run one at a time, on a thread of their own while the caller waits:
+Ctrl-C stops a running capture at its next stage (through the library's stop
+flag) and raises KeyboardInterrupt then. The library reads its environment
+(TAVO_HDR_PROPERTIES, TAVO_HDR_DUMP_DIR, the instruction-set switches) when
+its worker pool starts, at the first fuse(); restart() has the next fuse()
+read it again. A forked child (multiprocessing, os.fork) fuses as its parent
+does.
 """
 
 import atexit
@@ -22,7 +28,7 @@ import numpy as np
 from . import _native
 
 __all__ = [
-    "LAYOUTS", "FusionError", "Stopped", "fuse", "set_stop_flag", "last_log",
+    "LAYOUTS", "FusionError", "Stopped", "fuse", "restart", "set_stop_flag", "last_log",
     "read_raw", "write_raw", "read_dump", "read_capture", "dumped_output",
     "yuv_to_rgb", "rgb_to_yuv",
 ]
@@ -42,51 +48,139 @@ class Stopped(RuntimeError):
     """The capture stopped because the stop flag is set (result 1)."""
 
 
-_lock = threading.Lock()  # one capture at a time, and one owner of TAVO_HDR_LOG
-_pool_started = False
+class _Log:
+    """Where the library's log lines go: a file that lives in memory only (a
+    memfd the library appends to as /proc/self/fd/N), so that nothing is left
+    behind however the process ends; a temporary file removed at exit where
+    there is no such file."""
+
+    def __init__(self):
+        self.path = None
+        try:
+            self.fd = os.memfd_create("tavo_hdr_log", os.MFD_CLOEXEC)
+            if os.path.exists(f"/proc/self/fd/{self.fd}"):
+                self.name = f"/proc/self/fd/{self.fd}"
+                return
+            os.close(self.fd)
+        except (AttributeError, OSError):
+            pass
+        self.fd, self.path = tempfile.mkstemp(prefix="tavo_hdr_log_")
+        self.name = self.path
+
+    def take(self):
+        """The lines written since the last call."""
+        size = os.fstat(self.fd).st_size
+        text = os.pread(self.fd, size, 0) if size else b""
+        os.ftruncate(self.fd, 0)
+        return text.decode("utf-8", "replace").splitlines()
+
+    def close(self):
+        os.close(self.fd)
+        if self.path is not None:
+            os.unlink(self.path)
+
+
+_lock = threading.Lock()  # one capture at a time, and one owner of the pool's start and stop
+_log = None               # a _Log while the pool runs
+_stop_flag = 0            # the value set_stop_flag() last set
 _last_log = []
 
 
-def _logged(call):
-    """Runs call() with the library's log lines appended to a temporary file
-    (the library reads TAVO_HDR_LOG at every line); returns (result, lines).
-    The variable's previous value is restored and the file removed."""
-    fd, path = tempfile.mkstemp(prefix="tavo_hdr_log_")
-    os.close(fd)
+def _start_pool():
+    """Starts the library's pool with its log sent to a new _Log: the library
+    reads TAVO_HDR_LOG, like the rest of its environment, as the pool starts.
+    The variable is put back at once. False when the pool did not start."""
+    global _log
+    _log = _Log()
     previous = os.environ.get("TAVO_HDR_LOG")
-    os.environ["TAVO_HDR_LOG"] = path
+    os.environ["TAVO_HDR_LOG"] = _log.name
     try:
-        result = call()
+        return _native.pool_init() == 0
     finally:
         if previous is None:
             os.environ.pop("TAVO_HDR_LOG", None)
         else:
             os.environ["TAVO_HDR_LOG"] = previous
-        try:
-            with open(path, encoding="utf-8", errors="replace") as f:
-                lines = f.read().splitlines()
-        finally:
-            os.unlink(path)
-    return result, lines
+
+
+def _drop_log():
+    global _log
+    _log.close()
+    _log = None
 
 
 def _stop_pool():
+    """Stops the pool, if it runs; its last lines are dropped with its _Log."""
+    if _log is not None:
+        _native.pool_destroy()
+        _drop_log()
+
+
+def _at_exit():
     with _lock:
-        if _pool_started:
-            _logged(_native.pool_destroy)
+        _stop_pool()
+
+
+def _after_fork_in_child():
+    # The parent's lock may have been held by a thread that is not here, and
+    # its log file is the parent's: the child starts the pool anew (the
+    # library has already let go of the parent's workers).
+    global _lock, _log
+    _lock = threading.Lock()
+    if _log is not None:
+        os.close(_log.fd)  # the parent's, and its to remove
+        _log = None
+        _native.pool_destroy()
+
+
+atexit.register(_at_exit)
+os.register_at_fork(after_in_child=_after_fork_in_child)
+
+
+def _wait_interruptibly(call):
+    """call() on a thread of its own while this one waits. Ctrl-C (a
+    KeyboardInterrupt while waiting) raises the stop flag, so that the capture
+    ends at its next stage, waits for that and puts the flag back. Returns
+    (call's result, the KeyboardInterrupt or None) or raises what call raised."""
+    outcome = []
+    done = threading.Event()  # waited for rather than the thread: an interrupted join() loses track of it
+
+    def body():
+        try:
+            outcome.append((True, call()))
+        except BaseException as error:  # handed to the waiting thread
+            outcome.append((False, error))
+        finally:
+            done.set()
+
+    threading.Thread(target=body, name="tavo_hdr capture", daemon=True).start()
+    interrupt = None
+    while True:
+        try:
+            while not done.wait(0.05):
+                pass
+            break
+        except KeyboardInterrupt as error:
+            if interrupt is None:
+                interrupt = error
+                _native.set_stop_flag(1)
+    if interrupt is not None:
+        _native.set_stop_flag(_stop_flag)
+    ok, value = outcome[0]
+    if not ok:
+        raise value
+    return value, interrupt
 
 
 def _capture(frames, out, width, height, layout):
-    """Starts the pool on first use and runs one capture; None when the pool
-    did not start. Both run inside one log capture, so that the workers' first
-    lines land in it too."""
-    global _pool_started
-    if not _pool_started:
-        if _native.pool_init() != 0:
-            return None
-        _pool_started = True
-        atexit.register(_stop_pool)
-    return _native.hdr_function(*frames, out, width, height, layout)
+    """Starts the pool on first use and runs one capture; (result, log lines),
+    result None when the pool did not start."""
+    if _log is None and not _start_pool():
+        lines = _log.take()
+        _drop_log()
+        return None, lines
+    result = _native.hdr_function(*frames, out, width, height, layout)
+    return result, _log.take()
 
 
 def _check_size(width, height, multiple):
@@ -139,7 +233,9 @@ def fuse(frames, width, height, layout="YUV420_PLANAR"):
     global _last_log
     out = np.empty_like(frames[0])
     with _lock:
-        result, _last_log = _logged(lambda: _capture(frames, out, width, height, layout))
+        (result, _last_log), interrupt = _wait_interruptibly(lambda: _capture(frames, out, width, height, layout))
+    if interrupt is not None:
+        raise interrupt  # last_log() shows where the capture stopped
     if result is None:
         raise FusionError("the library's worker pool did not start; its log:\n" + "\n".join(_last_log), _last_log)
     if result == 1:
@@ -152,7 +248,17 @@ def fuse(frames, width, height, layout="YUV420_PLANAR"):
 
 def set_stop_flag(flag):
     """1 stops a running capture (and every later one) at its next stage end; 0 re-arms."""
-    _native.set_stop_flag(int(flag))
+    global _stop_flag
+    _stop_flag = int(flag)
+    _native.set_stop_flag(_stop_flag)
+
+
+def restart():
+    """Stops the library's worker pool; the next fuse() starts it again and
+    the library reads its environment anew (TAVO_HDR_PROPERTIES,
+    TAVO_HDR_DUMP_DIR, the instruction-set switches)."""
+    with _lock:
+        _stop_pool()
 
 
 def last_log():
@@ -160,19 +266,30 @@ def last_log():
     return list(_last_log)
 
 
+def _path(path):
+    """A path as the bytes the system takes: str (names that are not UTF-8
+    come as surrogate escapes, as os.listdir gives them), bytes or a PathLike."""
+    path = os.fsencode(os.fspath(path))
+    if b"\0" in path:
+        raise ValueError(f"path holds a NUL byte: {os.fsdecode(path)!r}")
+    return path
+
+
 def read_raw(path, width, height):
     """A raw frame of exactly width*height*3/2 bytes, shaped (height*3//2, width).
-    Only regular files are read."""
+    Only regular files are read; a file that cannot be read raises OSError
+    (FileNotFoundError, PermissionError, ...) with its path."""
     width, height = _check_size(width, height, 2)
-    return _native.read_raw(os.fspath(path), width, height)
+    return _native.read_raw(_path(path), width, height)
 
 
 def write_raw(path, array):
     """Writes the array's bytes to path through a temporary file renamed into
-    place. Raises OSError rather than replace a file read through this module,
-    a non-regular file or a file with several hard links."""
+    place, so that no reader ever sees a partial file. Raises OSError, with
+    the path, rather than replace a non-regular file or a file with several
+    hard links, and when the file cannot be written."""
     _check_array(array, "the array")
-    _native.write_raw(os.fspath(path), array)
+    _native.write_raw(_path(path), array)
 
 
 _DUMP_SUFFIX = re.compile(r"_(?:[012]|hdr|replay(?:\.\d+)?)\.yuv$")
@@ -182,31 +299,33 @@ def read_dump(path):
     """A frame the library dumped (…_0.yuv, _1.yuv, _2.yuv, _hdr.yuv) or the tool
     replayed (…_replay.yuv): (array, width, height, layout), size and layout
     from the name IMG_<W>x<H><layout>_<yyyymmdd>_<hhmmss>_<k>.yuv."""
-    path = os.fspath(path)
-    name = os.path.basename(path)
-    parsed = _native.parse_dump_name(_DUMP_SUFFIX.sub("", name)) if _DUMP_SUFFIX.search(name) else None
+    path = _path(path)
+    name = os.fsdecode(os.path.basename(path))
+    parsed = _native.parse_dump_name(_path(_DUMP_SUFFIX.sub("", name))) if _DUMP_SUFFIX.search(name) else None
     if parsed is None:
-        raise ValueError(f"{name} is not a dump name (IMG_<W>x<H><layout>_<yyyymmdd>_<hhmmss>_<k>.yuv)")
+        raise ValueError(f"{name!r} is not a dump name (IMG_<W>x<H><layout>_<yyyymmdd>_<hhmmss>_<k>.yuv)")
     width, height, layout, _ = parsed
-    return read_raw(path, width, height), width, height, layout
+    return read_raw(path, width, height), width, height, os.fsdecode(layout)
 
 
 def read_capture(prefix):
     """The three dumped inputs of a capture, named as tavo-hdr replay takes it
     (the base name with its directory, with or without _0.yuv):
     ([dark, normal, bright], width, height, layout)."""
-    captures = _native.collect_captures([os.fspath(prefix)])
+    prefix = _path(prefix)
+    captures = _native.collect_captures([prefix])
     if len(captures) != 1:
-        raise ValueError(f"{prefix} names {len(captures)} captures, not one")
+        raise ValueError(f"{os.fsdecode(prefix)!r} names {len(captures)} captures, not one")
     base, width, height, layout = captures[0]
-    frames = [read_raw(f"{base}_{k}.yuv", width, height) for k in range(3)]
-    return frames, width, height, layout
+    frames = [read_raw(base + b"_%d.yuv" % k, width, height) for k in range(3)]
+    return frames, width, height, os.fsdecode(layout)
 
 
 def dumped_output(prefix):
     """Path of the output the library dumped for a capture, found as replay
     finds it (its time stamp may be later than the inputs'); None when none."""
-    return _native.dumped_output(os.fspath(prefix))
+    path = _native.dumped_output(_path(prefix))
+    return None if path is None else os.fsdecode(path)
 
 
 def yuv_to_rgb(frame, width, height, layout="YUV420_PLANAR"):

@@ -10,6 +10,7 @@
 
 #include "include/tavo_lumo_hdr.h"
 #include "platform/clock.h"
+#include "platform/environment.h"
 #include "platform/log.h"
 #include "platform/memory.h"
 #include "platform/properties.h"
@@ -19,12 +20,14 @@ namespace {
 std::mutex g_log_mutex;
 std::vector<std::string> g_lines;
 bool g_capturing = false;
+// Read once: a test may change the environment while captures log.
+std::atomic<bool> g_echo{getenv("TAVO_TEST_LOG") != nullptr};
 // The tests' log sink: keeps every line while a LogCapture lives, and echoes
-// it to stderr when TAVO_TEST_LOG is set.
+// it to stderr when TAVO_TEST_LOG is set (or EchoLogToStderr was called).
 void capture_line(int prio, const char* tag, const char* line) {
   EXPECT_EQ(prio, tavo::platform::kLogPriorityError);
   EXPECT_STREQ(tag, "hdr");
-  if (getenv("TAVO_TEST_LOG") != nullptr) fprintf(stderr, "hdr: %s", line);
+  if (g_echo) fprintf(stderr, "hdr: %s", line);
   std::lock_guard<std::mutex> lock(g_log_mutex);
   if (g_capturing) g_lines.emplace_back(line);
 }
@@ -35,6 +38,8 @@ void capture_line(int prio, const char* tag, const char* line) {
 }  // namespace
 
 namespace tavo::test {
+
+void EchoLogToStderr() { g_echo = true; }
 
 LogCapture::LogCapture() {
   std::lock_guard<std::mutex> lock(g_log_mutex);
@@ -84,10 +89,12 @@ ScopedProperties::ScopedProperties(
   EXPECT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
   close(fd);
   setenv(platform::kPropertyFileVariable, path_.c_str(), 1);
+  platform::read_environment();
 }
 
 ScopedProperties::~ScopedProperties() {
   unsetenv(platform::kPropertyFileVariable);
+  platform::read_environment();
   unlink(path_.c_str());
 }
 

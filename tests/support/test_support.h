@@ -26,6 +26,10 @@ class LogCapture {
   std::string joined() const;
 };
 
+// Every later log line also goes to stderr (as with TAVO_TEST_LOG set), e.g.
+// for a death test to match.
+void EchoLogToStderr();
+
 // Dark, normal and bright frames of the synthetic scene, hand-held (frames 0
 // and 2 moved apart, so that a swap shows), chroma laid out as `layout` names
 // ("YVU420_SEMIPLANAR" interleaves V,U; else planar).
@@ -50,7 +54,8 @@ std::vector<T> random_samples(size_t n, uint32_t seed, int lo, int hi) {
 
 inline std::vector<uint8_t> random_bytes(size_t n, uint32_t seed) { return random_samples<uint8_t>(n, seed, 0, 255); }
 
-// Properties of the host property file for as long as it lives.
+// Properties of the host property file for as long as it lives (the
+// library's environment is read again when it starts and when it ends).
 class ScopedProperties {
  public:
   explicit ScopedProperties(std::initializer_list<std::pair<std::string, std::string>> values);
