@@ -155,6 +155,55 @@ TEST(ToolParts, CapturesOfADirectoryAndTheirDumpedOutputs) {
   EXPECT_EQ(find_dumped_output(captures[1]), "");
 }
 
+// The index of a directory's names matches outputs as the rule does name by
+// name (the earliest output of the capture's kind stamped at or after its
+// inputs, before the next capture's inputs of that kind): captures of three
+// kinds 0 to 5 s apart, outputs stamped 0 to 2 s after their inputs or none.
+TEST(ToolParts, TheIndexOfADirectoryMatchesOutputsAsTheRuleDoes) {
+  const char* kinds[] = {"64x48YUV420_PLANAR", "64x48YVU420_SEMIPLANAR", "128x96YUV420_PLANAR"};
+  const auto draw = tavo::test::random_samples<int>(3 * 600, 5, 0, 5);
+  std::vector<std::string> names;
+  for (int i = 0, second = 0; i < 600; ++i) {
+    const auto name = [&](int s, const char* suffix) {
+      char stamp[32];
+      snprintf(stamp, sizeof stamp, "_20180823_%02d%02d%02d", s / 3600, s / 60 % 60, s % 60);
+      return "IMG_" + std::string(kinds[draw[3 * i + 1] % 3]) + stamp + suffix;
+    };
+    second += draw[3 * i];
+    names.push_back(name(second, "_0.yuv"));
+    if (draw[3 * i + 2] < 3) names.push_back(name(second + draw[3 * i + 2], "_hdr.yuv"));
+  }
+  std::vector<std::pair<bool, DumpName>> dumps;  // (an output?, its name)
+  for (const std::string& n : names) {
+    const bool output = n.ends_with("_hdr.yuv");
+    dumps.emplace_back(output, DumpName{});
+    ASSERT_TRUE(parse_dump_name(n.substr(0, n.size() - (output ? 8 : 6)), &dumps.back().second)) << n;
+  }
+  const DumpIndex index(names);
+  int matched = 0;
+  for (const auto& [is_output, capture] : dumps) {
+    if (is_output) continue;
+    const auto same_kind = [&](const DumpName& d) {
+      return d.width == capture.width && d.height == capture.height && d.layout == capture.layout;
+    };
+    std::string next = "~", best, best_stamp;
+    for (const auto& [output, d] : dumps) {
+      if (!output && same_kind(d) && d.stamp > capture.stamp && d.stamp < next) next = d.stamp;
+    }
+    for (size_t k = 0; k < dumps.size(); ++k) {
+      const auto& [output, d] = dumps[k];
+      if (output && same_kind(d) && d.stamp >= capture.stamp && d.stamp < next &&
+          (best.empty() || d.stamp < best_stamp)) {
+        best = names[k];
+        best_stamp = d.stamp;
+      }
+    }
+    EXPECT_EQ(index.output_of(capture), best) << capture.size << capture.layout << "_" << capture.stamp;
+    matched += !best.empty();
+  }
+  EXPECT_GT(matched, 200);
+}
+
 // The public header's limits, which the tool checks before it reads a pixel,
 // and the library's own check accept and refuse the same sizes.
 TEST(ToolParts, HeaderSizeLimitsAgreeWithTheLibrarysCheck) {

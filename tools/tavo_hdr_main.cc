@@ -325,8 +325,9 @@ int replay_command(const Options& options) {
   const size_t n = captures.size();
   std::vector<std::string> dumped(n);
   std::vector<FileId> inputs, written;
+  DumpedOutputs outputs;
   for (size_t i = 0; i < n; ++i) {
-    dumped[i] = find_dumped_output(captures[i]);
+    dumped[i] = outputs.find(captures[i]);
     for (const char* suffix : {"_0.yuv", "_1.yuv", "_2.yuv"}) add_file_id(captures[i].prefix + suffix, &inputs);
     add_file_id(dumped[i], &inputs);
   }
