@@ -232,11 +232,16 @@ struct ToolRun {
   std::string out, err;
 };
 
+// A resource limit of the tool's process: RLIMIT_AS or RLIMIT_FSIZE, and its
+// value (0: none).
+using Limit = std::pair<int, rlim_t>;
+
 // Runs the tool (through the emulator in a cross build) in `dir` with `args`
-// (split at blanks) and TMPDIR=dir. With `signal`, sends it once stdout shows
-// `when`; with `memory`, that is all the address space it gets.
+// (split at spaces; a word ">FILE" sends stdout to FILE) and TMPDIR=dir. With
+// `signal`, sends it once stdout shows `when`; SIGPIPE: the reader closes the
+// pipe then instead. With `limit`, the tool runs under that limit.
 ToolRun run_tool(const std::string& dir, const std::string& args, int signal = 0, const std::string& when = "",
-                 rlim_t memory = 0) {
+                 Limit limit = {}) {
   std::vector<std::string> words, env{"TMPDIR=" + dir};
 #ifdef TAVO_HDR_TOOL_EMULATOR
   std::istringstream emulator(TAVO_HDR_TOOL_EMULATOR);
@@ -244,7 +249,11 @@ ToolRun run_tool(const std::string& dir, const std::string& args, int signal = 0
 #endif
   words.push_back(TAVO_HDR_TOOL_PATH);
   std::istringstream split(args);
-  for (std::string word; split >> word;) words.push_back(word);
+  int redirect = -1;
+  for (std::string word; std::getline(split, word, ' ');) {
+    if (word.starts_with(">")) redirect = open(word.c_str() + 1, O_WRONLY | O_CLOEXEC);
+    if (!word.empty() && !word.starts_with(">")) words.push_back(word);
+  }
   for (char** e = environ; *e != nullptr; ++e) {
     if (!std::string(*e).starts_with("TMPDIR=")) env.push_back(*e);
   }
@@ -258,19 +267,25 @@ ToolRun run_tool(const std::string& dir, const std::string& args, int signal = 0
   if (err < 0 || pipe2(out, O_CLOEXEC) != 0) return {};
   const pid_t pid = fork();
   if (pid == 0) {  // only async-signal-safe calls: the test has threads
-    const rlimit limit{memory, memory};
-    if (dup2(out[1], 1) == 1 && dup2(err, 2) == 2 && (memory == 0 || setrlimit(RLIMIT_AS, &limit) == 0) &&
-        chdir(dir.c_str()) == 0) {
+    const rlimit value{limit.second, limit.second};
+    if (dup2(redirect >= 0 ? redirect : out[1], 1) == 1 && dup2(err, 2) == 2 &&
+        (limit.second == 0 || setrlimit(limit.first, &value) == 0) && chdir(dir.c_str()) == 0) {
       execve(argv[0], argv.data(), envp.data());
     }
     _exit(127);
   }
   close(out[1]);
+  if (redirect >= 0) close(redirect);
   ToolRun run;
   char buffer[4096];
-  for (ssize_t n; (n = read(out[0], buffer, sizeof buffer)) > 0;) {
+  for (;;) {
+    if (signal != 0 && run.out.find(when) != std::string::npos) {
+      if (signal == SIGPIPE) break;  // the reader goes away
+      kill(pid, std::exchange(signal, 0));
+    }
+    const ssize_t n = read(out[0], buffer, sizeof buffer);
+    if (n <= 0) break;
     run.out.append(buffer, static_cast<size_t>(n));
-    if (signal != 0 && run.out.find(when) != std::string::npos) kill(pid, std::exchange(signal, 0));
   }
   close(out[0]);
   int status = 0;
@@ -473,7 +488,7 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
     std::string args;
     int exit_code;
     std::string message;
-    rlim_t memory = 0;
+    Limit limit = {};
   } cases[] = {
       {"fuse in0.yuv gone.yuv in2.yuv -o out.yuv --size 64x48", 3, "cannot open gone.yuv: No such file"},
       {"fuse in0.yuv short.yuv in2.yuv -o out.yuv --size 64x48", 3,
@@ -506,18 +521,19 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
 // Sanitizers need more address space; under an emulator the limit would bound
 // the emulator's own mappings too.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(TAVO_HDR_TOOL_EMULATOR)
-      {"fuse big.png a.png b.png -o out.png", 4, "out of memory in fuse", 300 << 20},
+      {"fuse big.png a.png b.png -o out.png", 4, "out of memory in fuse", {RLIMIT_AS, 300 << 20}},
 #endif
       {"demo --size 16384x16384", 2, "16384x16384 is more than the library's"},
       {"replay cap", 3, capture + "_replay.yuv is one of the inputs"},
       {"replay diff", 3, capture + "_replay_diff.png is one of the inputs; the tool never writes over an input"},
       {"replay holiday", 3, "holiday does not exist"},
       {"replay in0.yuv", 2, "not a capture name"},
+      {"demo --size 64x48 >/dev/full", 7, "cannot write to standard output: No space left on device"},
       {"sharpen", 2, "unknown command 'sharpen'"},
   };
   const auto files = snapshot(dir_.path());
   for (const auto& c : cases) {
-    const ToolRun run = run_tool(dir_.path(), c.args, 0, "", c.memory);
+    const ToolRun run = run_tool(dir_.path(), c.args, 0, "", c.limit);
     EXPECT_EQ(run.exit_code, c.exit_code) << c.args << "\n" << run.err;
     // The tool's line, then the usage for a bad command line: no warning of an
     // image library, no log.
@@ -553,33 +569,50 @@ TEST_F(Tool, FailedCaptureShowsTheLibrarysLog) {
 }
 
 // A signal outside a capture ends the tool at once; during a replay it ends it
-// after the current capture, with the summary. Either way the exit code is 128
-// + the signal and no temporary file (an output, the property file, the log)
-// is left.
+// after the current capture, with the summary; either way the exit code is 128
+// + the signal. A closed pipe (SIGPIPE) or the file size limit (SIGXFSZ) makes
+// the write fail instead: standard output exit 7, an output exit 3, a dump cut
+// short exit 4 (the library removes it). No temporary file (an output, the
+// property file, the log), no output and no dump is left.
 TEST_F(Tool, SignalsStopTheToolWithTheirExitCodeAndLeaveNoTemporaryFile) {
   const std::string capture = "IMG_512x384YUV420_PLANAR_20180823_090812";
-  std::string fifty;
+  std::string fifty, frames;
   for (int k = 0; k < 3; ++k) {
-    write_all(dir_.path() + "/" + capture + "_" + std::to_string(k) + ".yuv",
-              tavo::test::random_bytes(512 * 384 * 3 / 2, k));
+    const std::string frame = capture + "_" + std::to_string(k) + ".yuv";
+    write_all(dir_.path() + "/" + frame, tavo::test::random_bytes(512 * 384 * 3 / 2, k));
+    frames += " " + frame;
   }
   for (int i = 0; i < 50; ++i) fifty += " " + capture;
+  const std::string replay = "replay" + fifty + " --out-dir replayed --prop a=b",
+                    fuse = "fuse" + frames + " -o fused.yuv --size 512x384";
+  const char* lost = "tavo-hdr: cannot write to standard output: Broken pipe\n";
   const struct {
     std::string args;
     int signal;
     const char* when;  // sent once stdout shows this
+    int exit_code;
+    const char* err;  // how stderr ends
     const char* out;
   } cases[] = {
-      {"demo --size 4096x2048 --prop a=b --out-dir pictures", SIGTERM, "scene:", "scene:"},
-      {"replay" + fifty + " --out-dir replayed --prop a=b", SIGINT, "[1/50]", " of 50 captures (stopped by SIGINT): "},
+      {"demo --size 4096x2048 --prop a=b --out-dir pictures", SIGTERM, "scene:", 143,
+       "tavo-hdr: interrupted by SIGTERM\n", "scene:"},
+      {replay, SIGINT, "[1/50]", 130, "tavo-hdr: interrupted by SIGINT\n", " of 50 captures (stopped by SIGINT): "},
+      {replay, SIGHUP, "[1/50]", 129, "tavo-hdr: interrupted by SIGHUP\n", " of 50 captures (stopped by SIGHUP): "},
+      {"demo --size 4096x2048 --prop a=b --out-dir pictures", SIGPIPE, "", 7, lost, ""},
+      {replay, SIGPIPE, "[1/50]", 7, lost, "[1/50]"},
+      {fuse + " --prop a=b", SIGXFSZ, "", 3, "tavo-hdr: cannot write fused.yuv: File too large\n", "capture"},
+      {fuse + " --prop saveinput=yes --dump-dir dumps", SIGXFSZ, "", 4,
+       "tavo-hdr: the library could not fuse the frames (result -1; its log is above)\n", "capture"},
   };
   for (const auto& c : cases) {
-    const ToolRun run = run_tool(dir_.path(), c.args, c.signal, c.when);
-    EXPECT_EQ(run.exit_code, 128 + c.signal) << c.args << "\n" << run.err;
-    EXPECT_EQ(run.err, std::string("tavo-hdr: interrupted by ") + (c.signal == SIGINT ? "SIGINT\n" : "SIGTERM\n"));
+    const bool xfsz = c.signal == SIGXFSZ;  // from a 4096-byte file size limit
+    const ToolRun run = run_tool(dir_.path(), c.args, xfsz ? 0 : c.signal, c.when, {RLIMIT_FSIZE, xfsz ? 4096 : 0});
+    EXPECT_EQ(run.exit_code, c.exit_code) << c.args << "\n" << run.err;
+    EXPECT_TRUE(run.err.ends_with(c.err)) << c.args << "\n" << run.err;
     EXPECT_NE(run.out.find(c.out), std::string::npos) << run.out;
     for (const auto& [name, content] : snapshot(dir_.path())) {
-      EXPECT_EQ(fs::path(name).filename().string().find("tavo-hdr-"), std::string::npos) << c.args << ": " << name;
+      EXPECT_TRUE(name.find("tavo-hdr-") == std::string::npos && !name.starts_with("dumps/") && name != "fused.yuv")
+          << c.args << ": " << name;
     }
   }
   EXPECT_FALSE(fs::exists(dir_.path() + "/pictures/demo_result.png"));

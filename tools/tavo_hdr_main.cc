@@ -5,11 +5,13 @@
 // does. The library's log goes to a temporary file the tool names in
 // TAVO_HDR_LOG; the tool shows it with --verbose, and anyway when a capture
 // fails, so the user sees why.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -44,12 +46,29 @@ enum Exit {
   kLibraryFailed = 4,
   kStopped = 5,
   kReplayDiffers = 6,
+  kOutputLost = 7,
   kInterrupted = 128,  // exits with 128 + the signal
 };
 
 int fail(int code, const std::string& message) {
   fprintf(stderr, "tavo-hdr: %s\n", message.c_str());
   return code;
+}
+
+// Thrown when standard output cannot be written (a closed pipe, a full disk):
+// the command stops there rather than work on for nobody, and the tool exits
+// with kOutputLost.
+struct OutputLost {
+  int error;
+};
+
+// printf to stdout, flushed at once; throws OutputLost when the write fails.
+[[gnu::format(printf, 1, 2)]] void say(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  const int n = vprintf(format, args);
+  va_end(args);
+  if (n < 0 || fflush(stdout) != 0 || ferror(stdout)) throw OutputLost{errno};
 }
 
 // ---- Library log ---------------------------------------------------------
@@ -84,7 +103,7 @@ class LibraryLog {
   bool open_ = false, verbose_ = false;
 } g_log;
 
-void print_time(const char* name, double ms) { printf("%-13s%9.1f ms\n", name, ms); }
+void print_time(const char* name, double ms) { say("%-13s%9.1f ms\n", name, ms); }
 
 // ---- Run-time settings of the library ------------------------------------
 
@@ -251,7 +270,7 @@ int fuse_command(const Options& options) {
     yuv420_to_rgb(out.data(), frames.width, frames.height, layout, result.pixels.data());
     if (!write_image(options.output, result, &error, inputs)) return fail(kInputError, error);
   }
-  printf("wrote %s (%dx%d)\n", options.output.c_str(), frames.width, frames.height);
+  say("wrote %s (%dx%d)\n", options.output.c_str(), frames.width, frames.height);
   return kOk;
 }
 
@@ -290,9 +309,9 @@ struct Worst {
   }
   void print() const {
     if (base.empty()) return;
-    printf("worst capture: %s, %zu samples differ (Y %zu, U %zu, V %zu), luma PSNR %s\n", base.c_str(),
-           diff.differing(), diff.plane[0].differing, diff.plane[1].differing, diff.plane[2].differing,
-           psnr_text(diff.plane[0].psnr()).c_str());
+    say("worst capture: %s, %zu samples differ (Y %zu, U %zu, V %zu), luma PSNR %s\n", base.c_str(),
+        diff.differing(), diff.plane[0].differing, diff.plane[1].differing, diff.plane[2].differing,
+        psnr_text(diff.plane[0].psnr()).c_str());
   }
 };
 
@@ -342,8 +361,7 @@ int replay_command(const Options& options) {
   for (; replayed < n && interrupting_signal() == 0; ++replayed) {
     const Capture& c = captures[replayed];
     const std::string base = fs::path(c.prefix).filename().string();
-    printf("[%zu/%zu] %s: ", replayed + 1, n, base.c_str());
-    fflush(stdout);
+    say("[%zu/%zu] %s: ", replayed + 1, n, base.c_str());
     std::string verdict;
     int code = kOk;
     Frames frames;
@@ -360,7 +378,7 @@ int replay_command(const Options& options) {
     double ms = 0;
     if (code == kOk) code = capture(frames, &out, &ms);
     if (code == kInterrupted) {
-      printf("interrupted\n");
+      say("interrupted\n");
       break;
     }
     capture_ms += ms;
@@ -369,7 +387,7 @@ int replay_command(const Options& options) {
     if (code != kOk) {
       ++failed;
       if (first_failure == kOk) first_failure = code;
-      printf("failed\n");
+      say("failed\n");
       continue;
     }
     add_file_id(target, &written);
@@ -406,14 +424,14 @@ int replay_command(const Options& options) {
       }
     }
     if (!target.ends_with("_replay.yuv")) verdict += " (an earlier capture has this name; result in " + target + ")";
-    printf("%s\n%s", verdict.c_str(), details.c_str());
+    say("%s\n%s", verdict.c_str(), details.c_str());
     if (!picture_error.empty()) fail(kInputError, picture_error);
   }
   print_time("captures", capture_ms);
   const int sig = interrupting_signal();
   const std::string stopped = sig == 0 ? "" : " (stopped by " + std::string(signal_name(sig)) + ")";
-  printf("replayed %zu%s captures%s: %d identical, %d different, %d without output, %d failed\n", replayed,
-         sig == 0 ? "" : (" of " + std::to_string(n)).c_str(), stopped.c_str(), identical, different, without, failed);
+  say("replayed %zu%s captures%s: %d identical, %d different, %d without output, %d failed\n", replayed,
+      sig == 0 ? "" : (" of " + std::to_string(n)).c_str(), stopped.c_str(), identical, different, without, failed);
   worst.print();
   if (sig != 0) return kInterrupted;
   if (first_failure != kOk) return first_failure;
@@ -450,10 +468,10 @@ int demo_command(const Options& options) {
   setup.dx2 = -4;
   setup.dy2 = 2;
   const tavo::scene::Scene scene{w, h, 3};
-  printf("scene: %dx%d room with a sunlit window, exposures 1/4x, 1x, 4x (the 1x frame is the reference)\n", w, h);
+  say("scene: %dx%d room with a sunlit window, exposures 1/4x, 1x, 4x (the 1x frame is the reference)\n", w, h);
   Stopwatch watch;
   auto bracket = tavo::scene::render_bracket(scene, setup);
-  printf("rendered the bracket with sensor noise in %.1f ms\n", watch.ms());
+  say("rendered the bracket with sensor noise in %.1f ms\n", watch.ms());
 
   Pool pool;
   if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
@@ -468,16 +486,16 @@ int demo_command(const Options& options) {
   // common window starts at reference origin - s in that frame. Both say the
   // same thing, so a correct registration finds s = (dx, dy).
   const auto report = [](const char* name, int32_t dx, int32_t dy, const int16_t* s) {
-    printf("shift of %-18s applied dx=%+d dy=%+d, found x=%+d y=%+d: %s\n", name, dx, dy, s[0], s[1],
-           s[0] == dx && s[1] == dy ? "agree" : "DIFFER");
+    say("shift of %-18s applied dx=%+d dy=%+d, found x=%+d y=%+d: %s\n", name, dx, dy, s[0], s[1],
+        s[0] == dx && s[1] == dy ? "agree" : "DIFFER");
   };
   report("frame 0 (dark):", setup.dx0, setup.dy0, staged.shift0);
   report("frame 2 (bright):", setup.dx2, setup.dy2, staged.shift2);
-  printf("  (applied: frame pixel (x,y) shows the reference's (x+dx,y+dy); found: the crop window\n"
-         "   starts at the reference's origin minus the shift in that frame)\n");
-  printf("common window %dx%d, origins dark (%d,%d) normal (%d,%d) bright (%d,%d)\n", staged.crop_width,
-         staged.crop_height, staged.origins[0], staged.origins[1], staged.origins[2], staged.origins[3],
-         staged.origins[4], staged.origins[5]);
+  say("  (applied: frame pixel (x,y) shows the reference's (x+dx,y+dy); found: the crop window\n"
+      "   starts at the reference's origin minus the shift in that frame)\n");
+  say("common window %dx%d, origins dark (%d,%d) normal (%d,%d) bright (%d,%d)\n", staged.crop_width,
+      staged.crop_height, staged.origins[0], staged.origins[1], staged.origins[2], staged.origins[3],
+      staged.origins[4], staged.origins[5]);
   print_time("registration", staged.registration_ms);
   print_time("fusion", staged.fusion_ms);
   print_time("resize", staged.resize_ms);
@@ -494,7 +512,7 @@ int demo_command(const Options& options) {
   double ms = 0;
   if (const int code = capture(whole, &captured, &ms); code != kOk) return code;
   if (captured != out) return fail(kLibraryFailed, "HDR_Function and the staged capture gave different bytes");
-  printf("%-13s%9.1f ms, the same bytes\n", "HDR_Function", ms);
+  say("%-13s%9.1f ms, the same bytes\n", "HDR_Function", ms);
 
   watch = Stopwatch();
   const RgbImage dark = to_rgb(bracket[0], w, h), normal = to_rgb(bracket[1], w, h),
@@ -504,43 +522,56 @@ int demo_command(const Options& options) {
   if (!write_image(result_path, fused, &error) || !write_image(sheet_path, sheet, &error)) {
     return fail(kInputError, error);
   }
-  printf("wrote %s (%dx%d) and %s (%dx%d) in %.1f ms\n", result_path.c_str(), w, h, sheet_path.c_str(),
-         sheet.width, sheet.height, watch.ms());
+  say("wrote %s (%dx%d) and %s (%dx%d) in %.1f ms\n", result_path.c_str(), w, h, sheet_path.c_str(), sheet.width,
+      sheet.height, watch.ms());
   return kOk;
+}
+
+// A standard stream that was closed keeps its number taken, by /dev/null open
+// for reading: no file the tool opens becomes its stdout, and writes to it
+// fail (EBADF) as they should.
+void hold_closed_standard_streams() {
+  for (int fd = 0; fd < 3; ++fd) {
+    if (fcntl(fd, F_GETFD) < 0 && errno == EBADF) open("/dev/null", O_RDONLY);
+  }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  hold_closed_standard_streams();
   Options options;
   std::string error;
   if (!parse_args(argc, argv, &options, &error)) {
     fprintf(stderr, "tavo-hdr: %s\n%s", error.c_str(), kUsage);
     return kUsageError;
   }
-  if (options.help) {
-    fputs(kUsage, stdout);
-    return kOk;
-  }
-  // Progress lines reach a pipe as they are printed.
-  setvbuf(stdout, nullptr, _IOLBF, 0);
-  g_log.open(options.verbose);
-  install_interrupt_handlers(raise_stop_flag);
-  if (options.stop) tavo_hdr_set_stop_flag(1);
-  const Stopwatch watch;
   int code = kOk;
   try {
+    if (options.help) {
+      say("%s", kUsage);
+      return kOk;
+    }
+    install_interrupt_handlers(raise_stop_flag);
+    g_log.open(options.verbose);
+    if (options.stop) tavo_hdr_set_stop_flag(1);
+    const Stopwatch watch;
     LibrarySettings settings;
     if (!settings.apply(options, &error)) return fail(kInputError, error);
     if (options.command == "fuse") code = fuse_command(options);
     if (options.command == "replay") code = replay_command(options);
     if (options.command == "demo") code = demo_command(options);
+    if (code == kOk) say("done in %.1f ms\n", watch.ms());
   } catch (const std::bad_alloc&) {
     code = fail(kLibraryFailed, "out of memory in " + options.command);
+  } catch (const OutputLost& lost) {
+    code = fail(kOutputLost, std::string("cannot write to standard output: ") + strerror(lost.error));
+  } catch (const fs::filesystem_error& e) {  // the last resort: every call the tool makes reports its errors
+    code = fail(kInputError, e.what());
   }
   if (const int sig = interrupting_signal(); sig != 0) {
     return fail(kInterrupted + sig, std::string("interrupted by ") + signal_name(sig));
   }
-  if (code == kOk) printf("done in %.1f ms\n", watch.ms());
-  return code;
+  // A failed write to stderr (the library's log, --verbose) is no success either.
+  return code == kOk && ferror(stderr) ? kOutputLost : code;
 }
