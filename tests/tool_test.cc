@@ -398,6 +398,7 @@ TEST_F(Tool, ReplayExplainsADifferencePerPlaneAndDrawsWhereItLies) {
     std::vector<std::pair<size_t, int>> changes;  // byte of the dumped output, by how much
     std::string report;                           // after ": "
     Pixels red, cyan;
+    uintmax_t size = 0;  // the dumped output made this long (sparse), its size then checked before any read
   } cases[] = {
       {{}, "identical\n", {}, {}},
       {{{3075, -4}, {3476, 3}},  // U of the block at (2,0), V of the block at (20,12)
@@ -409,6 +410,7 @@ TEST_F(Tool, ReplayExplainsADifferencePerPlaneAndDrawsWhereItLies) {
        "2 bytes differ, first at byte 788\n    Y  1 of 3072 samples differ, largest 5, PSNR 69.03 dB\n" + u0 + v3,
        {{20, 12}},
        {{21, 12}, {20, 13}, {21, 13}}},
+      {{}, "dumped output is 1099511627776 bytes, not 4608\n", {}, {}, uintmax_t{1} << 40},
   };
   for (const auto& c : cases) {
     std::vector<uint8_t> phone = fused;
@@ -417,10 +419,11 @@ TEST_F(Tool, ReplayExplainsADifferencePerPlaneAndDrawsWhereItLies) {
       phone[at] = static_cast<uint8_t>(v >= 0 && v <= 255 ? v : phone[at] - by);  // |difference| = |by|
     }
     write_all(d + capture + "_hdr.yuv", phone);
+    if (c.size != 0) fs::resize_file(d + capture + "_hdr.yuv", c.size);
     fs::remove(picture);
     const ToolRun run = run_tool(d, "replay " + capture);
     const std::string where = c.report.substr(0, c.report.find('\n'));
-    EXPECT_EQ(run.exit_code, c.changes.empty() ? 0 : 6) << where << "\n" << run.err;
+    EXPECT_EQ(run.exit_code, c.report == "identical\n" ? 0 : 6) << where << "\n" << run.err;
     EXPECT_NE(run.out.find("[1/1] " + capture + ": " + c.report), std::string::npos) << run.out;
     EXPECT_EQ(fs::exists(picture), !c.changes.empty()) << where;
     if (c.changes.empty()) continue;
@@ -482,12 +485,29 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
   write_all(d + "bad.png", bytes);
   write_png_claiming(d + "a.png", d + "huge.png", 100000, 100000);
   write_png_claiming(d + "a.png", d + "big.png", 16384, 8192);
+  // Captures whose dumped output or frame is no frame: a directory, a FIFO, a
+  // device, a symbolic link loop. Their results go elsewhere.
+  for (const std::string sub : {"hdr-dir", "hdr-fifo", "hdr-device", "hdr-loop", "frame-loop"}) {
+    fs::create_directory(d + sub);
+    for (const char* k : {"0", "1", "2"}) {
+      fs::create_symlink(std::string("../in") + k + ".yuv", d + sub + "/" + capture + "_" + k + ".yuv");
+    }
+  }
+  fs::create_directory(d + "hdr-dir/" + capture + "_hdr.yuv");
+  mkfifo((d + "hdr-fifo/" + capture + "_hdr.yuv").c_str(), 0644);
+  fs::create_symlink("/dev/null", d + "hdr-device/" + capture + "_hdr.yuv");
+  fs::create_symlink(capture + "_hdr.yuv", d + "hdr-loop/" + capture + "_hdr.yuv");
+  fs::remove(d + "frame-loop/" + capture + "_1.yuv");
+  fs::create_symlink(capture + "_1.yuv", d + "frame-loop/" + capture + "_1.yuv");
+  const tavo::test::TempDir elsewhere;
+  const std::string away = " --out-dir " + elsewhere.path(), failed = "0 without output, 1 failed\n";
 
   const std::string raw = "fuse in0.yuv in1.yuv in2.yuv -o out.yuv ";
   const struct {
     std::string args;
     int exit_code;
     std::string message;
+    std::string out = "";  // on stdout
     Limit limit = {};
   } cases[] = {
       {"fuse in0.yuv gone.yuv in2.yuv -o out.yuv --size 64x48", 3, "cannot open gone.yuv: No such file"},
@@ -521,13 +541,28 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
 // Sanitizers need more address space; under an emulator the limit would bound
 // the emulator's own mappings too.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(TAVO_HDR_TOOL_EMULATOR)
-      {"fuse big.png a.png b.png -o out.png", 4, "out of memory in fuse", {RLIMIT_AS, 300 << 20}},
+      {"fuse big.png a.png b.png -o out.png", 4, "out of memory in fuse", "", {RLIMIT_AS, 300 << 20}},
 #endif
       {"demo --size 16384x16384", 2, "16384x16384 is more than the library's"},
       {"replay cap", 3, capture + "_replay.yuv is one of the inputs"},
       {"replay diff", 3, capture + "_replay_diff.png is one of the inputs; the tool never writes over an input"},
       {"replay holiday", 3, "holiday does not exist"},
       {"replay in0.yuv", 2, "not a capture name"},
+      {"replay hdr-dir" + away, 3, "hdr-dir/" + capture + "_hdr.yuv is not a regular file", failed},
+      {"replay hdr-fifo" + away, 3, "hdr-fifo/" + capture + "_hdr.yuv is not a regular file", failed},
+      {"replay hdr-device" + away, 3, "hdr-device/" + capture + "_hdr.yuv is not a regular file", failed},
+      {"replay hdr-loop" + away, 3, "cannot open hdr-loop/" + capture + "_hdr.yuv: Too many levels of symbolic links",
+       failed},
+      {"replay frame-loop", 3, "cannot open frame-loop/" + capture + "_1.yuv: Too many levels of symbolic links",
+       failed},
+      {"replay IMG_64x48YUV420\nPLAN\x1b" "AR_20180823_090812", 3,
+       "IMG_64x48YUV420\\nPLAN\\x1bAR_20180823_090812: unknown layout 'YUV420\\nPLAN\\x1bAR' (",
+       "[1/1] IMG_64x48YUV420\\nPLAN\\x1bAR_20180823_090812: failed\n"},
+      {"replay IMG_60x48NV21_20180823_090812", 3,
+       "IMG_60x48NV21_20180823_090812: unknown layout 'NV21' (YUV420_PLANAR or YVU420_SEMIPLANAR); width 60 is not a "
+       "multiple of 8"},
+      {"replay IMG_64x9999999999YUV420_PLANAR_20180823_090812", 3,
+       "IMG_64x9999999999YUV420_PLANAR_20180823_090812: 64x9999999999 is more than the library's 213726991 pixels"},
       {"demo --size 64x48 >/dev/full", 7, "cannot write to standard output: No space left on device"},
       {"sharpen", 2, "unknown command 'sharpen'"},
   };
@@ -535,6 +570,7 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
   for (const auto& c : cases) {
     const ToolRun run = run_tool(dir_.path(), c.args, 0, "", c.limit);
     EXPECT_EQ(run.exit_code, c.exit_code) << c.args << "\n" << run.err;
+    EXPECT_NE(run.out.find(c.out), std::string::npos) << c.args << "\n" << run.out;
     // The tool's line, then the usage for a bad command line: no warning of an
     // image library, no log.
     const size_t eol = run.err.find('\n');

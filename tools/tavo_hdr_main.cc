@@ -28,6 +28,7 @@
 #include "tools/image_io.h"
 #include "tools/interrupt.h"
 #include "tools/output_file.h"
+#include "tools/printable_text.h"
 #include "tools/raw_io.h"
 #include "tools/scene/scene.h"
 #include "tools/staged_capture.h"
@@ -50,8 +51,10 @@ enum Exit {
   kInterrupted = 128,  // exits with 128 + the signal
 };
 
+// One line on stderr; names in it are shown with their control characters
+// escaped.
 int fail(int code, const std::string& message) {
-  fprintf(stderr, "tavo-hdr: %s\n", message.c_str());
+  fprintf(stderr, "tavo-hdr: %s\n", printable(message).c_str());
   return code;
 }
 
@@ -190,16 +193,13 @@ int capture(const Frames& frames, std::vector<uint8_t>* out, double* ms) {
                                   "; its log is above)");
 }
 
-// Reads three raw frames of the given size; kOk or the exit code after the
-// error was printed.
-int read_raw_frames(const std::vector<std::string>& paths, Frames* frames) {
-  for (int k = 0; k < 3; ++k) {
-    std::string error;
-    if (!read_raw_frame(paths[k], frames->width, frames->height, &frames->data[k], &error)) {
-      return fail(kInputError, error);
-    }
+// Reads three raw frames of the given size; "" or why one cannot be read.
+std::string read_raw_frames(const std::vector<std::string>& paths, Frames* frames) {
+  std::string error;
+  for (int k = 0; k < 3 && error.empty(); ++k) {
+    read_raw_frame(paths[k], frames->width, frames->height, &frames->data[k], &error);
   }
-  return kOk;
+  return error;
 }
 
 std::string layout_problem(const std::string& layout) {
@@ -234,7 +234,7 @@ int fuse_command(const Options& options) {
     }
     frames.width = options.width;
     frames.height = options.height;
-    if (const int code = read_raw_frames(options.inputs, &frames); code != kOk) return code;
+    if (const std::string p = read_raw_frames(options.inputs, &frames); !p.empty()) return fail(kInputError, p);
   } else {
     for (int k = 0; k < 3; ++k) {
       std::string error;
@@ -270,24 +270,34 @@ int fuse_command(const Options& options) {
     yuv420_to_rgb(out.data(), frames.width, frames.height, layout, result.pixels.data());
     if (!write_image(options.output, result, &error, inputs)) return fail(kInputError, error);
   }
-  say("wrote %s (%dx%d)\n", options.output.c_str(), frames.width, frames.height);
+  say("wrote %s (%dx%d)\n", printable(options.output).c_str(), frames.width, frames.height);
   return kOk;
 }
 
 // ---- replay --------------------------------------------------------------
 
-// The first line of a comparison: "identical", or how many bytes differ and
-// where the first one is.
+// The first line of a comparison of two frames of one size: "identical", or
+// how many bytes differ and where the first one is.
 std::string compare(const std::vector<uint8_t>& ours, const std::vector<uint8_t>& theirs) {
-  if (ours.size() != theirs.size()) {
-    return "dumped output is " + std::to_string(theirs.size()) + " bytes, not " + std::to_string(ours.size());
-  }
   size_t differ = 0, first = 0;
   for (size_t i = 0; i < ours.size(); ++i) {
     if (ours[i] != theirs[i] && differ++ == 0) first = i;
   }
   if (differ == 0) return "identical";
   return std::to_string(differ) + " bytes differ, first at byte " + std::to_string(first);
+}
+
+// Why the size and layout a capture's name gives cannot be fused, every
+// reason, separated by "; " ("" when they can). A size over the library's
+// limits is quoted as the name writes it, every digit.
+std::string capture_name_problem(const DumpName& name) {
+  const bool too_large = name.width == INT32_MAX || name.height == INT32_MAX ||
+                         static_cast<uint64_t>(name.width) * static_cast<uint64_t>(name.height) > TAVO_HDR_MAX_PIXELS;
+  const std::string size = too_large ? name.size + " is more than the library's " +
+                                           std::to_string(TAVO_HDR_MAX_PIXELS) + " pixels"
+                                     : frame_size_problem(name.width, name.height);
+  const std::string layout = layout_problem(name.layout);
+  return layout + (layout.empty() || size.empty() ? "" : "; ") + size;
 }
 
 // The difference picture of the result "<stem>.yuv": "<stem>_diff.png" beside it.
@@ -309,7 +319,7 @@ struct Worst {
   }
   void print() const {
     if (base.empty()) return;
-    say("worst capture: %s, %zu samples differ (Y %zu, U %zu, V %zu), luma PSNR %s\n", base.c_str(),
+    say("worst capture: %s, %zu samples differ (Y %zu, U %zu, V %zu), luma PSNR %s\n", printable(base).c_str(),
         diff.differing(), diff.plane[0].differing, diff.plane[1].differing, diff.plane[2].differing,
         psnr_text(diff.plane[0].psnr()).c_str());
   }
@@ -361,19 +371,25 @@ int replay_command(const Options& options) {
   for (; replayed < n && interrupting_signal() == 0; ++replayed) {
     const Capture& c = captures[replayed];
     const std::string base = fs::path(c.prefix).filename().string();
-    say("[%zu/%zu] %s: ", replayed + 1, n, base.c_str());
-    std::string verdict;
-    int code = kOk;
+    say("[%zu/%zu] %s: ", replayed + 1, n, printable(base).c_str());
+    std::string refusal;  // why the capture failed, on stderr below its line
+    const auto end_line = [&](const std::string& verdict, const std::string& details, int code) {
+      say("%s\n%s", verdict.c_str(), details.c_str());
+      if (code == kOk) return;
+      ++failed;
+      if (first_failure == kOk) first_failure = code;
+      if (!refusal.empty()) fail(code, refusal);
+    };
     Frames frames;
     frames.width = c.name.width;
     frames.height = c.name.height;
     frames.layout = c.name.layout;
-    if (std::string p = layout_problem(c.name.layout) + frame_size_problem(c.name.width, c.name.height);
-        !p.empty()) {
-      code = fail(kInputError, base + ": " + p);
+    if (const std::string p = capture_name_problem(c.name); !p.empty()) {
+      refusal = base + ": " + p;
     } else {
-      code = read_raw_frames({c.prefix + "_0.yuv", c.prefix + "_1.yuv", c.prefix + "_2.yuv"}, &frames);
+      refusal = read_raw_frames({c.prefix + "_0.yuv", c.prefix + "_1.yuv", c.prefix + "_2.yuv"}, &frames);
     }
+    int code = refusal.empty() ? kOk : kInputError;
     std::vector<uint8_t> out;
     double ms = 0;
     if (code == kOk) code = capture(frames, &out, &ms);
@@ -383,49 +399,45 @@ int replay_command(const Options& options) {
     }
     capture_ms += ms;
     const std::string target = result_path(options, c, written);
-    if (code == kOk && !write_output(target, out.data(), out.size(), inputs, &error)) code = fail(kInputError, error);
+    if (code == kOk && !write_output(target, out.data(), out.size(), inputs, &refusal)) code = kInputError;
     if (code != kOk) {
-      ++failed;
-      if (first_failure == kOk) first_failure = code;
-      say("failed\n");
+      end_line("failed", "", code);
       continue;
     }
     add_file_id(target, &written);
+    std::string verdict, details;  // the rest of the capture's line; per-plane lines of a difference
     std::vector<uint8_t> theirs;
-    std::string details, picture_error;  // per-plane lines of a difference; why no picture was written
+    uint64_t their_size = 0;  // of a dumped output of another size, which is not read
     if (dumped[replayed].empty()) {
       ++without;
       verdict = "replayed, no dumped output to compare";
-    } else if (!read_file(dumped[replayed], &theirs, &error)) {
-      ++failed;
-      if (first_failure == kOk) first_failure = kInputError;
-      verdict = "failed: " + error;
+    } else if (const FrameRead read = read_frame_or_size(dumped[replayed], frames.width, frames.height, &theirs,
+                                                         &their_size, &refusal);
+               read == FrameRead::kFailed) {
+      verdict = "failed";
+    } else if (read == FrameRead::kOtherSize) {
+      ++different;
+      verdict = "dumped output is " + std::to_string(their_size) + " bytes, not " + std::to_string(out.size());
+    } else if (verdict = compare(out, theirs); verdict == "identical") {
+      ++identical;
     } else {
-      verdict = compare(out, theirs);
-      if (verdict == "identical") {
-        ++identical;
-      } else if (out.size() != theirs.size()) {
+      const tavo::ChromaLayout layout = tavo::parse_layout(frames.layout.c_str());
+      const FrameDiff diff = diff_frames(out.data(), theirs.data(), frames.width, frames.height, layout);
+      details = diff_report(diff, "    ");
+      const std::string picture = diff_picture_path(target);
+      if (write_image(picture, diff_picture(out.data(), theirs.data(), frames.width, frames.height, layout),
+                      &refusal, inputs)) {
+        details += "    difference picture " + printable(picture) + "\n";
         ++different;
+        worst.consider(base, diff);
       } else {
-        const tavo::ChromaLayout layout = tavo::parse_layout(frames.layout.c_str());
-        const FrameDiff diff = diff_frames(out.data(), theirs.data(), frames.width, frames.height, layout);
-        details = diff_report(diff, "    ");
-        const std::string picture = diff_picture_path(target);
-        if (write_image(picture, diff_picture(out.data(), theirs.data(), frames.width, frames.height, layout),
-                        &picture_error, inputs)) {
-          details += "    difference picture " + picture + "\n";
-          ++different;
-          worst.consider(base, diff);
-        } else {
-          details += "    no difference picture\n";
-          ++failed;
-          if (first_failure == kOk) first_failure = kInputError;
-        }
+        details += "    no difference picture\n";
       }
     }
-    if (!target.ends_with("_replay.yuv")) verdict += " (an earlier capture has this name; result in " + target + ")";
-    say("%s\n%s", verdict.c_str(), details.c_str());
-    if (!picture_error.empty()) fail(kInputError, picture_error);
+    if (!target.ends_with("_replay.yuv")) {
+      verdict += " (an earlier capture has this name; result in " + printable(target) + ")";
+    }
+    end_line(verdict, details, refusal.empty() ? kOk : kInputError);
   }
   print_time("captures", capture_ms);
   const int sig = interrupting_signal();
@@ -522,8 +534,8 @@ int demo_command(const Options& options) {
   if (!write_image(result_path, fused, &error) || !write_image(sheet_path, sheet, &error)) {
     return fail(kInputError, error);
   }
-  say("wrote %s (%dx%d) and %s (%dx%d) in %.1f ms\n", result_path.c_str(), w, h, sheet_path.c_str(), sheet.width,
-      sheet.height, watch.ms());
+  say("wrote %s (%dx%d) and %s (%dx%d) in %.1f ms\n", printable(result_path).c_str(), w, h,
+      printable(sheet_path).c_str(), sheet.width, sheet.height, watch.ms());
   return kOk;
 }
 
@@ -543,7 +555,7 @@ int main(int argc, char** argv) {
   Options options;
   std::string error;
   if (!parse_args(argc, argv, &options, &error)) {
-    fprintf(stderr, "tavo-hdr: %s\n%s", error.c_str(), kUsage);
+    fprintf(stderr, "tavo-hdr: %s\n%s", printable(error).c_str(), kUsage);
     return kUsageError;
   }
   int code = kOk;
