@@ -155,6 +155,55 @@ TEST(ToolParts, CapturesOfADirectoryAndTheirDumpedOutputs) {
   EXPECT_EQ(find_dumped_output(captures[1]), "");
 }
 
+// The index of a directory's names matches outputs as the rule does name by
+// name (the earliest output of the capture's kind stamped at or after its
+// inputs, before the next capture's inputs of that kind): captures of three
+// kinds 0 to 5 s apart, outputs stamped 0 to 2 s after their inputs or none.
+TEST(ToolParts, TheIndexOfADirectoryMatchesOutputsAsTheRuleDoes) {
+  const char* kinds[] = {"64x48YUV420_PLANAR", "64x48YVU420_SEMIPLANAR", "128x96YUV420_PLANAR"};
+  const auto draw = tavo::test::random_samples<int>(3 * 600, 5, 0, 5);
+  std::vector<std::string> names;
+  for (int i = 0, second = 0; i < 600; ++i) {
+    const auto name = [&](int s, const char* suffix) {
+      char stamp[32];
+      snprintf(stamp, sizeof stamp, "_20180823_%02d%02d%02d", s / 3600, s / 60 % 60, s % 60);
+      return "IMG_" + std::string(kinds[draw[3 * i + 1] % 3]) + stamp + suffix;
+    };
+    second += draw[3 * i];
+    names.push_back(name(second, "_0.yuv"));
+    if (draw[3 * i + 2] < 3) names.push_back(name(second + draw[3 * i + 2], "_hdr.yuv"));
+  }
+  std::vector<std::pair<bool, DumpName>> dumps;  // (an output?, its name)
+  for (const std::string& n : names) {
+    const bool output = n.ends_with("_hdr.yuv");
+    dumps.emplace_back(output, DumpName{});
+    ASSERT_TRUE(parse_dump_name(n.substr(0, n.size() - (output ? 8 : 6)), &dumps.back().second)) << n;
+  }
+  const DumpIndex index(names);
+  int matched = 0;
+  for (const auto& [is_output, capture] : dumps) {
+    if (is_output) continue;
+    const auto same_kind = [&](const DumpName& d) {
+      return d.width == capture.width && d.height == capture.height && d.layout == capture.layout;
+    };
+    std::string next = "~", best, best_stamp;
+    for (const auto& [output, d] : dumps) {
+      if (!output && same_kind(d) && d.stamp > capture.stamp && d.stamp < next) next = d.stamp;
+    }
+    for (size_t k = 0; k < dumps.size(); ++k) {
+      const auto& [output, d] = dumps[k];
+      if (output && same_kind(d) && d.stamp >= capture.stamp && d.stamp < next &&
+          (best.empty() || d.stamp < best_stamp)) {
+        best = names[k];
+        best_stamp = d.stamp;
+      }
+    }
+    EXPECT_EQ(index.output_of(capture), best) << capture.size << capture.layout << "_" << capture.stamp;
+    matched += !best.empty();
+  }
+  EXPECT_GT(matched, 200);
+}
+
 // The public header's limits, which the tool checks before it reads a pixel,
 // and the library's own check accept and refuse the same sizes.
 TEST(ToolParts, HeaderSizeLimitsAgreeWithTheLibrarysCheck) {
@@ -183,11 +232,16 @@ struct ToolRun {
   std::string out, err;
 };
 
+// A resource limit of the tool's process: RLIMIT_AS or RLIMIT_FSIZE, and its
+// value (0: none).
+using Limit = std::pair<int, rlim_t>;
+
 // Runs the tool (through the emulator in a cross build) in `dir` with `args`
-// (split at blanks) and TMPDIR=dir. With `signal`, sends it once stdout shows
-// `when`; with `memory`, that is all the address space it gets.
+// (split at spaces; a word ">FILE" sends stdout to FILE) and TMPDIR=dir. With
+// `signal`, sends it once stdout shows `when`; SIGPIPE: the reader closes the
+// pipe then instead. With `limit`, the tool runs under that limit.
 ToolRun run_tool(const std::string& dir, const std::string& args, int signal = 0, const std::string& when = "",
-                 rlim_t memory = 0) {
+                 Limit limit = {}) {
   std::vector<std::string> words, env{"TMPDIR=" + dir};
 #ifdef TAVO_HDR_TOOL_EMULATOR
   std::istringstream emulator(TAVO_HDR_TOOL_EMULATOR);
@@ -195,7 +249,11 @@ ToolRun run_tool(const std::string& dir, const std::string& args, int signal = 0
 #endif
   words.push_back(TAVO_HDR_TOOL_PATH);
   std::istringstream split(args);
-  for (std::string word; split >> word;) words.push_back(word);
+  int redirect = -1;
+  for (std::string word; std::getline(split, word, ' ');) {
+    if (word.starts_with(">")) redirect = open(word.c_str() + 1, O_WRONLY | O_CLOEXEC);
+    if (!word.empty() && !word.starts_with(">")) words.push_back(word);
+  }
   for (char** e = environ; *e != nullptr; ++e) {
     if (!std::string(*e).starts_with("TMPDIR=")) env.push_back(*e);
   }
@@ -209,19 +267,25 @@ ToolRun run_tool(const std::string& dir, const std::string& args, int signal = 0
   if (err < 0 || pipe2(out, O_CLOEXEC) != 0) return {};
   const pid_t pid = fork();
   if (pid == 0) {  // only async-signal-safe calls: the test has threads
-    const rlimit limit{memory, memory};
-    if (dup2(out[1], 1) == 1 && dup2(err, 2) == 2 && (memory == 0 || setrlimit(RLIMIT_AS, &limit) == 0) &&
-        chdir(dir.c_str()) == 0) {
+    const rlimit value{limit.second, limit.second};
+    if (dup2(redirect >= 0 ? redirect : out[1], 1) == 1 && dup2(err, 2) == 2 &&
+        (limit.second == 0 || setrlimit(limit.first, &value) == 0) && chdir(dir.c_str()) == 0) {
       execve(argv[0], argv.data(), envp.data());
     }
     _exit(127);
   }
   close(out[1]);
+  if (redirect >= 0) close(redirect);
   ToolRun run;
   char buffer[4096];
-  for (ssize_t n; (n = read(out[0], buffer, sizeof buffer)) > 0;) {
+  for (;;) {
+    if (signal != 0 && run.out.find(when) != std::string::npos) {
+      if (signal == SIGPIPE) break;  // the reader goes away
+      kill(pid, std::exchange(signal, 0));
+    }
+    const ssize_t n = read(out[0], buffer, sizeof buffer);
+    if (n <= 0) break;
     run.out.append(buffer, static_cast<size_t>(n));
-    if (signal != 0 && run.out.find(when) != std::string::npos) kill(pid, std::exchange(signal, 0));
   }
   close(out[0]);
   int status = 0;
@@ -334,6 +398,7 @@ TEST_F(Tool, ReplayExplainsADifferencePerPlaneAndDrawsWhereItLies) {
     std::vector<std::pair<size_t, int>> changes;  // byte of the dumped output, by how much
     std::string report;                           // after ": "
     Pixels red, cyan;
+    uintmax_t size = 0;  // the dumped output made this long (sparse), its size then checked before any read
   } cases[] = {
       {{}, "identical\n", {}, {}},
       {{{3075, -4}, {3476, 3}},  // U of the block at (2,0), V of the block at (20,12)
@@ -345,6 +410,7 @@ TEST_F(Tool, ReplayExplainsADifferencePerPlaneAndDrawsWhereItLies) {
        "2 bytes differ, first at byte 788\n    Y  1 of 3072 samples differ, largest 5, PSNR 69.03 dB\n" + u0 + v3,
        {{20, 12}},
        {{21, 12}, {20, 13}, {21, 13}}},
+      {{}, "dumped output is 1099511627776 bytes, not 4608\n", {}, {}, uintmax_t{1} << 40},
   };
   for (const auto& c : cases) {
     std::vector<uint8_t> phone = fused;
@@ -353,10 +419,11 @@ TEST_F(Tool, ReplayExplainsADifferencePerPlaneAndDrawsWhereItLies) {
       phone[at] = static_cast<uint8_t>(v >= 0 && v <= 255 ? v : phone[at] - by);  // |difference| = |by|
     }
     write_all(d + capture + "_hdr.yuv", phone);
+    if (c.size != 0) fs::resize_file(d + capture + "_hdr.yuv", c.size);
     fs::remove(picture);
     const ToolRun run = run_tool(d, "replay " + capture);
     const std::string where = c.report.substr(0, c.report.find('\n'));
-    EXPECT_EQ(run.exit_code, c.changes.empty() ? 0 : 6) << where << "\n" << run.err;
+    EXPECT_EQ(run.exit_code, c.report == "identical\n" ? 0 : 6) << where << "\n" << run.err;
     EXPECT_NE(run.out.find("[1/1] " + capture + ": " + c.report), std::string::npos) << run.out;
     EXPECT_EQ(fs::exists(picture), !c.changes.empty()) << where;
     if (c.changes.empty()) continue;
@@ -418,13 +485,30 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
   write_all(d + "bad.png", bytes);
   write_png_claiming(d + "a.png", d + "huge.png", 100000, 100000);
   write_png_claiming(d + "a.png", d + "big.png", 16384, 8192);
+  // Captures whose dumped output or frame is no frame: a directory, a FIFO, a
+  // device, a symbolic link loop. Their results go elsewhere.
+  for (const std::string sub : {"hdr-dir", "hdr-fifo", "hdr-device", "hdr-loop", "frame-loop"}) {
+    fs::create_directory(d + sub);
+    for (const char* k : {"0", "1", "2"}) {
+      fs::create_symlink(std::string("../in") + k + ".yuv", d + sub + "/" + capture + "_" + k + ".yuv");
+    }
+  }
+  fs::create_directory(d + "hdr-dir/" + capture + "_hdr.yuv");
+  mkfifo((d + "hdr-fifo/" + capture + "_hdr.yuv").c_str(), 0644);
+  fs::create_symlink("/dev/null", d + "hdr-device/" + capture + "_hdr.yuv");
+  fs::create_symlink(capture + "_hdr.yuv", d + "hdr-loop/" + capture + "_hdr.yuv");
+  fs::remove(d + "frame-loop/" + capture + "_1.yuv");
+  fs::create_symlink(capture + "_1.yuv", d + "frame-loop/" + capture + "_1.yuv");
+  const tavo::test::TempDir elsewhere;
+  const std::string away = " --out-dir " + elsewhere.path(), failed = "0 without output, 1 failed\n";
 
   const std::string raw = "fuse in0.yuv in1.yuv in2.yuv -o out.yuv ";
   const struct {
     std::string args;
     int exit_code;
     std::string message;
-    rlim_t memory = 0;
+    std::string out = "";  // on stdout
+    Limit limit = {};
   } cases[] = {
       {"fuse in0.yuv gone.yuv in2.yuv -o out.yuv --size 64x48", 3, "cannot open gone.yuv: No such file"},
       {"fuse in0.yuv short.yuv in2.yuv -o out.yuv --size 64x48", 3,
@@ -457,19 +541,36 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
 // Sanitizers need more address space; under an emulator the limit would bound
 // the emulator's own mappings too.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(TAVO_HDR_TOOL_EMULATOR)
-      {"fuse big.png a.png b.png -o out.png", 4, "out of memory in fuse", 300 << 20},
+      {"fuse big.png a.png b.png -o out.png", 4, "out of memory in fuse", "", {RLIMIT_AS, 300 << 20}},
 #endif
       {"demo --size 16384x16384", 2, "16384x16384 is more than the library's"},
       {"replay cap", 3, capture + "_replay.yuv is one of the inputs"},
       {"replay diff", 3, capture + "_replay_diff.png is one of the inputs; the tool never writes over an input"},
       {"replay holiday", 3, "holiday does not exist"},
       {"replay in0.yuv", 2, "not a capture name"},
+      {"replay hdr-dir" + away, 3, "hdr-dir/" + capture + "_hdr.yuv is not a regular file", failed},
+      {"replay hdr-fifo" + away, 3, "hdr-fifo/" + capture + "_hdr.yuv is not a regular file", failed},
+      {"replay hdr-device" + away, 3, "hdr-device/" + capture + "_hdr.yuv is not a regular file", failed},
+      {"replay hdr-loop" + away, 3, "cannot open hdr-loop/" + capture + "_hdr.yuv: Too many levels of symbolic links",
+       failed},
+      {"replay frame-loop", 3, "cannot open frame-loop/" + capture + "_1.yuv: Too many levels of symbolic links",
+       failed},
+      {"replay IMG_64x48YUV420\nPLAN\x1b" "AR_20180823_090812", 3,
+       "IMG_64x48YUV420\\nPLAN\\x1bAR_20180823_090812: unknown layout 'YUV420\\nPLAN\\x1bAR' (",
+       "[1/1] IMG_64x48YUV420\\nPLAN\\x1bAR_20180823_090812: failed\n"},
+      {"replay IMG_60x48NV21_20180823_090812", 3,
+       "IMG_60x48NV21_20180823_090812: unknown layout 'NV21' (YUV420_PLANAR or YVU420_SEMIPLANAR); width 60 is not a "
+       "multiple of 8"},
+      {"replay IMG_64x9999999999YUV420_PLANAR_20180823_090812", 3,
+       "IMG_64x9999999999YUV420_PLANAR_20180823_090812: 64x9999999999 is more than the library's 213726991 pixels"},
+      {"demo --size 64x48 >/dev/full", 7, "cannot write to standard output: No space left on device"},
       {"sharpen", 2, "unknown command 'sharpen'"},
   };
   const auto files = snapshot(dir_.path());
   for (const auto& c : cases) {
-    const ToolRun run = run_tool(dir_.path(), c.args, 0, "", c.memory);
+    const ToolRun run = run_tool(dir_.path(), c.args, 0, "", c.limit);
     EXPECT_EQ(run.exit_code, c.exit_code) << c.args << "\n" << run.err;
+    EXPECT_NE(run.out.find(c.out), std::string::npos) << c.args << "\n" << run.out;
     // The tool's line, then the usage for a bad command line: no warning of an
     // image library, no log.
     const size_t eol = run.err.find('\n');
@@ -504,33 +605,50 @@ TEST_F(Tool, FailedCaptureShowsTheLibrarysLog) {
 }
 
 // A signal outside a capture ends the tool at once; during a replay it ends it
-// after the current capture, with the summary. Either way the exit code is 128
-// + the signal and no temporary file (an output, the property file, the log)
-// is left.
+// after the current capture, with the summary; either way the exit code is 128
+// + the signal. A closed pipe (SIGPIPE) or the file size limit (SIGXFSZ) makes
+// the write fail instead: standard output exit 7, an output exit 3, a dump cut
+// short exit 4 (the library removes it). No temporary file (an output, the
+// property file, the log), no output and no dump is left.
 TEST_F(Tool, SignalsStopTheToolWithTheirExitCodeAndLeaveNoTemporaryFile) {
   const std::string capture = "IMG_512x384YUV420_PLANAR_20180823_090812";
-  std::string fifty;
+  std::string fifty, frames;
   for (int k = 0; k < 3; ++k) {
-    write_all(dir_.path() + "/" + capture + "_" + std::to_string(k) + ".yuv",
-              tavo::test::random_bytes(512 * 384 * 3 / 2, k));
+    const std::string frame = capture + "_" + std::to_string(k) + ".yuv";
+    write_all(dir_.path() + "/" + frame, tavo::test::random_bytes(512 * 384 * 3 / 2, k));
+    frames += " " + frame;
   }
   for (int i = 0; i < 50; ++i) fifty += " " + capture;
+  const std::string replay = "replay" + fifty + " --out-dir replayed --prop a=b",
+                    fuse = "fuse" + frames + " -o fused.yuv --size 512x384";
+  const char* lost = "tavo-hdr: cannot write to standard output: Broken pipe\n";
   const struct {
     std::string args;
     int signal;
     const char* when;  // sent once stdout shows this
+    int exit_code;
+    const char* err;  // how stderr ends
     const char* out;
   } cases[] = {
-      {"demo --size 4096x2048 --prop a=b --out-dir pictures", SIGTERM, "scene:", "scene:"},
-      {"replay" + fifty + " --out-dir replayed --prop a=b", SIGINT, "[1/50]", " of 50 captures (stopped by SIGINT): "},
+      {"demo --size 4096x2048 --prop a=b --out-dir pictures", SIGTERM, "scene:", 143,
+       "tavo-hdr: interrupted by SIGTERM\n", "scene:"},
+      {replay, SIGINT, "[1/50]", 130, "tavo-hdr: interrupted by SIGINT\n", " of 50 captures (stopped by SIGINT): "},
+      {replay, SIGHUP, "[1/50]", 129, "tavo-hdr: interrupted by SIGHUP\n", " of 50 captures (stopped by SIGHUP): "},
+      {"demo --size 4096x2048 --prop a=b --out-dir pictures", SIGPIPE, "", 7, lost, ""},
+      {replay, SIGPIPE, "[1/50]", 7, lost, "[1/50]"},
+      {fuse + " --prop a=b", SIGXFSZ, "", 3, "tavo-hdr: cannot write fused.yuv: File too large\n", "capture"},
+      {fuse + " --prop saveinput=yes --dump-dir dumps", SIGXFSZ, "", 4,
+       "tavo-hdr: the library could not fuse the frames (result -1; its log is above)\n", "capture"},
   };
   for (const auto& c : cases) {
-    const ToolRun run = run_tool(dir_.path(), c.args, c.signal, c.when);
-    EXPECT_EQ(run.exit_code, 128 + c.signal) << c.args << "\n" << run.err;
-    EXPECT_EQ(run.err, std::string("tavo-hdr: interrupted by ") + (c.signal == SIGINT ? "SIGINT\n" : "SIGTERM\n"));
+    const bool xfsz = c.signal == SIGXFSZ;  // from a 4096-byte file size limit
+    const ToolRun run = run_tool(dir_.path(), c.args, xfsz ? 0 : c.signal, c.when, {RLIMIT_FSIZE, xfsz ? 4096 : 0});
+    EXPECT_EQ(run.exit_code, c.exit_code) << c.args << "\n" << run.err;
+    EXPECT_TRUE(run.err.ends_with(c.err)) << c.args << "\n" << run.err;
     EXPECT_NE(run.out.find(c.out), std::string::npos) << run.out;
     for (const auto& [name, content] : snapshot(dir_.path())) {
-      EXPECT_EQ(fs::path(name).filename().string().find("tavo-hdr-"), std::string::npos) << c.args << ": " << name;
+      EXPECT_TRUE(name.find("tavo-hdr-") == std::string::npos && !name.starts_with("dumps/") && name != "fused.yuv")
+          << c.args << ": " << name;
     }
   }
   EXPECT_FALSE(fs::exists(dir_.path() + "/pictures/demo_result.png"));

@@ -14,7 +14,8 @@ const char kUsage[] =
     "options for every command: --prop key=value (repeatable), --dump-dir DIR, --verbose\n"
     "raw frames (.yuv or any other name) need --size; layouts: YUV420_PLANAR (default),\n"
     "YVU420_SEMIPLANAR. Image files (.jpg, .jpeg, .png) carry their size; alpha is\n"
-    "composited over black. Ctrl-C stops a capture and exits with 130 (SIGTERM: 143).\n";
+    "composited over black. Ctrl-C stops a capture and exits with 130 (SIGTERM: 143,\n"
+    "SIGHUP: 129); standard output that cannot be written ends it with 7.\n";
 
 namespace {
 

@@ -10,19 +10,22 @@ namespace fs = std::filesystem;
 
 namespace {
 
+bool is_digit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
+
 bool digits(const std::string& s, size_t pos, size_t n) {
   if (pos + n > s.size()) return false;
   return std::all_of(s.begin() + static_cast<std::ptrdiff_t>(pos),
-                     s.begin() + static_cast<std::ptrdiff_t>(pos + n),
-                     [](char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; });
+                     s.begin() + static_cast<std::ptrdiff_t>(pos + n), is_digit);
 }
 
-// Leading decimal number of at most 9 digits at s[*pos]; advances *pos.
+// The whole run of digits at s[*pos], its value saturated at INT32_MAX;
+// advances *pos.
 bool number(const std::string& s, size_t* pos, int32_t* value) {
+  int64_t v = 0;
   size_t end = *pos;
-  while (end < s.size() && end - *pos < 9 && std::isdigit(static_cast<unsigned char>(s[end]))) ++end;
+  for (; end < s.size() && is_digit(s[end]); ++end) v = std::min<int64_t>(v * 10 + (s[end] - '0'), INT32_MAX);
   if (end == *pos) return false;
-  *value = std::stoi(s.substr(*pos, end - *pos));
+  *value = static_cast<int32_t>(v);
   *pos = end;
   return true;
 }
@@ -34,18 +37,19 @@ std::string strip_suffix(std::string s, const std::string& suffix) {
   return s;
 }
 
-// The capture behind "<dir>/<base><suffix>" when the file name has that form.
-bool capture_of_file(const fs::path& file, const std::string& suffix, Capture* capture) {
-  const std::string filename = file.filename().string();
+// The capture's base name when `filename` is "<base><suffix>" of a dump.
+bool dump_of_file(const std::string& filename, const std::string& suffix, std::string* base, DumpName* name) {
   if (filename.size() <= suffix.size() || !filename.ends_with(suffix)) return false;
-  const std::string base = filename.substr(0, filename.size() - suffix.size());
-  if (!parse_dump_name(base, &capture->name)) return false;
-  capture->prefix = (file.parent_path() / base).string();
-  return true;
+  *base = filename.substr(0, filename.size() - suffix.size());
+  return parse_dump_name(*base, name);
 }
 
-bool same_kind(const DumpName& a, const DumpName& b) {
-  return a.width == b.width && a.height == b.height && a.layout == b.layout;
+// The names in `dir`; false with *ec set when it cannot be listed.
+bool list_directory(const std::string& dir, std::vector<std::string>* names, std::error_code* ec) {
+  for (fs::directory_iterator it(dir, *ec); !*ec && it != fs::directory_iterator(); it.increment(*ec)) {
+    names->push_back(it->path().filename().string());
+  }
+  return !*ec;
 }
 
 }  // namespace
@@ -64,6 +68,7 @@ bool parse_dump_name(const std::string& base, DumpName* name) {
   if (!number(base, &pos, &parsed.width) || pos >= tail || base[pos] != 'x') return false;
   ++pos;
   if (!number(base, &pos, &parsed.height) || pos > tail) return false;
+  parsed.size = base.substr(4, pos - 4);
   parsed.layout = base.substr(pos, tail - pos);
   parsed.stamp = base.substr(tail + 1);
   *name = parsed;
@@ -76,17 +81,22 @@ Collected collect_captures(const std::vector<std::string>& args, std::vector<Cap
   for (const std::string& arg : args) {
     std::error_code ec;
     if (fs::is_directory(arg, ec)) {
-      std::vector<Capture> found;
-      for (const auto& entry : fs::directory_iterator(arg, ec)) {
-        Capture capture;
-        if (!capture_of_file(entry.path(), "_0.yuv", &capture)) continue;
-        if (fs::exists(capture.prefix + "_1.yuv") && fs::exists(capture.prefix + "_2.yuv")) {
-          found.push_back(capture);
-        }
-      }
-      if (ec) {
+      std::vector<std::string> names;
+      if (!list_directory(arg, &names, &ec)) {
         *error = "cannot list " + arg + ": " + ec.message();
         return Collected::kUnlistable;
+      }
+      std::sort(names.begin(), names.end());
+      const auto listed = [&](const std::string& name) { return std::binary_search(names.begin(), names.end(), name); };
+      std::vector<Capture> found;
+      for (const std::string& filename : names) {
+        std::string base;
+        Capture capture;
+        if (dump_of_file(filename, "_0.yuv", &base, &capture.name) && listed(base + "_1.yuv") &&
+            listed(base + "_2.yuv")) {
+          capture.prefix = (fs::path(arg) / base).string();
+          found.push_back(capture);
+        }
       }
       std::sort(found.begin(), found.end(), [](const Capture& a, const Capture& b) {
         return a.name.stamp != b.name.stamp ? a.name.stamp < b.name.stamp : a.prefix < b.prefix;
@@ -110,32 +120,49 @@ Collected collect_captures(const std::vector<std::string>& args, std::vector<Cap
   return Collected::kCollected;
 }
 
-std::string find_dumped_output(const Capture& capture) {
+DumpIndex::DumpIndex(const std::vector<std::string>& names) {
+  for (const std::string& filename : names) {
+    std::string base;
+    DumpName name;
+    if (dump_of_file(filename, "_0.yuv", &base, &name)) {
+      kinds_[{name.width, name.height, name.layout}].input_stamps.push_back(name.stamp);
+    } else if (dump_of_file(filename, "_hdr.yuv", &base, &name)) {
+      kinds_[{name.width, name.height, name.layout}].outputs.emplace_back(name.stamp, filename);
+    }
+  }
+  for (auto& [key, kind] : kinds_) {
+    std::sort(kind.input_stamps.begin(), kind.input_stamps.end());
+    std::sort(kind.outputs.begin(), kind.outputs.end());
+  }
+}
+
+std::string DumpIndex::output_of(const DumpName& capture) const {
+  const auto found = kinds_.find({capture.width, capture.height, capture.layout});
+  if (found == kinds_.end()) return "";
+  const Kind& kind = found->second;
+  const auto next = std::upper_bound(kind.input_stamps.begin(), kind.input_stamps.end(), capture.stamp);
+  const auto output =
+      std::lower_bound(kind.outputs.begin(), kind.outputs.end(), std::pair(capture.stamp, std::string()));
+  if (output == kind.outputs.end() || (next != kind.input_stamps.end() && output->first >= *next)) return "";
+  return output->second;
+}
+
+std::string DumpedOutputs::find(const Capture& capture) {
   const std::string exact = capture.prefix + "_hdr.yuv";
   std::error_code ec;
-  if (fs::exists(exact, ec)) return exact;
-  fs::path dir = fs::path(capture.prefix).parent_path();
+  if (fs::exists(fs::symlink_status(exact, ec))) return exact;
+  std::string dir = fs::path(capture.prefix).parent_path().string();
   if (dir.empty()) dir = ".";
-  // The next capture of the same kind bounds the search.
-  std::string next_inputs = "99999999_999999";
-  std::string best, best_stamp;
-  for (const auto& entry : fs::directory_iterator(dir, ec)) {
-    Capture other;
-    if (capture_of_file(entry.path(), "_0.yuv", &other) && same_kind(other.name, capture.name) &&
-        other.name.stamp > capture.name.stamp && other.name.stamp < next_inputs) {
-      next_inputs = other.name.stamp;
-    }
+  auto indexed = directories_.find(dir);
+  if (indexed == directories_.end()) {
+    std::vector<std::string> names;
+    list_directory(dir, &names, &ec);  // an unlistable directory has no outputs to find
+    indexed = directories_.emplace(dir, DumpIndex(names)).first;
   }
-  for (const auto& entry : fs::directory_iterator(dir, ec)) {
-    Capture output;
-    if (!capture_of_file(entry.path(), "_hdr.yuv", &output) || !same_kind(output.name, capture.name)) continue;
-    const std::string& stamp = output.name.stamp;
-    if (stamp >= capture.name.stamp && stamp < next_inputs && (best.empty() || stamp < best_stamp)) {
-      best = entry.path().string();
-      best_stamp = stamp;
-    }
-  }
-  return best;
+  const std::string name = indexed->second.output_of(capture.name);
+  return name.empty() ? "" : (fs::path(dir) / name).string();
 }
+
+std::string find_dumped_output(const Capture& capture) { return DumpedOutputs().find(capture); }
 
 }  // namespace tavo::tool

@@ -5,14 +5,18 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 namespace tavo::tool {
 
 struct DumpName {
-  int32_t width = 0;
+  int32_t width = 0;   // INT32_MAX when the name's number is larger
   int32_t height = 0;
+  std::string size;    // "<W>x<H>" as the name writes it, every digit
   std::string layout;  // the text between the size and the time stamp
   std::string stamp;   // "yyyymmdd_hhmmss"
 };
@@ -34,10 +38,36 @@ enum class Collected { kCollected, kNotACaptureName, kMissing, kUnlistable };
 Collected collect_captures(const std::vector<std::string>& args, std::vector<Capture>* captures,
                            std::string* error);
 
-// The output the library dumped for `capture`: "<prefix>_hdr.yuv" when it
-// exists, else the earliest "_hdr.yuv" of the same size and layout in the same
-// directory stamped at or after the inputs and before the next capture's
-// inputs. Empty when there is none.
+// The dumps of one directory, from its file names, by kind (size and layout):
+// the time stamps of the captures' inputs and the outputs in time order.
+class DumpIndex {
+ public:
+  explicit DumpIndex(const std::vector<std::string>& names);
+  // The name of the earliest "_hdr.yuv" of the capture's kind stamped at or
+  // after its inputs and before the next capture's inputs of that kind; ""
+  // when there is none.
+  std::string output_of(const DumpName& capture) const;
+
+ private:
+  struct Kind {
+    std::vector<std::string> input_stamps;
+    std::vector<std::pair<std::string, std::string>> outputs;  // (stamp, name)
+  };
+  std::map<std::tuple<int32_t, int32_t, std::string>, Kind> kinds_;
+};
+
+// The output the library dumped for a capture: "<prefix>_hdr.yuv" when it
+// exists, else DumpIndex::output_of in the capture's directory. Empty when
+// there is none. Each directory is listed once, however many captures it holds.
+class DumpedOutputs {
+ public:
+  std::string find(const Capture& capture);
+
+ private:
+  std::map<std::string, DumpIndex> directories_;
+};
+
+// DumpedOutputs().find(capture), for one capture.
 std::string find_dumped_output(const Capture& capture);
 
 }  // namespace tavo::tool

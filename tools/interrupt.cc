@@ -26,6 +26,17 @@ void (*g_notify)() = nullptr;
 
 static_assert(std::atomic<int>::is_always_lock_free, "the handler needs lock-free flags");
 
+// The signals that end the tool, each with its line.
+constexpr struct {
+  int sig;
+  const char* name;
+  const char* line;
+} kSignals[] = {
+    {SIGHUP, "SIGHUP", "tavo-hdr: interrupted by SIGHUP\n"},
+    {SIGINT, "SIGINT", "tavo-hdr: interrupted by SIGINT\n"},
+    {SIGTERM, "SIGTERM", "tavo-hdr: interrupted by SIGTERM\n"},
+};
+
 void on_signal(int sig) {
   const int earlier = g_signal.exchange(sig);
   if (g_notify != nullptr) g_notify();
@@ -34,18 +45,17 @@ void on_signal(int sig) {
   for (TempSlot& slot : g_temps) {
     if (slot.state.load(std::memory_order_acquire) == 2) unlinkat(slot.dir_fd, slot.name, 0);
   }
-  static const char kInt[] = "tavo-hdr: interrupted by SIGINT\n";
-  static const char kTerm[] = "tavo-hdr: interrupted by SIGTERM\n";
-  const bool term = sig == SIGTERM;
-  [[maybe_unused]] const ssize_t n = write(STDERR_FILENO, term ? kTerm : kInt, term ? sizeof kTerm - 1 : sizeof kInt - 1);
+  for (const auto& s : kSignals) {
+    if (s.sig != sig) continue;
+    [[maybe_unused]] const ssize_t n = write(STDERR_FILENO, s.line, strlen(s.line));
+  }
   _exit(128 + sig);
 }
 
 sigset_t interrupt_set() {
   sigset_t set;
   sigemptyset(&set);
-  sigaddset(&set, SIGINT);
-  sigaddset(&set, SIGTERM);
+  for (const auto& s : kSignals) sigaddset(&set, s.sig);
   return set;
 }
 
@@ -57,13 +67,19 @@ void install_interrupt_handlers(void (*notify)()) {
   action.sa_handler = on_signal;
   action.sa_mask = interrupt_set();
   action.sa_flags = SA_RESTART;
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
+  for (const auto& s : kSignals) sigaction(s.sig, &action, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
 }
 
 int interrupting_signal() { return g_signal.load(); }
 
-const char* signal_name(int sig) { return sig == SIGTERM ? "SIGTERM" : sig == SIGINT ? "SIGINT" : "a signal"; }
+const char* signal_name(int sig) {
+  for (const auto& s : kSignals) {
+    if (s.sig == sig) return s.name;
+  }
+  return "a signal";
+}
 
 DeferInterrupts::DeferInterrupts() { g_deferred.fetch_add(1); }
 DeferInterrupts::~DeferInterrupts() { g_deferred.fetch_sub(1); }

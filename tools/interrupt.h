@@ -1,9 +1,13 @@
-// SIGINT and SIGTERM. A signal ends the tool at once: the handler removes the
-// temporary files registered below, prints one line and exits with 128 + the
-// signal. Inside a DeferInterrupts scope (a capture, a replay) the handler only
+// SIGHUP, SIGINT and SIGTERM. A signal ends the tool at once: the handler
+// removes the temporary files registered below, prints one line and exits with
+// 128 + the signal. Inside a DeferInterrupts scope (a capture, a replay) the handler only
 // records the signal and calls the notify function, which raises the library's
 // stop flag; the code of the scope polls interrupting_signal() and winds down
 // itself. A second signal ends the tool at once even there.
+//
+// SIGPIPE and SIGXFSZ are ignored: a write to a closed pipe or past the file
+// size limit fails (EPIPE, EFBIG) and the tool's ordinary error paths run,
+// which leave no temporary file either.
 #pragma once
 
 #include <signal.h>
@@ -16,7 +20,7 @@ void install_interrupt_handlers(void (*notify)());
 // The signal that arrived, 0 when none did.
 int interrupting_signal();
 
-// "SIGINT" or "SIGTERM".
+// "SIGHUP", "SIGINT" or "SIGTERM".
 const char* signal_name(int sig);
 
 class DeferInterrupts {

@@ -16,37 +16,39 @@ namespace {
 constexpr size_t kAnySize = SIZE_MAX;
 
 // O_NONBLOCK so that opening a FIFO does not wait for a writer; it has no
-// effect on the reads of a regular file.
-bool read_regular(const std::string& path, size_t expected, const std::string& expected_note,
-                  std::vector<uint8_t>* bytes, std::string* error) {
+// effect on the reads of a regular file. The size is checked before a byte is
+// read (or memory taken for it).
+FrameRead read_regular(const std::string& path, size_t expected, std::vector<uint8_t>* bytes, uint64_t* size,
+                       std::string* error) {
   const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) {
     *error = "cannot open " + path + ": " + strerror(errno);
-    return false;
+    return FrameRead::kFailed;
   }
   struct stat st;
-  bool ok = fstat(fd, &st) == 0;
-  if (!ok) {
+  FrameRead result = FrameRead::kRead;
+  if (fstat(fd, &st) != 0) {
     *error = "cannot read " + path + ": " + strerror(errno);
+    result = FrameRead::kFailed;
   } else if (!S_ISREG(st.st_mode)) {
     *error = path + " is not a regular file";
-    ok = false;
+    result = FrameRead::kFailed;
   } else if (expected != kAnySize && static_cast<size_t>(st.st_size) != expected) {
-    *error = path + " is " + std::to_string(st.st_size) + " bytes, " + expected_note;
-    ok = false;
+    *size = static_cast<uint64_t>(st.st_size);
+    result = FrameRead::kOtherSize;
   }
-  if (ok) bytes->resize(static_cast<size_t>(st.st_size));
-  for (size_t done = 0; ok && done < bytes->size();) {
+  if (result == FrameRead::kRead) bytes->resize(static_cast<size_t>(st.st_size));
+  for (size_t done = 0; result == FrameRead::kRead && done < bytes->size();) {
     const ssize_t n = read(fd, bytes->data() + done, bytes->size() - done);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
       *error = "cannot read " + path + ": " + (n < 0 ? strerror(errno) : "it shrank while being read");
-      ok = false;
+      result = FrameRead::kFailed;
     }
     done += n > 0 ? static_cast<size_t>(n) : 0;
   }
   close(fd);
-  return ok;
+  return result;
 }
 
 }  // namespace
@@ -56,16 +58,24 @@ size_t raw_frame_bytes(int32_t width, int32_t height) {
 }
 
 bool read_file(const std::string& path, std::vector<uint8_t>* bytes, std::string* error) {
-  return read_regular(path, kAnySize, "", bytes, error);
+  uint64_t size = 0;
+  return read_regular(path, kAnySize, bytes, &size, error) == FrameRead::kRead;
+}
+
+FrameRead read_frame_or_size(const std::string& path, int32_t width, int32_t height, std::vector<uint8_t>* bytes,
+                             uint64_t* size, std::string* error) {
+  return read_regular(path, raw_frame_bytes(width, height), bytes, size, error);
 }
 
 bool read_raw_frame(const std::string& path, int32_t width, int32_t height, std::vector<uint8_t>* bytes,
                     std::string* error) {
-  const size_t expected = raw_frame_bytes(width, height);
-  return read_regular(path, expected,
-                      "a " + std::to_string(width) + "x" + std::to_string(height) + " frame is " +
-                          std::to_string(expected) + " (W*H*3/2)",
-                      bytes, error);
+  uint64_t size = 0;
+  const FrameRead read = read_frame_or_size(path, width, height, bytes, &size, error);
+  if (read == FrameRead::kOtherSize) {
+    *error = path + " is " + std::to_string(size) + " bytes, a " + std::to_string(width) + "x" +
+             std::to_string(height) + " frame is " + std::to_string(raw_frame_bytes(width, height)) + " (W*H*3/2)";
+  }
+  return read == FrameRead::kRead;
 }
 
 }  // namespace tavo::tool

@@ -19,4 +19,11 @@ bool read_file(const std::string& path, std::vector<uint8_t>* bytes, std::string
 bool read_raw_frame(const std::string& path, int32_t width, int32_t height, std::vector<uint8_t>* bytes,
                     std::string* error);
 
+// read_raw_frame, telling a regular file of another size, which is not read
+// (kOtherSize, its size in *size), from a refusal (kFailed, with a one-line
+// reason in *error).
+enum class FrameRead { kRead, kOtherSize, kFailed };
+FrameRead read_frame_or_size(const std::string& path, int32_t width, int32_t height, std::vector<uint8_t>* bytes,
+                             uint64_t* size, std::string* error);
+
 }  // namespace tavo::tool

@@ -5,11 +5,13 @@
 // does. The library's log goes to a temporary file the tool names in
 // TAVO_HDR_LOG; the tool shows it with --verbose, and anyway when a capture
 // fails, so the user sees why.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,6 +28,7 @@
 #include "tools/image_io.h"
 #include "tools/interrupt.h"
 #include "tools/output_file.h"
+#include "tools/printable_text.h"
 #include "tools/raw_io.h"
 #include "tools/scene/scene.h"
 #include "tools/staged_capture.h"
@@ -44,12 +47,31 @@ enum Exit {
   kLibraryFailed = 4,
   kStopped = 5,
   kReplayDiffers = 6,
+  kOutputLost = 7,
   kInterrupted = 128,  // exits with 128 + the signal
 };
 
+// One line on stderr; names in it are shown with their control characters
+// escaped.
 int fail(int code, const std::string& message) {
-  fprintf(stderr, "tavo-hdr: %s\n", message.c_str());
+  fprintf(stderr, "tavo-hdr: %s\n", printable(message).c_str());
   return code;
+}
+
+// Thrown when standard output cannot be written (a closed pipe, a full disk):
+// the command stops there rather than work on for nobody, and the tool exits
+// with kOutputLost.
+struct OutputLost {
+  int error;
+};
+
+// printf to stdout, flushed at once; throws OutputLost when the write fails.
+[[gnu::format(printf, 1, 2)]] void say(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  const int n = vprintf(format, args);
+  va_end(args);
+  if (n < 0 || fflush(stdout) != 0 || ferror(stdout)) throw OutputLost{errno};
 }
 
 // ---- Library log ---------------------------------------------------------
@@ -84,7 +106,7 @@ class LibraryLog {
   bool open_ = false, verbose_ = false;
 } g_log;
 
-void print_time(const char* name, double ms) { printf("%-13s%9.1f ms\n", name, ms); }
+void print_time(const char* name, double ms) { say("%-13s%9.1f ms\n", name, ms); }
 
 // ---- Run-time settings of the library ------------------------------------
 
@@ -171,16 +193,13 @@ int capture(const Frames& frames, std::vector<uint8_t>* out, double* ms) {
                                   "; its log is above)");
 }
 
-// Reads three raw frames of the given size; kOk or the exit code after the
-// error was printed.
-int read_raw_frames(const std::vector<std::string>& paths, Frames* frames) {
-  for (int k = 0; k < 3; ++k) {
-    std::string error;
-    if (!read_raw_frame(paths[k], frames->width, frames->height, &frames->data[k], &error)) {
-      return fail(kInputError, error);
-    }
+// Reads three raw frames of the given size; "" or why one cannot be read.
+std::string read_raw_frames(const std::vector<std::string>& paths, Frames* frames) {
+  std::string error;
+  for (int k = 0; k < 3 && error.empty(); ++k) {
+    read_raw_frame(paths[k], frames->width, frames->height, &frames->data[k], &error);
   }
-  return kOk;
+  return error;
 }
 
 std::string layout_problem(const std::string& layout) {
@@ -215,7 +234,7 @@ int fuse_command(const Options& options) {
     }
     frames.width = options.width;
     frames.height = options.height;
-    if (const int code = read_raw_frames(options.inputs, &frames); code != kOk) return code;
+    if (const std::string p = read_raw_frames(options.inputs, &frames); !p.empty()) return fail(kInputError, p);
   } else {
     for (int k = 0; k < 3; ++k) {
       std::string error;
@@ -251,24 +270,34 @@ int fuse_command(const Options& options) {
     yuv420_to_rgb(out.data(), frames.width, frames.height, layout, result.pixels.data());
     if (!write_image(options.output, result, &error, inputs)) return fail(kInputError, error);
   }
-  printf("wrote %s (%dx%d)\n", options.output.c_str(), frames.width, frames.height);
+  say("wrote %s (%dx%d)\n", printable(options.output).c_str(), frames.width, frames.height);
   return kOk;
 }
 
 // ---- replay --------------------------------------------------------------
 
-// The first line of a comparison: "identical", or how many bytes differ and
-// where the first one is.
+// The first line of a comparison of two frames of one size: "identical", or
+// how many bytes differ and where the first one is.
 std::string compare(const std::vector<uint8_t>& ours, const std::vector<uint8_t>& theirs) {
-  if (ours.size() != theirs.size()) {
-    return "dumped output is " + std::to_string(theirs.size()) + " bytes, not " + std::to_string(ours.size());
-  }
   size_t differ = 0, first = 0;
   for (size_t i = 0; i < ours.size(); ++i) {
     if (ours[i] != theirs[i] && differ++ == 0) first = i;
   }
   if (differ == 0) return "identical";
   return std::to_string(differ) + " bytes differ, first at byte " + std::to_string(first);
+}
+
+// Why the size and layout a capture's name gives cannot be fused, every
+// reason, separated by "; " ("" when they can). A size over the library's
+// limits is quoted as the name writes it, every digit.
+std::string capture_name_problem(const DumpName& name) {
+  const bool too_large = name.width == INT32_MAX || name.height == INT32_MAX ||
+                         static_cast<uint64_t>(name.width) * static_cast<uint64_t>(name.height) > TAVO_HDR_MAX_PIXELS;
+  const std::string size = too_large ? name.size + " is more than the library's " +
+                                           std::to_string(TAVO_HDR_MAX_PIXELS) + " pixels"
+                                     : frame_size_problem(name.width, name.height);
+  const std::string layout = layout_problem(name.layout);
+  return layout + (layout.empty() || size.empty() ? "" : "; ") + size;
 }
 
 // The difference picture of the result "<stem>.yuv": "<stem>_diff.png" beside it.
@@ -290,9 +319,9 @@ struct Worst {
   }
   void print() const {
     if (base.empty()) return;
-    printf("worst capture: %s, %zu samples differ (Y %zu, U %zu, V %zu), luma PSNR %s\n", base.c_str(),
-           diff.differing(), diff.plane[0].differing, diff.plane[1].differing, diff.plane[2].differing,
-           psnr_text(diff.plane[0].psnr()).c_str());
+    say("worst capture: %s, %zu samples differ (Y %zu, U %zu, V %zu), luma PSNR %s\n", printable(base).c_str(),
+        diff.differing(), diff.plane[0].differing, diff.plane[1].differing, diff.plane[2].differing,
+        psnr_text(diff.plane[0].psnr()).c_str());
   }
 };
 
@@ -325,8 +354,9 @@ int replay_command(const Options& options) {
   const size_t n = captures.size();
   std::vector<std::string> dumped(n);
   std::vector<FileId> inputs, written;
+  DumpedOutputs outputs;
   for (size_t i = 0; i < n; ++i) {
-    dumped[i] = find_dumped_output(captures[i]);
+    dumped[i] = outputs.find(captures[i]);
     for (const char* suffix : {"_0.yuv", "_1.yuv", "_2.yuv"}) add_file_id(captures[i].prefix + suffix, &inputs);
     add_file_id(dumped[i], &inputs);
   }
@@ -341,78 +371,79 @@ int replay_command(const Options& options) {
   for (; replayed < n && interrupting_signal() == 0; ++replayed) {
     const Capture& c = captures[replayed];
     const std::string base = fs::path(c.prefix).filename().string();
-    printf("[%zu/%zu] %s: ", replayed + 1, n, base.c_str());
-    fflush(stdout);
-    std::string verdict;
-    int code = kOk;
+    say("[%zu/%zu] %s: ", replayed + 1, n, printable(base).c_str());
+    std::string refusal;  // why the capture failed, on stderr below its line
+    const auto end_line = [&](const std::string& verdict, const std::string& details, int code) {
+      say("%s\n%s", verdict.c_str(), details.c_str());
+      if (code == kOk) return;
+      ++failed;
+      if (first_failure == kOk) first_failure = code;
+      if (!refusal.empty()) fail(code, refusal);
+    };
     Frames frames;
     frames.width = c.name.width;
     frames.height = c.name.height;
     frames.layout = c.name.layout;
-    if (std::string p = layout_problem(c.name.layout) + frame_size_problem(c.name.width, c.name.height);
-        !p.empty()) {
-      code = fail(kInputError, base + ": " + p);
+    if (const std::string p = capture_name_problem(c.name); !p.empty()) {
+      refusal = base + ": " + p;
     } else {
-      code = read_raw_frames({c.prefix + "_0.yuv", c.prefix + "_1.yuv", c.prefix + "_2.yuv"}, &frames);
+      refusal = read_raw_frames({c.prefix + "_0.yuv", c.prefix + "_1.yuv", c.prefix + "_2.yuv"}, &frames);
     }
+    int code = refusal.empty() ? kOk : kInputError;
     std::vector<uint8_t> out;
     double ms = 0;
     if (code == kOk) code = capture(frames, &out, &ms);
     if (code == kInterrupted) {
-      printf("interrupted\n");
+      say("interrupted\n");
       break;
     }
     capture_ms += ms;
     const std::string target = result_path(options, c, written);
-    if (code == kOk && !write_output(target, out.data(), out.size(), inputs, &error)) code = fail(kInputError, error);
+    if (code == kOk && !write_output(target, out.data(), out.size(), inputs, &refusal)) code = kInputError;
     if (code != kOk) {
-      ++failed;
-      if (first_failure == kOk) first_failure = code;
-      printf("failed\n");
+      end_line("failed", "", code);
       continue;
     }
     add_file_id(target, &written);
+    std::string verdict, details;  // the rest of the capture's line; per-plane lines of a difference
     std::vector<uint8_t> theirs;
-    std::string details, picture_error;  // per-plane lines of a difference; why no picture was written
+    uint64_t their_size = 0;  // of a dumped output of another size, which is not read
     if (dumped[replayed].empty()) {
       ++without;
       verdict = "replayed, no dumped output to compare";
-    } else if (!read_file(dumped[replayed], &theirs, &error)) {
-      ++failed;
-      if (first_failure == kOk) first_failure = kInputError;
-      verdict = "failed: " + error;
+    } else if (const FrameRead read = read_frame_or_size(dumped[replayed], frames.width, frames.height, &theirs,
+                                                         &their_size, &refusal);
+               read == FrameRead::kFailed) {
+      verdict = "failed";
+    } else if (read == FrameRead::kOtherSize) {
+      ++different;
+      verdict = "dumped output is " + std::to_string(their_size) + " bytes, not " + std::to_string(out.size());
+    } else if (verdict = compare(out, theirs); verdict == "identical") {
+      ++identical;
     } else {
-      verdict = compare(out, theirs);
-      if (verdict == "identical") {
-        ++identical;
-      } else if (out.size() != theirs.size()) {
+      const tavo::ChromaLayout layout = tavo::parse_layout(frames.layout.c_str());
+      const FrameDiff diff = diff_frames(out.data(), theirs.data(), frames.width, frames.height, layout);
+      details = diff_report(diff, "    ");
+      const std::string picture = diff_picture_path(target);
+      if (write_image(picture, diff_picture(out.data(), theirs.data(), frames.width, frames.height, layout),
+                      &refusal, inputs)) {
+        details += "    difference picture " + printable(picture) + "\n";
         ++different;
+        worst.consider(base, diff);
       } else {
-        const tavo::ChromaLayout layout = tavo::parse_layout(frames.layout.c_str());
-        const FrameDiff diff = diff_frames(out.data(), theirs.data(), frames.width, frames.height, layout);
-        details = diff_report(diff, "    ");
-        const std::string picture = diff_picture_path(target);
-        if (write_image(picture, diff_picture(out.data(), theirs.data(), frames.width, frames.height, layout),
-                        &picture_error, inputs)) {
-          details += "    difference picture " + picture + "\n";
-          ++different;
-          worst.consider(base, diff);
-        } else {
-          details += "    no difference picture\n";
-          ++failed;
-          if (first_failure == kOk) first_failure = kInputError;
-        }
+        details += "    no difference picture\n";
       }
     }
-    if (!target.ends_with("_replay.yuv")) verdict += " (an earlier capture has this name; result in " + target + ")";
-    printf("%s\n%s", verdict.c_str(), details.c_str());
-    if (!picture_error.empty()) fail(kInputError, picture_error);
+    if (!target.ends_with("_replay.yuv")) {
+      verdict += " (an earlier capture has this name; result in " + printable(target) + ")";
+    }
+    end_line(verdict, details, refusal.empty() ? kOk : kInputError);
   }
   print_time("captures", capture_ms);
   const int sig = interrupting_signal();
   const std::string stopped = sig == 0 ? "" : " (stopped by " + std::string(signal_name(sig)) + ")";
-  printf("replayed %zu%s captures%s: %d identical, %d different, %d without output, %d failed\n", replayed,
-         sig == 0 ? "" : (" of " + std::to_string(n)).c_str(), stopped.c_str(), identical, different, without, failed);
+  say("replayed %zu%s captures%s: %d identical, %d different, %d without output, %d failed\n", replayed,
+      sig == 0 ? "" : (" of " + std::to_string(n)).c_str(), stopped.c_str(), identical, different, without, failed);
   worst.print();
   if (sig != 0) return kInterrupted;
   if (first_failure != kOk) return first_failure;
@@ -449,10 +480,10 @@ int demo_command(const Options& options) {
   setup.dx2 = -4;
   setup.dy2 = 2;
   const tavo::scene::Scene scene{w, h, 3};
-  printf("scene: %dx%d room with a sunlit window, exposures 1/4x, 1x, 4x (the 1x frame is the reference)\n", w, h);
+  say("scene: %dx%d room with a sunlit window, exposures 1/4x, 1x, 4x (the 1x frame is the reference)\n", w, h);
   Stopwatch watch;
   auto bracket = tavo::scene::render_bracket(scene, setup);
-  printf("rendered the bracket with sensor noise in %.1f ms\n", watch.ms());
+  say("rendered the bracket with sensor noise in %.1f ms\n", watch.ms());
 
   Pool pool;
   if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
@@ -467,16 +498,16 @@ int demo_command(const Options& options) {
   // common window starts at reference origin - s in that frame. Both say the
   // same thing, so a correct registration finds s = (dx, dy).
   const auto report = [](const char* name, int32_t dx, int32_t dy, const int16_t* s) {
-    printf("shift of %-18s applied dx=%+d dy=%+d, found x=%+d y=%+d: %s\n", name, dx, dy, s[0], s[1],
-           s[0] == dx && s[1] == dy ? "agree" : "DIFFER");
+    say("shift of %-18s applied dx=%+d dy=%+d, found x=%+d y=%+d: %s\n", name, dx, dy, s[0], s[1],
+        s[0] == dx && s[1] == dy ? "agree" : "DIFFER");
   };
   report("frame 0 (dark):", setup.dx0, setup.dy0, staged.shift0);
   report("frame 2 (bright):", setup.dx2, setup.dy2, staged.shift2);
-  printf("  (applied: frame pixel (x,y) shows the reference's (x+dx,y+dy); found: the crop window\n"
-         "   starts at the reference's origin minus the shift in that frame)\n");
-  printf("common window %dx%d, origins dark (%d,%d) normal (%d,%d) bright (%d,%d)\n", staged.crop_width,
-         staged.crop_height, staged.origins[0], staged.origins[1], staged.origins[2], staged.origins[3],
-         staged.origins[4], staged.origins[5]);
+  say("  (applied: frame pixel (x,y) shows the reference's (x+dx,y+dy); found: the crop window\n"
+      "   starts at the reference's origin minus the shift in that frame)\n");
+  say("common window %dx%d, origins dark (%d,%d) normal (%d,%d) bright (%d,%d)\n", staged.crop_width,
+      staged.crop_height, staged.origins[0], staged.origins[1], staged.origins[2], staged.origins[3],
+      staged.origins[4], staged.origins[5]);
   print_time("registration", staged.registration_ms);
   print_time("fusion", staged.fusion_ms);
   print_time("resize", staged.resize_ms);
@@ -493,7 +524,7 @@ int demo_command(const Options& options) {
   double ms = 0;
   if (const int code = capture(whole, &captured, &ms); code != kOk) return code;
   if (captured != out) return fail(kLibraryFailed, "HDR_Function and the staged capture gave different bytes");
-  printf("%-13s%9.1f ms, the same bytes\n", "HDR_Function", ms);
+  say("%-13s%9.1f ms, the same bytes\n", "HDR_Function", ms);
 
   watch = Stopwatch();
   const RgbImage dark = to_rgb(bracket[0], w, h), normal = to_rgb(bracket[1], w, h),
@@ -503,43 +534,56 @@ int demo_command(const Options& options) {
   if (!write_image(result_path, fused, &error) || !write_image(sheet_path, sheet, &error)) {
     return fail(kInputError, error);
   }
-  printf("wrote %s (%dx%d) and %s (%dx%d) in %.1f ms\n", result_path.c_str(), w, h, sheet_path.c_str(),
-         sheet.width, sheet.height, watch.ms());
+  say("wrote %s (%dx%d) and %s (%dx%d) in %.1f ms\n", printable(result_path).c_str(), w, h,
+      printable(sheet_path).c_str(), sheet.width, sheet.height, watch.ms());
   return kOk;
+}
+
+// A standard stream that was closed keeps its number taken, by /dev/null open
+// for reading: no file the tool opens becomes its stdout, and writes to it
+// fail (EBADF) as they should.
+void hold_closed_standard_streams() {
+  for (int fd = 0; fd < 3; ++fd) {
+    if (fcntl(fd, F_GETFD) < 0 && errno == EBADF) open("/dev/null", O_RDONLY);
+  }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  hold_closed_standard_streams();
   Options options;
   std::string error;
   if (!parse_args(argc, argv, &options, &error)) {
-    fprintf(stderr, "tavo-hdr: %s\n%s", error.c_str(), kUsage);
+    fprintf(stderr, "tavo-hdr: %s\n%s", printable(error).c_str(), kUsage);
     return kUsageError;
   }
-  if (options.help) {
-    fputs(kUsage, stdout);
-    return kOk;
-  }
-  // Progress lines reach a pipe as they are printed.
-  setvbuf(stdout, nullptr, _IOLBF, 0);
-  g_log.open(options.verbose);
-  install_interrupt_handlers(raise_stop_flag);
-  if (options.stop) tavo_hdr_set_stop_flag(1);
-  const Stopwatch watch;
   int code = kOk;
   try {
+    if (options.help) {
+      say("%s", kUsage);
+      return kOk;
+    }
+    install_interrupt_handlers(raise_stop_flag);
+    g_log.open(options.verbose);
+    if (options.stop) tavo_hdr_set_stop_flag(1);
+    const Stopwatch watch;
     LibrarySettings settings;
     if (!settings.apply(options, &error)) return fail(kInputError, error);
     if (options.command == "fuse") code = fuse_command(options);
     if (options.command == "replay") code = replay_command(options);
     if (options.command == "demo") code = demo_command(options);
+    if (code == kOk) say("done in %.1f ms\n", watch.ms());
   } catch (const std::bad_alloc&) {
     code = fail(kLibraryFailed, "out of memory in " + options.command);
+  } catch (const OutputLost& lost) {
+    code = fail(kOutputLost, std::string("cannot write to standard output: ") + strerror(lost.error));
+  } catch (const fs::filesystem_error& e) {  // the last resort: every call the tool makes reports its errors
+    code = fail(kInputError, e.what());
   }
   if (const int sig = interrupting_signal(); sig != 0) {
     return fail(kInterrupted + sig, std::string("interrupted by ") + signal_name(sig));
   }
-  if (code == kOk) printf("done in %.1f ms\n", watch.ms());
-  return code;
+  // A failed write to stderr (the library's log, --verbose) is no success either.
+  return code == kOk && ferror(stderr) ? kOutputLost : code;
 }
