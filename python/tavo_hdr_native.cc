@@ -29,8 +29,26 @@ namespace {
 // else into a TypeError instead of a silent copy.
 using Bytes = py::array_t<uint8_t, py::array::c_style>;
 
+// A path or a message as Python shows it: decoded as os.fsdecode does, so
+// that a name that is not UTF-8 comes out whole.
+py::object decoded(const std::string& text) {
+  return py::reinterpret_steal<py::object>(PyUnicode_DecodeFSDefaultAndSize(text.data(), static_cast<py::ssize_t>(text.size())));
+}
+
 [[noreturn]] void raise(PyObject* type, const std::string& message) {
-  PyErr_SetString(type, message.c_str());
+  PyErr_SetObject(type, decoded(message).ptr());
+  throw py::error_already_set();
+}
+
+// OSError for a file: with the system's error number, the subclass Python
+// gives it (FileNotFoundError, PermissionError, IsADirectoryError, ...), its
+// text and the path; a refusal that is not the system's carries the tool's
+// one-line reason and the path.
+[[noreturn]] void raise_file_error(int number, const std::string& message, const std::string& path) {
+  const py::object os_error = py::reinterpret_borrow<py::object>(PyExc_OSError);
+  py::object error = number != 0 ? os_error(number, strerror(number), decoded(path)) : os_error(decoded(message));
+  if (number == 0) error.attr("filename") = decoded(path);
+  PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(error.ptr())), error.ptr());
   throw py::error_already_set();
 }
 
@@ -74,14 +92,18 @@ int32_t hdr_function(const Bytes& dark, const Bytes& normal, const Bytes& bright
 Bytes read_raw(const std::string& path, int32_t width, int32_t height) {
   std::vector<uint8_t> bytes;
   std::string error;
-  if (!tavo::tool::read_raw_frame(path, width, height, &bytes, &error)) raise(PyExc_OSError, error);
+  int number = 0;
+  if (!tavo::tool::read_raw_frame(path, width, height, &bytes, &error, &number)) {
+    raise_file_error(number, error, path);
+  }
   return adopt(std::move(bytes), {frame_rows(height), width});
 }
 
 void write_raw(const std::string& path, const Bytes& array) {
   std::string error;
-  if (!tavo::tool::write_output(path, array.data(), static_cast<size_t>(array.nbytes()), {}, &error)) {
-    raise(PyExc_OSError, error);
+  int number = 0;
+  if (!tavo::tool::write_output(path, array.data(), static_cast<size_t>(array.nbytes()), {}, &error, &number)) {
+    raise_file_error(number, error, path);
   }
 }
 
@@ -96,28 +118,32 @@ std::optional<std::tuple<int32_t, int32_t, py::bytes, py::bytes>> parse_dump_nam
   return std::make_tuple(name.width, name.height, py::bytes(name.layout), py::bytes(name.stamp));
 }
 
-// (prefix, width, height, layout) of the captures `args` name, as replay takes them.
-std::vector<std::tuple<py::bytes, int32_t, int32_t, py::bytes>> collect_captures(
-    const std::vector<std::string>& args) {
+// The captures one replay argument names (a directory, or a capture's
+// prefix); a name that is not a capture's is a ValueError, a path that cannot
+// be read an OSError.
+std::vector<tavo::tool::Capture> captures_of(const std::string& arg) {
   std::vector<tavo::tool::Capture> captures;
   std::string error;
-  if (tavo::tool::collect_captures(args, &captures, &error) != tavo::tool::Collected::kCollected) {
-    raise(PyExc_OSError, error);
+  int number = 0;
+  switch (tavo::tool::collect_captures({arg}, &captures, &error, &number)) {
+    case tavo::tool::Collected::kCollected: return captures;
+    case tavo::tool::Collected::kNotACaptureName: raise(PyExc_ValueError, error);
+    default: raise_file_error(number, error, arg);
   }
+}
+
+// (prefix, width, height, layout) of the captures `arg` names, as replay takes them.
+std::vector<std::tuple<py::bytes, int32_t, int32_t, py::bytes>> collect_captures(const std::string& arg) {
   std::vector<std::tuple<py::bytes, int32_t, int32_t, py::bytes>> out;
-  for (const auto& c : captures) {
+  for (const auto& c : captures_of(arg)) {
     out.emplace_back(py::bytes(c.prefix), c.name.width, c.name.height, py::bytes(c.name.layout));
   }
   return out;
 }
 
 std::optional<py::bytes> dumped_output(const std::string& prefix) {
-  std::vector<tavo::tool::Capture> captures;
-  std::string error;
-  if (tavo::tool::collect_captures({prefix}, &captures, &error) != tavo::tool::Collected::kCollected ||
-      captures.size() != 1) {
-    raise(PyExc_OSError, error.empty() ? prefix + " is not one capture" : error);
-  }
+  const std::vector<tavo::tool::Capture> captures = captures_of(prefix);
+  if (captures.size() != 1) raise(PyExc_ValueError, prefix + " is not one capture");
   std::string path = tavo::tool::find_dumped_output(captures[0]);
   if (path.empty()) return std::nullopt;
   return py::bytes(path);
@@ -162,7 +188,7 @@ PYBIND11_MODULE(_native, m) {
   m.def("read_raw", &read_raw, py::arg("path"), py::arg("width"), py::arg("height"));
   m.def("write_raw", &write_raw, py::arg("path"), py::arg("array").noconvert());
   m.def("parse_dump_name", &parse_dump_name, py::arg("base"));
-  m.def("collect_captures", &collect_captures, py::arg("args"));
+  m.def("collect_captures", &collect_captures, py::arg("arg"));
   m.def("dumped_output", &dumped_output, py::arg("prefix"));
   m.def("yuv_to_rgb", &yuv_to_rgb, py::arg("frame").noconvert(), py::arg("width"), py::arg("height"),
         py::arg("layout"));

@@ -160,14 +160,22 @@ class TavoHdrTest(unittest.TestCase):
         precious = self.path("precious.txt")
         with open(precious, "w") as f:
             f.write("keep")
+        loop = self.path("IMG_64x48YUV420_PLANAR_20240101_120000")
+        for k in range(3):
+            os.symlink(f"{loop}_{k}.yuv", f"{loop}_{k}.yuv")
         refusals = [
-            ("NUL in a path", lambda: tavo_hdr.write_raw(precious + "\0.yuv", frames[2]), ValueError),
-            ("missing file", lambda: tavo_hdr.read_raw(self.path("missing.yuv"), 64, 48), OSError),
-            ("not a dump name", lambda: tavo_hdr.read_dump(self.path("new.yuv")), ValueError),
+            ("NUL in a path", lambda: tavo_hdr.write_raw(precious + "\0.yuv", frames[2]), ValueError, None),
+            ("missing file", lambda: tavo_hdr.read_raw(self.path("missing.yuv"), 64, 48), FileNotFoundError,
+             self.path("missing.yuv")),
+            ("frames that are symlink loops", lambda: tavo_hdr.read_capture(loop), OSError, f"{loop}_0.yuv"),
+            ("a directory", lambda: tavo_hdr.write_raw(folder, frames[0]), IsADirectoryError, folder),
+            ("not a dump name", lambda: tavo_hdr.read_dump(self.path("new.yuv")), ValueError, None),
         ]
-        for what, call, error in refusals:
-            with self.subTest(what), self.assertRaises(error):
+        for what, call, error, filename in refusals:
+            with self.subTest(what), self.assertRaises(error) as raised:
                 call()
+            if filename is not None:
+                self.assertEqual(raised.exception.filename, filename)
         with open(precious) as f:
             self.assertEqual(f.read(), "keep")
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <filesystem>
 
 namespace tavo::tool {
@@ -76,13 +77,16 @@ bool parse_dump_name(const std::string& base, DumpName* name) {
 }
 
 Collected collect_captures(const std::vector<std::string>& args, std::vector<Capture>* captures,
-                           std::string* error) {
+                           std::string* error, int* error_number) {
+  int ignored = 0;
+  int& number = error_number != nullptr ? *error_number : ignored;
   captures->clear();
   for (const std::string& arg : args) {
     std::error_code ec;
     if (fs::is_directory(arg, ec)) {
       std::vector<std::string> names;
       if (!list_directory(arg, &names, &ec)) {
+        number = ec.value();
         *error = "cannot list " + arg + ": " + ec.message();
         return Collected::kUnlistable;
       }
@@ -108,6 +112,7 @@ Collected collect_captures(const std::vector<std::string>& args, std::vector<Cap
     Capture capture;
     if (!parse_dump_name(fs::path(prefix).filename().string(), &capture.name)) {
       if (!fs::exists(fs::symlink_status(arg, ec))) {
+        number = ENOENT;
         *error = arg + " does not exist";
         return Collected::kMissing;
       }

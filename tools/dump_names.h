@@ -35,8 +35,10 @@ struct Capture {
 // prefix (a trailing "_0.yuv" or "_" is dropped). Captures of a directory are in
 // time order. Anything but kCollected comes with a one-line reason in *error.
 enum class Collected { kCollected, kNotACaptureName, kMissing, kUnlistable };
+// *error_number, when given, receives the system's error number of
+// kMissing (ENOENT) and kUnlistable.
 Collected collect_captures(const std::vector<std::string>& args, std::vector<Capture>* captures,
-                           std::string* error);
+                           std::string* error, int* error_number = nullptr);
 
 // The dumps of one directory, from its file names, by kind (size and layout):
 // the time stamps of the captures' inputs and the outputs in time order.

@@ -25,18 +25,21 @@ struct Target {
   std::string dir, name;
 };
 
-bool resolve_target(const std::string& path, Target* target, std::string* error) {
+// *number: the system's error number of a failure (0 for a refusal).
+bool resolve_target(const std::string& path, Target* target, std::string* error, int* number) {
   std::string p = path;
   for (int hops = 0;; ++hops) {
     char link[PATH_MAX];
     const ssize_t n = readlink(p.c_str(), link, sizeof link);
     if (n < 0 && (errno == EINVAL || (errno == ENOENT && hops == 0))) break;  // a file, or a new name
     if (n < 0 && errno == ENOENT) {
+      *number = ENOENT;
       *error = path + " is a symbolic link to " + p + ", which does not exist";
       return false;
     }
     if (n < 0 || n == sizeof link || hops == 40) {
-      *error = reason("cannot write " + path, n < 0 ? errno : ELOOP);
+      *number = n < 0 ? errno : ELOOP;
+      *error = reason("cannot write " + path, *number);
       return false;
     }
     const std::string to(link, static_cast<size_t>(n));
@@ -47,6 +50,7 @@ bool resolve_target(const std::string& path, Target* target, std::string* error)
   target->dir = slash == std::string::npos ? "." : slash == 0 ? "/" : p.substr(0, slash);
   target->name = p.substr(slash == std::string::npos ? 0 : slash + 1);
   if (target->name.empty() || target->name == "." || target->name == "..") {
+    *number = EISDIR;
     *error = path + " names a directory, not a file";
     return false;
   }
@@ -54,17 +58,24 @@ bool resolve_target(const std::string& path, Target* target, std::string* error)
 }
 
 // Why `name` in the directory `dir_fd` may not be replaced; *existing is its
-// status when it exists (st_nlink 0 when it does not).
+// status when it exists (st_nlink 0 when it does not), *number the system's
+// error number (0 for a refusal).
 std::string target_problem(int dir_fd, const std::string& name, const std::string& path,
-                           const std::vector<FileId>& inputs, struct stat* existing) {
+                           const std::vector<FileId>& inputs, struct stat* existing, int* number) {
+  *number = 0;
   if (fstatat(dir_fd, name.c_str(), existing, AT_SYMLINK_NOFOLLOW) != 0) {
     *existing = {};
-    return errno == ENOENT ? "" : reason("cannot write " + path, errno);
+    if (errno == ENOENT) return "";
+    *number = errno;
+    return reason("cannot write " + path, *number);
   }
   if (std::find(inputs.begin(), inputs.end(), FileId{existing->st_dev, existing->st_ino}) != inputs.end()) {
     return path + " is one of the inputs; the tool never writes over an input";
   }
-  if (!S_ISREG(existing->st_mode)) return path + " exists and is not a regular file";
+  if (!S_ISREG(existing->st_mode)) {
+    if (S_ISDIR(existing->st_mode)) *number = EISDIR;
+    return path + " exists and is not a regular file";
+  }
   if (existing->st_nlink > 1) {
     return path + " has " + std::to_string(existing->st_nlink) +
            " hard links; replacing it would break them";
@@ -98,7 +109,8 @@ bool TempFile::create(const std::string& dir, const char* prefix, std::string* e
   dir_ = dir;
   dir_fd_ = open_directory(dir);
   if (dir_fd_ < 0) {
-    *error = strerror(errno);
+    error_number_ = errno;
+    *error = strerror(error_number_);
     return false;
   }
   static const char kLetters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
@@ -120,10 +132,12 @@ bool TempFile::create(const std::string& dir, const char* prefix, std::string* e
     untrack_temp_file(slot_);
     slot_ = -1;
     if (saved != EEXIST) {
+      error_number_ = saved;
       *error = strerror(saved);
       return false;
     }
   }
+  error_number_ = EEXIST;
   *error = "no unused temporary name";
   return false;
 }
@@ -156,31 +170,38 @@ bool TempFile::rename_to(const std::string& name) {
 std::string output_problem(const std::string& path, const std::vector<FileId>& inputs) {
   Target target;
   std::string error;
-  if (!resolve_target(path, &target, &error)) return error;
+  int number = 0;
+  if (!resolve_target(path, &target, &error, &number)) return error;
   const int dir_fd = open_directory(target.dir);
   if (dir_fd < 0) return reason("cannot write " + path, errno);
   struct stat existing;
-  error = target_problem(dir_fd, target.name, path, inputs, &existing);
+  error = target_problem(dir_fd, target.name, path, inputs, &existing, &number);
   close(dir_fd);
   return error;
 }
 
 bool write_output(const std::string& path, const uint8_t* data, size_t size,
-                  const std::vector<FileId>& inputs, std::string* error) {
+                  const std::vector<FileId>& inputs, std::string* error, int* error_number) {
+  int ignored = 0;
+  int& number = error_number != nullptr ? *error_number : ignored;
+  number = 0;
   Target target;
-  if (!resolve_target(path, &target, error)) return false;
+  if (!resolve_target(path, &target, error, &number)) return false;
   TempFile temp;
   if (!temp.create(target.dir, ".tavo-hdr-", error)) {
+    number = temp.error_number();
     *error = "cannot write " + path + ": " + *error;
     return false;
   }
   if (!temp.write_all(data, size)) {
-    *error = reason("cannot write " + path, errno);
+    number = errno;
+    *error = reason("cannot write " + path, number);
     return false;
   }
   // Checked again just before the rename: the name may have changed meanwhile.
   struct stat existing;
-  if (*error = target_problem(temp.dir_fd(), target.name, path, inputs, &existing); !error->empty()) return false;
+  *error = target_problem(temp.dir_fd(), target.name, path, inputs, &existing, &number);
+  if (!error->empty()) return false;
   if (existing.st_nlink != 0) {
     // The owner where allowed (root), then the mode, which a change of owner
     // would strip of its set-id bits.
@@ -188,7 +209,8 @@ bool write_output(const std::string& path, const uint8_t* data, size_t size,
     fchmod(temp.fd(), existing.st_mode & 07777);
   }
   if (!temp.close_file() || !temp.rename_to(target.name)) {
-    *error = reason("cannot write " + path, errno);
+    number = errno;
+    *error = reason("cannot write " + path, number);
     return false;
   }
   return true;

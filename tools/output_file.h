@@ -38,8 +38,10 @@ class TempFile {
   TempFile(const TempFile&) = delete;
   TempFile& operator=(const TempFile&) = delete;
 
-  // False with the reason (e.g. "Permission denied") in *error.
+  // False with the reason (e.g. "Permission denied") in *error and the
+  // system's error number in error_number().
   bool create(const std::string& dir, const char* prefix, std::string* error);
+  int error_number() const { return error_number_; }
   int fd() const { return fd_; }
   int dir_fd() const { return dir_fd_; }
   std::string path() const { return dir_ + "/" + name_; }
@@ -51,7 +53,7 @@ class TempFile {
 
  private:
   std::string dir_, name_;
-  int dir_fd_ = -1, fd_ = -1, slot_ = -1;
+  int dir_fd_ = -1, fd_ = -1, slot_ = -1, error_number_ = 0;
   bool live_ = false;
 };
 
@@ -60,9 +62,11 @@ class TempFile {
 std::string output_problem(const std::string& path, const std::vector<FileId>& inputs);
 
 // Writes `size` bytes to `path` as described at the top; false with a one-line
-// reason, `path` untouched and no temporary file left.
+// reason, `path` untouched and no temporary file left. *error_number, when
+// given, receives the system's error number of a failure (EISDIR for a
+// directory, 0 for a refusal that is not the system's).
 bool write_output(const std::string& path, const uint8_t* data, size_t size,
-                  const std::vector<FileId>& inputs, std::string* error);
+                  const std::vector<FileId>& inputs, std::string* error, int* error_number = nullptr);
 
 // Creates `dir` and its parents when missing and makes sure a file can be
 // created in it; false with a reason naming it as `what` ("dump directory").

@@ -16,8 +16,10 @@ size_t raw_frame_bytes(int32_t width, int32_t height);
 bool read_file(const std::string& path, std::vector<uint8_t>* bytes, std::string* error);
 
 // A raw frame of the given size: the file must be exactly W*H*3/2 bytes.
+// *error_number, when given, receives the system's error number of a failure
+// (EISDIR for a directory, 0 for a refusal that is not the system's).
 bool read_raw_frame(const std::string& path, int32_t width, int32_t height, std::vector<uint8_t>* bytes,
-                    std::string* error);
+                    std::string* error, int* error_number = nullptr);
 
 // read_raw_frame, telling a regular file of another size, which is not read
 // (kOtherSize, its size in *size), from a refusal (kFailed, with a one-line

@@ -313,7 +313,7 @@ def read_capture(prefix):
     (the base name with its directory, with or without _0.yuv):
     ([dark, normal, bright], width, height, layout)."""
     prefix = _path(prefix)
-    captures = _native.collect_captures([prefix])
+    captures = _native.collect_captures(prefix)
     if len(captures) != 1:
         raise ValueError(f"{os.fsdecode(prefix)!r} names {len(captures)} captures, not one")
     base, width, height, layout = captures[0]
