@@ -111,11 +111,12 @@ void write_raw(const std::string& path, const Bytes& array) {
 // str and PathLike into them) and go back as bytes, which the package decodes
 // as os.fsdecode does: a name that is not UTF-8 survives the round trip.
 
-// (width, height, layout, stamp) of a capture's base name, None when it is not one.
+// (width, height, layout, size as written) of a capture's base name, None
+// when it is not one.
 std::optional<std::tuple<int32_t, int32_t, py::bytes, py::bytes>> parse_dump_name(const std::string& base) {
   tavo::tool::DumpName name;
   if (!tavo::tool::parse_dump_name(base, &name)) return std::nullopt;
-  return std::make_tuple(name.width, name.height, py::bytes(name.layout), py::bytes(name.stamp));
+  return std::make_tuple(name.width, name.height, py::bytes(name.layout), py::bytes(name.size));
 }
 
 // The captures one replay argument names (a directory, or a capture's
@@ -132,11 +133,13 @@ std::vector<tavo::tool::Capture> captures_of(const std::string& arg) {
   }
 }
 
-// (prefix, width, height, layout) of the captures `arg` names, as replay takes them.
-std::vector<std::tuple<py::bytes, int32_t, int32_t, py::bytes>> collect_captures(const std::string& arg) {
-  std::vector<std::tuple<py::bytes, int32_t, int32_t, py::bytes>> out;
+// (prefix, width, height, layout, size as written) of the captures `arg`
+// names, as replay takes them.
+std::vector<std::tuple<py::bytes, int32_t, int32_t, py::bytes, py::bytes>> collect_captures(const std::string& arg) {
+  std::vector<std::tuple<py::bytes, int32_t, int32_t, py::bytes, py::bytes>> out;
   for (const auto& c : captures_of(arg)) {
-    out.emplace_back(py::bytes(c.prefix), c.name.width, c.name.height, py::bytes(c.name.layout));
+    out.emplace_back(py::bytes(c.prefix), c.name.width, c.name.height, py::bytes(c.name.layout),
+                     py::bytes(c.name.size));
   }
   return out;
 }

@@ -170,6 +170,8 @@ class TavoHdrTest(unittest.TestCase):
             ("frames that are symlink loops", lambda: tavo_hdr.read_capture(loop), OSError, f"{loop}_0.yuv"),
             ("a directory", lambda: tavo_hdr.write_raw(folder, frames[0]), IsADirectoryError, folder),
             ("not a dump name", lambda: tavo_hdr.read_dump(self.path("new.yuv")), ValueError, None),
+            ("a 10-digit height", lambda: tavo_hdr.read_capture(self.path("IMG_64x4800000000YUV420_PLANAR_20240101_120000")),
+             ValueError, None),
         ]
         for what, call, error, filename in refusals:
             with self.subTest(what), self.assertRaises(error) as raised:

@@ -292,6 +292,17 @@ def write_raw(path, array):
     _native.write_raw(_path(path), array)
 
 
+def _dump_size(name, width, height, size):
+    """The size a dump's name gives, checked; a refusal quotes it as written."""
+    size = os.fsdecode(size)
+    if size != f"{width}x{height}":  # a number too long for the library's sizes
+        raise ValueError(f"{name!r}: the size {size} is over the library's limit of {_native.MAX_PIXELS} pixels")
+    try:
+        return _check_size(width, height, 2)
+    except ValueError as error:
+        raise ValueError(f"{name!r}: {error}") from None
+
+
 _DUMP_SUFFIX = re.compile(r"_(?:[012]|hdr|replay(?:\.\d+)?)\.yuv$")
 
 
@@ -304,7 +315,8 @@ def read_dump(path):
     parsed = _native.parse_dump_name(_path(_DUMP_SUFFIX.sub("", name))) if _DUMP_SUFFIX.search(name) else None
     if parsed is None:
         raise ValueError(f"{name!r} is not a dump name (IMG_<W>x<H><layout>_<yyyymmdd>_<hhmmss>_<k>.yuv)")
-    width, height, layout, _ = parsed
+    width, height, layout, size = parsed
+    width, height = _dump_size(name, width, height, size)
     return read_raw(path, width, height), width, height, os.fsdecode(layout)
 
 
@@ -316,7 +328,8 @@ def read_capture(prefix):
     captures = _native.collect_captures(prefix)
     if len(captures) != 1:
         raise ValueError(f"{os.fsdecode(prefix)!r} names {len(captures)} captures, not one")
-    base, width, height, layout = captures[0]
+    base, width, height, layout, size = captures[0]
+    width, height = _dump_size(os.fsdecode(base), width, height, size)
     frames = [read_raw(base + b"_%d.yuv" % k, width, height) for k in range(3)]
     return frames, width, height, os.fsdecode(layout)
 
