@@ -16,6 +16,11 @@ foreach(line IN LISTS lines)
   endif()
   set(object ${CMAKE_MATCH_1})
   set(symbol ${CMAKE_MATCH_2})
+  # The compiler's pointer to the C++ personality routine, the same data in
+  # every object with unwinding tables (all of them under ThreadSanitizer).
+  if(symbol MATCHES "^DW\\.ref\\.")
+    continue()
+  endif()
   list(APPEND defined_by_${symbol} ${object})
   if(object MATCHES "_(avx2|sse41|neon)\\.[^/]*$")
     list(APPEND isa_symbols ${symbol})
