@@ -24,11 +24,17 @@ void WidenX16Row_SSE41(const uint8_t* src, uint16_t* dst, int32_t n);
 void SplitPairsRow_SSE41(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n);
 #endif
 
+// Inline helpers local to each object (see the instruction-set flags in
+// CMakeLists.txt).
+namespace {
+
 // Row r of the crop whose top-left corner lies at column xs, row ys of a plane
 // of row stride `stride` (64-bit offsets: the corner may lie anywhere).
 inline const uint8_t* crop_row(const uint8_t* src, uint32_t stride, int32_t xs, int32_t ys, int32_t r) {
   return src + (static_cast<int64_t>(ys) + r) * static_cast<int64_t>(stride) + xs;
 }
+
+}  // namespace
 
 // The widest rows whose instruction sets are on (platform/cpu.h).
 WidenX16RowFn SelectWidenX16Row();

@@ -18,6 +18,10 @@ inline constexpr int kExposureFactors = 256;
 // entry of 0 taken as 1.
 void build_exposure_factors(const uint16_t* lut, int32_t* factors);
 
+// Inline helpers local to each object (see the instruction-set flags in
+// CMakeLists.txt).
+namespace {
+
 // Table index of a Gaussian sample: the nearest 8-bit luma value, (g + 8) >> 4,
 // kept inside the table for samples above 4087.
 constexpr uint32_t exposure_index(uint16_t g) {
@@ -36,6 +40,8 @@ constexpr uint32_t contrast_factor(uint16_t up, uint16_t down, uint16_t left, ui
   const uint32_t c = magnitude >> 6;
   return c == 0 ? 1 : c;
 }
+
+}  // namespace
 
 // One row: frame f's samples of the row are lap[f][lap_offset + x] and
 // gauss[f][gauss_offset + x]; the Gaussian samples above and below a sample lie

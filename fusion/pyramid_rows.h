@@ -22,6 +22,10 @@
 
 namespace tavo {
 
+// Inline helpers local to each object (see the instruction-set flags in
+// CMakeLists.txt).
+namespace {
+
 // One output of the reduce filter: (a + 4b + 6c + 4d + e + 8) >> 4, in 32 bits.
 constexpr uint16_t reduce_tap(uint32_t a, uint32_t b, uint32_t c, uint32_t d, uint32_t e) {
   return static_cast<uint16_t>((a + 4 * b + 6 * c + 4 * d + e + 8) >> 4);
@@ -102,6 +106,23 @@ constexpr int16_t collapse_sample(int16_t fused, int32_t expanded) {
 // 8-bit luma of a collapsed sample in 0 ... 4080.
 constexpr uint8_t luma_of_sample(int32_t r) { return static_cast<uint8_t>((r + 8) >> 4); }
 
+// Instruction-set collapse rows: block(with_luma, x) handles the vector of
+// kStep samples at x for x = 0, kStep, ... below the returned count, with the
+// luma variant (a std::bool_constant) chosen once per row; the remaining
+// width % kStep samples are left to the portable row.
+template <int32_t kStep, class Block>
+inline int32_t collapse_vectors(int32_t width, bool luma, Block&& block) {
+  const int32_t body = width - width % kStep;
+  if (luma) {
+    for (int32_t x = 0; x < body; x += kStep) block(std::true_type{}, x);
+  } else {
+    for (int32_t x = 0; x < body; x += kStep) block(std::false_type{}, x);
+  }
+  return body;
+}
+
+}  // namespace
+
 // One family of row functions. Widths are in samples; rows may start at any
 // address.
 struct PyramidRows {
@@ -144,21 +165,6 @@ extern const PyramidRows PyramidRows_NEON;
 #if defined(__x86_64__)
 extern const PyramidRows PyramidRows_AVX2;
 #endif
-
-// Instruction-set collapse rows: block(with_luma, x) handles the vector of
-// kStep samples at x for x = 0, kStep, ... below the returned count, with the
-// luma variant (a std::bool_constant) chosen once per row; the remaining
-// width % kStep samples are left to the portable row.
-template <int32_t kStep, class Block>
-inline int32_t collapse_vectors(int32_t width, bool luma, Block&& block) {
-  const int32_t body = width - width % kStep;
-  if (luma) {
-    for (int32_t x = 0; x < body; x += kStep) block(std::true_type{}, x);
-  } else {
-    for (int32_t x = 0; x < body; x += kStep) block(std::false_type{}, x);
-  }
-  return body;
-}
 
 // The widest family whose instruction set is on (platform/cpu.h).
 const PyramidRows& SelectPyramidRows();

@@ -16,6 +16,10 @@
 
 namespace tavo::arm {
 
+// Inline helpers local to each object (see the instruction-set flags in
+// CMakeLists.txt).
+namespace {
+
 // 9-bit reciprocal of a in [256, 511], which stands for a/512 in [0.5, 1).
 constexpr uint32_t recip_estimate_u9(uint32_t a) {
   a = a * 2 + 1;
@@ -99,4 +103,5 @@ inline int32_t to_s32(double v) {
   return static_cast<int32_t>(v);
 }
 
+}  // namespace
 }  // namespace tavo::arm

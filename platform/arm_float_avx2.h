@@ -16,6 +16,10 @@
 
 namespace tavo::arm::avx2 {
 
+// Inline helpers local to each object (see the instruction-set flags in
+// CMakeLists.txt).
+namespace {
+
 // Fraction bits of the estimate of each lane from its top 8 fraction bits:
 // the table-free 9-bit estimate of a = 256 + those bits, (2^19 / (2a + 1) + 1)
 // >> 1, whose low 8 bits are the result's top fraction bits. The quotient of
@@ -96,4 +100,5 @@ inline __m256i to_u32(__m256 v) {
   return _mm256_and_si256(r, _mm256_castps_si256(positive));
 }
 
+}  // namespace
 }  // namespace tavo::arm::avx2

@@ -7,9 +7,14 @@
 
 namespace tavo::arm::neon {
 
+// Inline helpers local to each object (see the instruction-set flags in
+// CMakeLists.txt).
+namespace {
+
 inline float32x4_t refined_reciprocal(float32x4_t w) {
   const float32x4_t r0 = vrecpeq_f32(w);
   return vmulq_f32(r0, vrecpsq_f32(w, r0));
 }
 
+}  // namespace
 }  // namespace tavo::arm::neon

@@ -19,6 +19,10 @@
 
 namespace tavo {
 
+// Inline helpers local to each object (see the instruction-set flags in
+// CMakeLists.txt).
+namespace {
+
 // True when each of the 256 weights of a table is at least 1 and the sum of
 // `frames` of the largest, each multiplied by up to `multiplier`, stays below
 // 2^31: every weight sum a vector row forms then lies in [1, 2^31), so the
@@ -92,4 +96,5 @@ inline uint8_t chroma_mean_grouped(uint32_t w_sum, uint32_t s_sum) {
   return static_cast<uint8_t>(v > 255 ? 255 : v);
 }
 
+}  // namespace
 }  // namespace tavo

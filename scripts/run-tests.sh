@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds and runs the whole test suite natively (with whole captures under
-# valgrind), cross-built for aarch64 under qemu-user, natively under
-# AddressSanitizer, LeakSanitizer and UndefinedBehaviorSanitizer, and under
-# ThreadSanitizer. All four must pass.
+# valgrind, and once more under qemu-user on a processor without AVX),
+# cross-built for aarch64 under qemu-user, natively under AddressSanitizer,
+# LeakSanitizer and UndefinedBehaviorSanitizer, and under ThreadSanitizer. All
+# four must pass.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

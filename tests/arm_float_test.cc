@@ -15,9 +15,19 @@
 #if defined(__aarch64__)
 #include <arm_neon.h>
 #endif
+
+namespace tavo {
+namespace {
+
+uint32_t bits(float f) { return std::bit_cast<uint32_t>(f); }
+
+}  // namespace
+}  // namespace tavo
+
 #if defined(__x86_64__)
 #include <immintrin.h>
-// Only the eight-lane helpers are built for AVX2; what they include is already in.
+// Only the eight-lane helpers and run_lanes are built for AVX2, not what the
+// other tests call on processors without it; what they include is already in.
 #pragma GCC push_options
 #pragma GCC target("avx2,fma")
 #include "platform/arm_float_avx2.h"
@@ -25,8 +35,6 @@
 
 namespace tavo {
 namespace {
-
-uint32_t bits(float f) { return std::bit_cast<uint32_t>(f); }
 
 #if defined(__x86_64__)
 struct Lanes {

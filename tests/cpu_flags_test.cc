@@ -2,11 +2,13 @@
 // row family as masking them does; TAVO_HDR_PORTABLE takes all of them.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <optional>
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include "align/mismatch_rows.h"
 #include "align/threshold_rows.h"
@@ -77,6 +79,19 @@ TEST(CpuFlags, EnvironmentSwitchesActLikeMasks) {
   EXPECT_TRUE(selected() == std::make_tuple(MismatchRow_C, WidenX16Row_C, SplitPairsRow_C, WaveletMainRow_C,
                                             CountAboveRow_C, BlendGroups_C, &PyramidRows_C,
                                             ChromaRowFns{ChromaGroups_C, ChromaPairGroups_C}));
+}
+
+// The sets on, printed; a run on an emulated processor names the ones it
+// must have in TAVO_TEST_CPU_SETS.
+TEST(CpuFlags, SetsOnAreTheExpectedOnes) {
+  std::string on;
+  for (const auto& [flag, name] : {std::pair{kCpuHasSSE41, "SSE4.1"}, {kCpuHasAVX2, "AVX2"}, {kCpuHasNEON, "NEON"}}) {
+    if (platform::TestCpuFlag(flag)) on += (on.empty() ? "" : " ") + std::string(name);
+  }
+  printf("instruction sets on: %s\n", on.empty() ? "none" : on.c_str());
+  if (const char* expected = getenv("TAVO_TEST_CPU_SETS")) {
+    EXPECT_EQ(on, expected);
+  }
 }
 
 }  // namespace

@@ -236,17 +236,23 @@ struct ToolRun {
 // value (0: none).
 using Limit = std::pair<int, rlim_t>;
 
-// Runs the tool (through the emulator in a cross build) in `dir` with `args`
-// (split at spaces; a word ">FILE" sends stdout to FILE) and TMPDIR=dir. With
-// `signal`, sends it once stdout shows `when`; SIGPIPE: the reader closes the
-// pipe then instead. With `limit`, the tool runs under that limit.
+// The emulator ctest runs the suite under, if any (a cross build's, or a
+// processor model without AVX): qemu-user does not follow an exec into another
+// binary by itself.
+std::string tool_emulator() {
+  const char* e = getenv("TAVO_HDR_TOOL_EMULATOR");
+  return e != nullptr ? e : "";
+}
+
+// Runs the tool (through the emulator, if any) in `dir` with `args` (split at
+// spaces; a word ">FILE" sends stdout to FILE) and TMPDIR=dir. With `signal`,
+// sends it once stdout shows `when`; SIGPIPE: the reader closes the pipe then
+// instead. With `limit`, the tool runs under that limit.
 ToolRun run_tool(const std::string& dir, const std::string& args, int signal = 0, const std::string& when = "",
                  Limit limit = {}) {
   std::vector<std::string> words, env{"TMPDIR=" + dir};
-#ifdef TAVO_HDR_TOOL_EMULATOR
-  std::istringstream emulator(TAVO_HDR_TOOL_EMULATOR);
+  std::istringstream emulator(tool_emulator());
   for (std::string word; emulator >> word;) words.push_back(word);
-#endif
   words.push_back(TAVO_HDR_TOOL_PATH);
   std::istringstream split(args);
   int redirect = -1;
@@ -539,8 +545,8 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
       {"fuse a.png bad.png b.png -o out.png", 3, "cannot decode bad.png: "},
       {"fuse huge.png a.png b.png -o out.png", 3, "huge.png: 100000x100000 is more than the library's 213726991 pixels"},
 // Sanitizers need more address space; under an emulator the limit would bound
-// the emulator's own mappings too.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(TAVO_HDR_TOOL_EMULATOR)
+// the emulator's own mappings too (the loop skips it there).
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
       {"fuse big.png a.png b.png -o out.png", 4, "out of memory in fuse", "", {RLIMIT_AS, 300 << 20}},
 #endif
       {"demo --size 16384x16384", 2, "16384x16384 is more than the library's"},
@@ -568,6 +574,7 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
   };
   const auto files = snapshot(dir_.path());
   for (const auto& c : cases) {
+    if (c.limit.first == RLIMIT_AS && !tool_emulator().empty()) continue;
     const ToolRun run = run_tool(dir_.path(), c.args, 0, "", c.limit);
     EXPECT_EQ(run.exit_code, c.exit_code) << c.args << "\n" << run.err;
     EXPECT_NE(run.out.find(c.out), std::string::npos) << c.args << "\n" << run.out;
