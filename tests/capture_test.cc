@@ -289,6 +289,8 @@ TEST_F(Capture, ForkedChildrenCaptureAsTheParentDoes) {
 #if defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "ThreadSanitizer does not follow threads started after a fork";
 #endif
+  // ctest names the emulator a run is under (for the tests that start the tool).
+  if (getenv("TAVO_HDR_TOOL_EMULATOR") != nullptr) GTEST_SKIP() << "qemu-user cannot start threads after a fork";
   int32_t result = -1;
   const std::vector<uint8_t> reference = run(320, 240, "YVU420_SEMIPLANAR", &result);
   std::atomic<bool> done{false};
