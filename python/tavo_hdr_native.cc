@@ -15,9 +15,11 @@
 #include <vector>
 
 #include "tavo_lumo_hdr.h"
+#include "tools/core_plan.h"
 #include "tools/dump_names.h"
 #include "tools/output_file.h"
 #include "tools/raw_io.h"
+#include "tools/replay.h"
 #include "tools/yuv_convert.h"
 
 namespace py = pybind11;
@@ -172,6 +174,90 @@ Bytes rgb_to_yuv(const Bytes& rgb, int32_t width, int32_t height, const std::str
   return yuv;
 }
 
+// A record or figures of the replay code as Python objects; text decoded as
+// os.fsdecode does, so that names come back byte for byte.
+py::object to_python(const tavo::tool::Json& j) {
+  switch (j.type()) {
+    case tavo::tool::Json::value_t::null: return py::none();
+    case tavo::tool::Json::value_t::boolean: return py::bool_(j.get<bool>());
+    case tavo::tool::Json::value_t::number_integer: return py::int_(j.get<int64_t>());
+    case tavo::tool::Json::value_t::number_unsigned: return py::int_(j.get<uint64_t>());
+    case tavo::tool::Json::value_t::number_float: return py::float_(j.get<double>());
+    case tavo::tool::Json::value_t::string: return decoded(j.get_ref<const std::string&>());
+    case tavo::tool::Json::value_t::array: {
+      py::list list;
+      for (const auto& item : j) list.append(to_python(item));
+      return list;
+    }
+    default: {
+      py::dict dict;
+      for (const auto& [key, value] : j.items()) dict[decoded(key)] = to_python(value);
+      return dict;
+    }
+  }
+}
+
+// A read-only numpy view of bytes that outlive it.
+py::array view_of(const std::vector<uint8_t>& bytes) {
+  py::array view(py::dtype::of<uint8_t>(), {static_cast<py::ssize_t>(bytes.size())}, {py::ssize_t{1}}, bytes.data(),
+                 py::capsule(bytes.data(), [](void*) {}));
+  py::detail::array_proxy(view.ptr())->flags &= ~py::detail::npy_api::NPY_ARRAY_WRITEABLE_;
+  return view;
+}
+
+// tavo-hdr replay's replay of one capture, fused by `fuse_into(dark, normal,
+// bright, out, width, height, layout) -> (result, ms, log)`: the package's
+// capture, with its pool, lock and Ctrl-C. The GIL is free while files are
+// read, written and compared. Returns the report record.
+py::object replay(const std::string& prefix, const std::optional<std::string>& out_dir, const py::function& fuse_into) {
+  const std::vector<tavo::tool::Capture> captures = captures_of(prefix);
+  if (captures.size() != 1) raise(PyExc_ValueError, prefix + " is not one capture");
+  std::string error;
+  if (out_dir && !tavo::tool::prepare_directory(*out_dir, "output directory", &error)) {
+    raise_file_error(0, error, *out_dir);
+  }
+  std::vector<tavo::tool::FileId> inputs;
+  const auto jobs = tavo::tool::plan_replay(captures, out_dir.value_or(""), &inputs);
+  std::optional<py::error_already_set> raised;  // by fuse_into, raised again once the GIL is back
+  const auto capture = [&](const tavo::tool::Frames& frames, std::vector<uint8_t>* out) {
+    out->assign(tavo::tool::raw_frame_bytes(frames.width, frames.height), 0);
+    py::gil_scoped_acquire held;
+    tavo::tool::Fused fused;
+    try {
+      py::array target(py::dtype::of<uint8_t>(), {static_cast<py::ssize_t>(out->size())}, {py::ssize_t{1}},
+                       out->data(), py::capsule(out->data(), [](void*) {}));
+      const py::tuple t = fuse_into(view_of(frames.data[0]), view_of(frames.data[1]), view_of(frames.data[2]), target,
+                                    frames.width, frames.height, frames.layout);
+      fused.result = t[0].cast<int32_t>();
+      fused.ms = t[1].cast<double>();
+      fused.log = t[2].cast<std::string>();
+    } catch (py::error_already_set& e) {
+      raised.emplace(std::move(e));
+      fused.interrupted = true;
+    }
+    return fused;
+  };
+  tavo::tool::ReplayRecord record;
+  {
+    py::gil_scoped_release free;
+    record = tavo::tool::replay_capture(jobs[0], inputs, capture);
+  }
+  if (raised) throw std::move(*raised);
+  return to_python(tavo::tool::record_json(record));
+}
+
+py::object compare(const Bytes& a, const Bytes& b, int32_t width, int32_t height, const std::string& layout) {
+  const ChromaLayout chroma = layout_of(layout);
+  expect_bytes(a, tavo::tool::raw_frame_bytes(width, height), "the first frame");
+  expect_bytes(b, tavo::tool::raw_frame_bytes(width, height), "the second frame");
+  tavo::tool::Json figures;
+  {
+    py::gil_scoped_release free;
+    figures = tavo::tool::comparison_json(a.data(), b.data(), width, height, chroma);
+  }
+  return to_python(figures);
+}
+
 }  // namespace
 
 PYBIND11_MODULE(_native, m) {
@@ -197,4 +283,9 @@ PYBIND11_MODULE(_native, m) {
         py::arg("layout"));
   m.def("rgb_to_yuv", &rgb_to_yuv, py::arg("rgb").noconvert(), py::arg("width"), py::arg("height"),
         py::arg("layout"));
+  m.def("replay", &replay, py::arg("prefix"), py::arg("out_dir"), py::arg("fuse_into"));
+  m.def("compare", &compare, py::arg("a").noconvert(), py::arg("b").noconvert(), py::arg("width"), py::arg("height"),
+        py::arg("layout"));
+  m.def("worker_cores", &tavo::tool::worker_cores, py::arg("worker"), py::arg("workers"), py::arg("allowed"));
+  m.def("bindcore_value", &tavo::tool::bindcore_value, py::arg("cores"));
 }

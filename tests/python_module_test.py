@@ -1,16 +1,24 @@
 """The Python module tavo_hdr against the tool tavo-hdr (TAVO_HDR_TOOL) and the
 library's own log; run by ctest with PYTHONPATH at the build tree."""
 
+import json
 import os
 import pathlib
 import subprocess
 import sys
 import tempfile
 import unittest
+import warnings
 
+import distributed
 import numpy as np
 
 import tavo_hdr
+import tavo_hdr.fleet
+
+
+# The cluster's event loop of Debian's Dask warns of its own API's age.
+warnings.filterwarnings("ignore", category=DeprecationWarning, module="tornado")
 
 
 def bracket(width, height, seed):
@@ -180,6 +188,57 @@ class TavoHdrTest(unittest.TestCase):
                 self.assertEqual(raised.exception.filename, filename)
         with open(precious) as f:
             self.assertEqual(f.read(), "keep")
+    def test_replay_compare_and_the_fleet_give_the_tools_records(self):
+        tool = os.environ.get("TAVO_HDR_TOOL") or self.skipTest("tavo-hdr was not built")
+        dumps = self.path("dumps")
+        os.mkdir(dumps)
+        for i, fate in enumerate(("identical", "different", "no_output")):
+            layout = tavo_hdr.LAYOUTS[i % 2]
+            base = os.path.join(dumps, f"IMG_64x48{layout}_20240101_12000{i}")
+            frames = bracket(64, 48, i)
+            for k, frame in enumerate(frames):
+                tavo_hdr.write_raw(f"{base}_{k}.yuv", frame)
+            phone = tavo_hdr.fuse(frames, 64, 48, layout)
+            phone[7, 9] ^= 0x20 if fate == "different" else 0
+            if fate != "no_output":
+                tavo_hdr.write_raw(f"{base}_hdr.yuv", phone)
+        subprocess.run([tool, "replay", dumps, "--out-dir", self.path("tool"), "--report", self.path("tool.jsonl")],
+                       capture_output=True)
+        with open(self.path("tool.jsonl")) as f:
+            expected = [json.loads(line) for line in f][:-1]
+
+        def same(record, reference, out_dir):
+            """The record but for the time, with the files of `out_dir`."""
+            self.assertEqual(os.path.dirname(record["result_file"]), out_dir)
+            for name in ("result_file", "difference_picture"):
+                if record[name] is not None:
+                    with open(record[name], "rb") as a, open(reference[name], "rb") as b:
+                        self.assertEqual(a.read(), b.read())
+            drop = ("ms", "result_file", "difference_picture")
+            self.assertEqual({k: v for k, v in record.items() if k not in drop},
+                             {k: v for k, v in reference.items() if k not in drop})
+
+        for reference in expected:
+            with self.subTest(reference["status"]):
+                same(tavo_hdr.replay(reference["path"], self.path("python")), reference, self.path("python"))
+        different = expected[1]
+        ours = tavo_hdr.read_raw(different["result_file"], 64, 48)
+        phone = tavo_hdr.read_raw(different["dumped_output"], 64, 48)
+        figures = tavo_hdr.compare(ours, phone, 64, 48, different["layout"])
+        self.assertEqual(figures, {k: different[k] for k in ("bytes_differing", "first_difference", "planes")})
+
+        # Two worker processes of one thread each, on disjoint cores.
+        with distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True,
+                                      dashboard_address=None) as cluster, distributed.Client(cluster) as client:
+            records = list(tavo_hdr.fleet.replay_all([r["path"] for r in expected], client, self.path("fleet")))
+            bindings = client.run(lambda: open(os.environ["TAVO_HDR_PROPERTIES"]).readline())
+        self.assertEqual(len(set(bindings.values())), 2, bindings)
+        order = [r["path"] for r in expected]
+        records.sort(key=lambda r: order.index(r["path"]))
+        for record, reference in zip(records, expected):
+            same(record, reference, self.path("fleet"))
+        self.assertEqual(len(records), len(expected))
+
 
 if __name__ == "__main__":
     unittest.main()

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -26,6 +27,7 @@
 #include "tools/frame_diff.h"
 #include "tools/output_file.h"
 #include "tools/raw_io.h"
+#include "tools/replay.h"
 #include "tools/scene/scene.h"
 #include "tools/staged_capture.h"
 #include "tools/yuv_convert.h"
@@ -446,6 +448,58 @@ TEST_F(Tool, ReplayExplainsADifferencePerPlaneAndDrawsWhereItLies) {
   }
 }
 
+// A replay on worker processes is the serial replay: the same lines in
+// capture order, results, exit code and report records (but for the times),
+// whatever the captures' fates; the report carries the figures of the lines.
+TEST_F(Tool, ReplayOnWorkersIsTheSerialReplayAndItsReportHasItsFigures) {
+  const std::string d = dir_.path() + "/";
+  fs::create_directories(d + "dumps");
+  for (int i = 0; i < 6; ++i) {
+    const std::string layout = i % 2 ? "YVU420_SEMIPLANAR" : "YUV420_PLANAR";
+    const std::string base = d + "dumps/IMG_64x48" + (i == 5 ? "NV21" : layout) + "_20180823_09081" +
+                             std::to_string(i);
+    const auto frames = bracket(64, 48, layout, i);
+    for (int k = 0; k < 3; ++k) write_all(base + "_" + std::to_string(k) + ".yuv", frames[k]);
+    std::vector<uint8_t> phone = fuse_here(frames, 64, 48, layout);
+    phone[100 + i] ^= static_cast<uint8_t>(i == 1 || i == 3 ? 0x10 : 0);  // two differ; 4 has no output
+    if (i == 2) phone.pop_back();                                            // another size
+    if (i != 4) write_all(base + "_hdr.yuv", phone);
+  }
+  std::string lines[2];
+  std::vector<Json> records[2];
+  for (int run = 0; run < 2; ++run) {
+    fs::remove_all(d + "out");
+    const ToolRun r = run_tool(d, std::string("replay dumps --out-dir out --report out.jsonl --jobs ") +
+                                      (run == 0 ? "1" : "3"));
+    EXPECT_EQ(r.exit_code, 3) << r.err;  // the name with an unknown layout
+    EXPECT_EQ(r.err, "tavo-hdr: IMG_64x48NV21_20180823_090815: unknown layout 'NV21' (YUV420_PLANAR or "
+                     "YVU420_SEMIPLANAR)\n");
+    lines[run] = std::regex_replace(r.out, std::regex("(captures|done in) +[0-9.]+ ms\n"), "");
+    std::ifstream report(d + "out.jsonl");
+    for (std::string line; std::getline(report, line);) {
+      Json record = Json::parse(line);
+      record.erase("ms");
+      record.erase("wall_ms");
+      record.erase("capture_ms");
+      record.erase("jobs");
+      records[run].push_back(record);
+    }
+  }
+  EXPECT_EQ(lines[0], lines[1]);
+  EXPECT_EQ(records[0], records[1]);
+  ASSERT_EQ(records[0].size(), 7u);
+  const char* statuses[] = {"identical", "different", "other_size", "different", "no_output", "failed"};
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(records[0][i]["status"], statuses[i]) << i;
+  const Json& y = records[0][1]["planes"]["Y"];  // the line says "Y  1 of 3072 samples differ, largest 16, PSNR ..."
+  EXPECT_NE(lines[0].find("    Y  " + to_string(y["differing"]) + " of 3072 samples differ, largest " +
+                          to_string(y["largest"]) + ", PSNR " + psnr_text(y["psnr"].get<double>())),
+            std::string::npos)
+      << lines[0];
+  EXPECT_EQ(records[0][2]["dumped_output_bytes"], 4607);
+  EXPECT_EQ(records[0][6]["record"], "summary");
+  EXPECT_EQ(records[0][6]["different"], 3);
+}
+
 // A copy of the PNG `from` whose header claims another size (its CRC fixed).
 void write_png_claiming(const std::string& from, const std::string& to, uint32_t width, uint32_t height) {
   std::vector<uint8_t> png = read_all(from);
@@ -626,7 +680,7 @@ TEST_F(Tool, SignalsStopTheToolWithTheirExitCodeAndLeaveNoTemporaryFile) {
     frames += " " + frame;
   }
   for (int i = 0; i < 50; ++i) fifty += " " + capture;
-  const std::string replay = "replay" + fifty + " --out-dir replayed --prop a=b",
+  const std::string replay = "replay" + fifty + " --out-dir replayed --prop a=b --jobs 1",
                     fuse = "fuse" + frames + " -o fused.yuv --size 512x384";
   const char* lost = "tavo-hdr: cannot write to standard output: Broken pipe\n";
   const struct {
@@ -641,24 +695,29 @@ TEST_F(Tool, SignalsStopTheToolWithTheirExitCodeAndLeaveNoTemporaryFile) {
        "tavo-hdr: interrupted by SIGTERM\n", "scene:"},
       {replay, SIGINT, "[1/50]", 130, "tavo-hdr: interrupted by SIGINT\n", " of 50 captures (stopped by SIGINT): "},
       {replay, SIGHUP, "[1/50]", 129, "tavo-hdr: interrupted by SIGHUP\n", " of 50 captures (stopped by SIGHUP): "},
+      {replay + " --jobs 2", SIGTERM, "[1/50]", 143, "tavo-hdr: interrupted by SIGTERM\n",
+       " of 50 captures (stopped by SIGTERM): "},
       {"demo --size 4096x2048 --prop a=b --out-dir pictures", SIGPIPE, "", 7, lost, ""},
       {replay, SIGPIPE, "[1/50]", 7, lost, "[1/50]"},
       {fuse + " --prop a=b", SIGXFSZ, "", 3, "tavo-hdr: cannot write fused.yuv: File too large\n", "capture"},
       {fuse + " --prop saveinput=yes --dump-dir dumps", SIGXFSZ, "", 4,
        "tavo-hdr: the library could not fuse the frames (result -1; its log is above)\n", "capture"},
   };
+  prctl(PR_SET_CHILD_SUBREAPER, 1);  // a worker process the tool left would become the test's
   for (const auto& c : cases) {
     const bool xfsz = c.signal == SIGXFSZ;  // from a 4096-byte file size limit
     const ToolRun run = run_tool(dir_.path(), c.args, xfsz ? 0 : c.signal, c.when, {RLIMIT_FSIZE, xfsz ? 4096 : 0});
     EXPECT_EQ(run.exit_code, c.exit_code) << c.args << "\n" << run.err;
     EXPECT_TRUE(run.err.ends_with(c.err)) << c.args << "\n" << run.err;
     EXPECT_NE(run.out.find(c.out), std::string::npos) << run.out;
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << c.args << ": a worker process was left";
     for (const auto& [name, content] : snapshot(dir_.path())) {
       EXPECT_TRUE(name.find("tavo-hdr-") == std::string::npos && !name.starts_with("dumps/") && name != "fused.yuv")
           << c.args << ": " << name;
     }
   }
   EXPECT_FALSE(fs::exists(dir_.path() + "/pictures/demo_result.png"));
+  prctl(PR_SET_CHILD_SUBREAPER, 0);
 }
 
 TEST_F(Tool, DemoFindsTheShiftsItAppliedAndWritesItsPictures) {

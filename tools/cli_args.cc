@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cstdlib>
 
+#include "platform/yuv420_frame.h"
 #include "tavo_lumo_hdr.h"
 
 namespace tavo::tool {
@@ -10,7 +11,7 @@ namespace tavo::tool {
 const char kUsage[] =
     "usage: tavo-hdr [demo] [--size WxH] [--out-dir DIR]\n"
     "       tavo-hdr fuse DARK NORMAL BRIGHT -o OUT [--size WxH --layout NAME]\n"
-    "       tavo-hdr replay PREFIX|DIR... [--out-dir DIR]\n"
+    "       tavo-hdr replay PREFIX|DIR... [--out-dir DIR] [--jobs N] [--report FILE] [--quiet]\n"
     "options for every command: --prop key=value (repeatable), --dump-dir DIR, --verbose\n"
     "raw frames (.yuv or any other name) need --size; layouts: YUV420_PLANAR (default),\n"
     "YVU420_SEMIPLANAR. Image files (.jpg, .jpeg, .png) carry their size; alpha is\n"
@@ -48,6 +49,12 @@ std::string frame_size_problem(int32_t width, int32_t height) {
   return "";
 }
 
+std::string layout_problem(const std::string& layout) {
+  return tavo::parse_layout(layout.c_str()) != tavo::ChromaLayout::kOther
+             ? ""
+             : "unknown layout '" + layout + "' (YUV420_PLANAR or YVU420_SEMIPLANAR)";
+}
+
 bool parse_args(int argc, const char* const* argv, Options* options, std::string* error) {
   int i = 1;
   if (i < argc && argv[i][0] != '-') options->command = argv[i++];
@@ -72,6 +79,16 @@ bool parse_args(int argc, const char* const* argv, Options* options, std::string
       options->help = true;
     } else if (arg == "--verbose" || arg == "-v") {
       options->verbose = true;
+    } else if (arg == "--quiet" || arg == "-q") {
+      options->quiet = true;
+    } else if (arg == "--report") {
+      if (!value(&options->report)) return false;
+    } else if (arg == "--jobs" || arg == "-j") {
+      if (!value(&v)) return false;
+      if (!positive_number(v, &options->jobs) || options->jobs > kMaxJobs) {
+        *error = "bad job count '" + v + "' (1 to " + std::to_string(kMaxJobs) + ")";
+        return false;
+      }
     } else if (arg == "--stop") {
       options->stop = true;
     } else if (arg == "-o" || arg == "--out") {

@@ -17,10 +17,15 @@ struct Options {
   std::string layout = "YUV420_PLANAR";
   std::vector<std::pair<std::string, std::string>> properties;  // --prop key=value
   std::string dump_dir;
+  int jobs = 0;         // replay: worker processes (0: as many as suit the machine)
+  std::string report;   // replay: JSON Lines report
+  bool quiet = false;   // no progress display
   bool verbose = false;
   bool stop = false;  // raise the stop request before the capture
   bool help = false;
 };
+
+inline constexpr int kMaxJobs = 256;
 
 // Parses argv; false with a one-line reason in *error.
 bool parse_args(int argc, const char* const* argv, Options* options, std::string* error);
@@ -31,6 +36,9 @@ bool parse_size(const std::string& text, int32_t* width, int32_t* height);
 // Why a frame size cannot be fused ("" when it can): the limits of
 // tavo_lumo_hdr.h.
 std::string frame_size_problem(int32_t width, int32_t height);
+
+// Why the library cannot fuse frames of this layout name ("" when it can).
+std::string layout_problem(const std::string& layout);
 
 extern const char kUsage[];
 

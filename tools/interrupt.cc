@@ -103,6 +103,10 @@ int track_temp_file(int dir_fd, const char* name) {
   return -1;
 }
 
+void forget_temp_files() {
+  for (TempSlot& slot : g_temps) slot.state.store(0, std::memory_order_release);
+}
+
 void untrack_temp_file(int slot) {
   if (slot >= 0) g_temps[slot].state.store(0, std::memory_order_release);
 }

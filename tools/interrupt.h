@@ -50,4 +50,8 @@ class BlockInterrupts {
 int track_temp_file(int dir_fd, const char* name);
 void untrack_temp_file(int slot);
 
+// In a forked child: the files registered so far are its parent's, which the
+// child's handler must not remove.
+void forget_temp_files();
+
 }  // namespace tavo::tool

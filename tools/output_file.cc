@@ -98,11 +98,19 @@ bool contains_file(const std::vector<FileId>& ids, const std::string& path) {
   return !id.empty() && std::find(ids.begin(), ids.end(), id[0]) != ids.end();
 }
 
-TempFile::~TempFile() {
-  if (fd_ >= 0) close(fd_);
+TempFile::~TempFile() { remove(); }
+
+void TempFile::remove() {
   if (live_) unlinkat(dir_fd_, name_.c_str(), 0);
+  disown();
+}
+
+void TempFile::disown() {
+  if (fd_ >= 0) close(fd_);
   untrack_temp_file(slot_);
   if (dir_fd_ >= 0) close(dir_fd_);
+  fd_ = dir_fd_ = slot_ = -1;
+  live_ = false;
 }
 
 bool TempFile::create(const std::string& dir, const char* prefix, std::string* error) {
@@ -180,40 +188,58 @@ std::string output_problem(const std::string& path, const std::vector<FileId>& i
   return error;
 }
 
-bool write_output(const std::string& path, const uint8_t* data, size_t size,
-                  const std::vector<FileId>& inputs, std::string* error, int* error_number) {
+bool OutputFile::open(const std::string& path, const std::vector<FileId>& inputs, std::string* error,
+                      int* error_number) {
   int ignored = 0;
   int& number = error_number != nullptr ? *error_number : ignored;
   number = 0;
+  path_ = path;
+  inputs_ = inputs;
   Target target;
   if (!resolve_target(path, &target, error, &number)) return false;
-  TempFile temp;
-  if (!temp.create(target.dir, ".tavo-hdr-", error)) {
-    number = temp.error_number();
+  name_ = target.name;
+  if (!temp_.create(target.dir, ".tavo-hdr-", error)) {
+    number = temp_.error_number();
     *error = "cannot write " + path + ": " + *error;
     return false;
   }
-  if (!temp.write_all(data, size)) {
-    number = errno;
-    *error = reason("cannot write " + path, number);
-    return false;
-  }
+  return true;
+}
+
+bool OutputFile::write(const uint8_t* data, size_t size, std::string* error, int* error_number) {
+  if (temp_.write_all(data, size)) return true;
+  const int number = errno;
+  if (error_number != nullptr) *error_number = number;
+  *error = reason("cannot write " + path_, number);
+  return false;
+}
+
+bool OutputFile::commit(std::string* error, int* error_number) {
+  int ignored = 0;
+  int& number = error_number != nullptr ? *error_number : ignored;
   // Checked again just before the rename: the name may have changed meanwhile.
   struct stat existing;
-  *error = target_problem(temp.dir_fd(), target.name, path, inputs, &existing, &number);
+  *error = target_problem(temp_.dir_fd(), name_, path_, inputs_, &existing, &number);
   if (!error->empty()) return false;
   if (existing.st_nlink != 0) {
     // The owner where allowed (root), then the mode, which a change of owner
     // would strip of its set-id bits.
-    [[maybe_unused]] const int ignored = fchown(temp.fd(), existing.st_uid, existing.st_gid);
-    fchmod(temp.fd(), existing.st_mode & 07777);
+    [[maybe_unused]] const int ignored_owner = fchown(temp_.fd(), existing.st_uid, existing.st_gid);
+    fchmod(temp_.fd(), existing.st_mode & 07777);
   }
-  if (!temp.close_file() || !temp.rename_to(target.name)) {
+  if (!temp_.close_file() || !temp_.rename_to(name_)) {
     number = errno;
-    *error = reason("cannot write " + path, number);
+    *error = reason("cannot write " + path_, number);
     return false;
   }
   return true;
+}
+
+bool write_output(const std::string& path, const uint8_t* data, size_t size,
+                  const std::vector<FileId>& inputs, std::string* error, int* error_number) {
+  OutputFile file;
+  return file.open(path, inputs, error, error_number) && file.write(data, size, error, error_number) &&
+         file.commit(error, error_number);
 }
 
 bool prepare_directory(const std::string& dir, const std::string& what, std::string* error) {

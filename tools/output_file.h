@@ -50,6 +50,10 @@ class TempFile {
   bool close_file();
   // Renames the (closed) file to `name` in its directory.
   bool rename_to(const std::string& name);
+  // Removes the file now (what the destructor does).
+  void remove();
+  // In a forked child: the file is its parent's, to be left alone.
+  void disown();
 
  private:
   std::string dir_, name_;
@@ -60,6 +64,25 @@ class TempFile {
 // Why `path` may not be written ("" when it may): the checks write_output makes,
 // for a refusal before any work is done.
 std::string output_problem(const std::string& path, const std::vector<FileId>& inputs);
+
+// An output written in pieces, as described at the top: open() checks the
+// destination and creates the temporary file beside it, write() appends,
+// commit() checks the destination again and renames the file into place.
+// Dropped before commit(), it leaves nothing. Each step is false with a
+// one-line reason and, when asked for, the system's error number (0 for a
+// refusal).
+class OutputFile {
+ public:
+  bool open(const std::string& path, const std::vector<FileId>& inputs, std::string* error,
+            int* error_number = nullptr);
+  bool write(const uint8_t* data, size_t size, std::string* error, int* error_number = nullptr);
+  bool commit(std::string* error, int* error_number = nullptr);
+
+ private:
+  std::string path_, name_;
+  std::vector<FileId> inputs_;
+  TempFile temp_;
+};
 
 // Writes `size` bytes to `path` as described at the top; false with a one-line
 // reason, `path` untouched and no temporary file left. *error_number, when

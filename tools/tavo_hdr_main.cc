@@ -23,16 +23,21 @@
 #include "tavo_lumo_hdr.h"
 #include "tools/cli_args.h"
 #include "tools/contact_sheet.h"
+#include "tools/core_plan.h"
+#include "tools/exit_codes.h"
 #include "tools/dump_names.h"
 #include "tools/frame_diff.h"
 #include "tools/image_io.h"
 #include "tools/interrupt.h"
 #include "tools/output_file.h"
 #include "tools/printable_text.h"
+#include "tools/progress_line.h"
+#include "tools/replay.h"
 #include "tools/raw_io.h"
 #include "tools/scene/scene.h"
 #include "tools/staged_capture.h"
 #include "tools/stopwatch.h"
+#include "tools/worker_processes.h"
 #include "tools/yuv_convert.h"
 
 namespace fs = std::filesystem;
@@ -40,16 +45,6 @@ using namespace tavo::tool;
 
 namespace {
 
-enum Exit {
-  kOk = 0,
-  kUsageError = 2,
-  kInputError = 3,
-  kLibraryFailed = 4,
-  kStopped = 5,
-  kReplayDiffers = 6,
-  kOutputLost = 7,
-  kInterrupted = 128,  // exits with 128 + the signal
-};
 
 // One line on stderr; names in it are shown with their control characters
 // escaped.
@@ -92,14 +87,25 @@ class LibraryLog {
       open_ = true;
     }
   }
-  // The lines written since the last call, shown when `failed` or verbose.
-  void take(bool failed) {
-    if (!open_) return;
+  // In a forked worker: a file of its own, which it removes with close().
+  void reopen() {
+    file_.disown();
+    open_ = false;
+    open(verbose_);
+  }
+  void close() { file_.remove(); }
+  // The lines written since the last call.
+  std::string take() {
     std::vector<uint8_t> text;
     std::string error;
-    if (!read_file(file_.path(), &text, &error) || truncate(file_.path().c_str(), 0) != 0) return;
-    if (verbose_ || failed) fwrite(text.data(), 1, text.size(), stderr);
+    if (!open_ || !read_file(file_.path(), &text, &error) || truncate(file_.path().c_str(), 0) != 0) return "";
+    return std::string(text.begin(), text.end());
   }
+  // Lines taken, shown on stderr when they tell of a failure or when asked to.
+  void show(const std::string& lines, bool failed) const {
+    if (verbose_ || failed) fwrite(lines.data(), 1, lines.size(), stderr);
+  }
+  void show_new(bool failed) { show(take(), failed); }
 
  private:
   TempFile file_;
@@ -115,14 +121,21 @@ void print_time(const char* name, double ms) { say("%-13s%9.1f ms\n", name, ms);
 // TAVO_HDR_DUMP_DIR. Both before the pool starts.
 class LibrarySettings {
  public:
-  bool apply(const Options& options, std::string* error) {
+  // `bindcore`, when not empty, is the pool's "persist.bindcore.hdr" unless
+  // --prop gives one.
+  bool apply(const Options& options, std::string* error, const std::string& bindcore = "") {
     if (!options.dump_dir.empty()) {
       if (!prepare_directory(options.dump_dir, "dump directory", error)) return false;
       setenv("TAVO_HDR_DUMP_DIR", options.dump_dir.c_str(), 1);
     }
-    if (options.properties.empty()) return true;
     std::string text;
-    for (const auto& [key, value] : options.properties) text += key + "=" + value + "\n";
+    bool bound = false;
+    for (const auto& [key, value] : options.properties) {
+      text += key + "=" + value + "\n";
+      bound = bound || key == kBindCore;
+    }
+    if (!bindcore.empty() && !bound) text += std::string(kBindCore) + "=" + bindcore + "\n";
+    if (text.empty()) return true;
     const char* tmp = getenv("TMPDIR");
     const std::string dir = tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp";
     if (!file_.create(dir, "tavo-hdr-props-", error)) {
@@ -138,6 +151,8 @@ class LibrarySettings {
     return true;
   }
 
+  static constexpr const char* kBindCore = "persist.bindcore.hdr";
+
  private:
   TempFile file_;
 };
@@ -151,7 +166,7 @@ class Pool {
       BlockInterrupts block;
       ok_ = tavo_hdr_pool_init() == 0;
     }
-    g_log.take(!ok_);
+    g_log.show_new(!ok_);
   }
   ~Pool() {
     if (ok_) tavo_hdr_pool_destroy();
@@ -166,31 +181,33 @@ void raise_stop_flag() { tavo_hdr_set_stop_flag(1); }
 
 // ---- One capture ---------------------------------------------------------
 
-struct Frames {
-  int32_t width = 0, height = 0;
-  std::string layout;
-  std::vector<uint8_t> data[3];
-};
-
-// HDR_Function on the three frames; the result's exit code (kOk, kLibraryFailed
-// or kStopped) with the error printed, or kInterrupted without a word when a
-// signal came. *ms: how long HDR_Function took.
-int capture(const Frames& frames, std::vector<uint8_t>* out, double* ms) {
+// HDR_Function on the three frames, under the stop flag's watch: a signal
+// stops it through the flag. Its log is taken.
+Fused capture_here(const Frames& frames, std::vector<uint8_t>* out) {
   out->assign(raw_frame_bytes(frames.width, frames.height), 0);
-  int32_t result = 0;
+  Fused fused;
   {
-    DeferInterrupts defer;  // a signal stops the capture through the stop flag
+    DeferInterrupts defer;
     const Stopwatch watch;
-    result = HDR_Function(frames.data[0].data(), frames.data[1].data(), frames.data[2].data(), out->data(),
-                          frames.height, frames.width, frames.layout.c_str());
-    *ms = watch.ms();
+    fused.result = HDR_Function(frames.data[0].data(), frames.data[1].data(), frames.data[2].data(), out->data(),
+                                frames.height, frames.width, frames.layout.c_str());
+    fused.ms = watch.ms();
   }
-  g_log.take(result == -1 && interrupting_signal() == 0);
-  if (interrupting_signal() != 0) return kInterrupted;
-  if (result == 0) return kOk;
-  if (result == 1) return fail(kStopped, "the capture was stopped before it finished (result 1)");
-  return fail(kLibraryFailed, "the library could not fuse the frames (result " + std::to_string(result) +
-                                  "; its log is above)");
+  fused.interrupted = interrupting_signal() != 0;
+  fused.log = g_log.take();
+  return fused;
+}
+
+// capture_here's exit code (kOk, kLibraryFailed or kStopped) with the error
+// and the library's log printed, or kInterrupted without a word when a signal
+// came. *ms: how long HDR_Function took.
+int capture(const Frames& frames, std::vector<uint8_t>* out, double* ms) {
+  const Fused fused = capture_here(frames, out);
+  *ms = fused.ms;
+  g_log.show(fused.log, fused.result == -1 && !fused.interrupted);
+  if (fused.interrupted) return kInterrupted;
+  if (fused.result == 0) return kOk;
+  return fail(fused.result == 1 ? kStopped : kLibraryFailed, capture_failure(fused.result));
 }
 
 // Reads three raw frames of the given size; "" or why one cannot be read.
@@ -200,12 +217,6 @@ std::string read_raw_frames(const std::vector<std::string>& paths, Frames* frame
     read_raw_frame(paths[k], frames->width, frames->height, &frames->data[k], &error);
   }
   return error;
-}
-
-std::string layout_problem(const std::string& layout) {
-  return tavo::parse_layout(layout.c_str()) != tavo::ChromaLayout::kOther
-             ? ""
-             : "unknown layout '" + layout + "' (YUV420_PLANAR or YVU420_SEMIPLANAR)";
 }
 
 // ---- fuse ----------------------------------------------------------------
@@ -276,66 +287,127 @@ int fuse_command(const Options& options) {
 
 // ---- replay --------------------------------------------------------------
 
-// The first line of a comparison of two frames of one size: "identical", or
-// how many bytes differ and where the first one is.
-std::string compare(const std::vector<uint8_t>& ours, const std::vector<uint8_t>& theirs) {
-  size_t differ = 0, first = 0;
-  for (size_t i = 0; i < ours.size(); ++i) {
-    if (ours[i] != theirs[i] && differ++ == 0) first = i;
+// The JSON Lines report of --report: written as every output is, to a new
+// file renamed into place at the end (also after an interruption, then with
+// what was replayed); a record whose capture is not finished never appears.
+class Report {
+ public:
+  bool open(const std::string& path, const std::vector<FileId>& inputs, std::string* error) {
+    open_ = !path.empty() && file_.open(path, inputs, error);
+    return path.empty() || open_;
   }
-  if (differ == 0) return "identical";
-  return std::to_string(differ) + " bytes differ, first at byte " + std::to_string(first);
-}
-
-// Why the size and layout a capture's name gives cannot be fused, every
-// reason, separated by "; " ("" when they can). A size over the library's
-// limits is quoted as the name writes it, every digit.
-std::string capture_name_problem(const DumpName& name) {
-  const bool too_large = name.width == INT32_MAX || name.height == INT32_MAX ||
-                         static_cast<uint64_t>(name.width) * static_cast<uint64_t>(name.height) > TAVO_HDR_MAX_PIXELS;
-  const std::string size = too_large ? name.size + " is more than the library's " +
-                                           std::to_string(TAVO_HDR_MAX_PIXELS) + " pixels"
-                                     : frame_size_problem(name.width, name.height);
-  const std::string layout = layout_problem(name.layout);
-  return layout + (layout.empty() || size.empty() ? "" : "; ") + size;
-}
-
-// The difference picture of the result "<stem>.yuv": "<stem>_diff.png" beside it.
-std::string diff_picture_path(const std::string& result) {
-  return result.substr(0, result.size() - 4) + "_diff.png";
-}
-
-// The worst capture of a replay: the one with the most differing samples (Y,
-// U and V together), the earlier one on a tie. A dumped output of another size
-// is not ranked.
-struct Worst {
-  std::string base;
-  FrameDiff diff;
-  void consider(const std::string& capture, const FrameDiff& d) {
-    if (base.empty() || d.differing() > diff.differing()) {
-      base = capture;
-      diff = d;
-    }
+  void add(const Json& record) {
+    if (!open_ || !error_.empty()) return;
+    const std::string line = json_line(record) + "\n";
+    file_.write(reinterpret_cast<const uint8_t*>(line.data()), line.size(), &error_);
   }
-  void print() const {
-    if (base.empty()) return;
-    say("worst capture: %s, %zu samples differ (Y %zu, U %zu, V %zu), luma PSNR %s\n", printable(base).c_str(),
-        diff.differing(), diff.plane[0].differing, diff.plane[1].differing, diff.plane[2].differing,
-        psnr_text(diff.plane[0].psnr()).c_str());
+  // "" or why the report could not be written.
+  std::string finish() {
+    if (open_ && error_.empty()) file_.commit(&error_);
+    return error_;
   }
+
+ private:
+  OutputFile file_;
+  bool open_ = false;
+  std::string error_;
 };
 
-// Where a capture's result goes: "<base>_replay.yuv" beside it or in
-// --out-dir. When an earlier capture of this run wrote that file (two
-// directories with captures of one name), the result is kept beside it as
-// "<base>_replay.2.yuv", ".3" and so on.
-std::string result_path(const Options& options, const Capture& c, const std::vector<FileId>& written) {
-  const std::string stem = options.out_dir.empty()
-                               ? c.prefix + "_replay"
-                               : (fs::path(options.out_dir) / fs::path(c.prefix).filename()).string() + "_replay";
-  std::string path = stem + ".yuv";
-  for (int k = 2; contains_file(written, path); ++k) path = stem + "." + std::to_string(k) + ".yuv";
-  return path;
+// A replay's records, printed in capture order as they come (from this
+// process or from workers, in any order): the capture's line, the library's
+// log and the reason of a failure on stderr, the report record, the progress.
+class ReplayPrinter {
+ public:
+  ReplayPrinter(size_t captures, Report* report, bool progress)
+      : records_(captures), report_(report), progress_(captures, progress) {
+    tally_.captures = captures;
+  }
+  void add(size_t i, ReplayRecord record) {
+    records_[i] = std::move(record);
+    for (; printed_ < records_.size() && records_[printed_]; ++printed_) {
+      const ReplayRecord& r = *records_[printed_];
+      progress_.clear();
+      const std::string base = fs::path(r.job.capture.prefix).filename().string();
+      say("[%zu/%zu] %s: %s", printed_ + 1, records_.size(), printable(base).c_str(), replay_line(r).c_str());
+      g_log.show(r.log, r.failure == kLibraryFailed);
+      if (r.failure != 0) fail(r.failure, r.reason);
+      tally_.add(r);
+      if (r.status != ReplayStatus::kInterrupted) report_->add(record_json(r));
+      records_[printed_].reset();  // only the tally is kept
+      progress_.update(printed_ + 1);
+    }
+  }
+  const ReplayTally& tally() const { return tally_; }
+  void finish() { progress_.clear(); }
+
+ private:
+  std::vector<std::optional<ReplayRecord>> records_;
+  size_t printed_ = 0;
+  ReplayTally tally_;
+  Report* report_;
+  ProgressLine progress_;
+};
+
+// Replays in this process, one capture after another; a signal ends the
+// replay after the capture it stops.
+void replay_here(const std::vector<ReplayJob>& jobs, const std::vector<FileId>& inputs, ReplayPrinter* printer) {
+  DeferInterrupts defer;
+  for (size_t i = 0; i < jobs.size() && interrupting_signal() == 0; ++i) {
+    printer->add(i, replay_capture(jobs[i], inputs, capture_here));
+  }
+}
+
+// Replays on `workers` worker processes, each with its pool pinned to cores of
+// its own (core_plan.h); the records come back in CBOR, which keeps names
+// byte for byte, and are printed in capture order.
+int replay_on_workers(const Options& options, int workers, const std::vector<ReplayJob>& jobs,
+                      const std::vector<FileId>& inputs, ReplayPrinter* printer) {
+  const std::vector<int> allowed = allowed_cores();
+  const auto worker_main = [&](int k, const WorkerProcesses::NextJob& next,
+                               const WorkerProcesses::Answer& answer) -> int {
+    const std::vector<int> cores = worker_cores(k, workers, allowed);
+    pin_to_cores(cores);
+    g_log.reopen();
+    int code = kOk;
+    {
+      LibrarySettings settings;
+      std::string error;
+      if (!settings.apply(options, &error, bindcore_value(cores))) return kInputError;
+      Pool pool;
+      if (!pool.ok()) code = kLibraryFailed;
+      DeferInterrupts defer;  // a signal stops the capture, then the worker
+      size_t i = 0;
+      while (code == kOk && interrupting_signal() == 0 && next(&i)) {
+        const ReplayRecord r = replay_capture(jobs[i], inputs, capture_here);
+        Json j = record_json(r);
+        j["failure"] = r.failure;
+        j["log"] = r.log;
+        const std::vector<uint8_t> bytes = Json::to_cbor(j);
+        if (!answer(std::string(bytes.begin(), bytes.end()))) break;
+      }
+    }
+    g_log.close();
+    return code;
+  };
+  WorkerProcesses processes;
+  std::string error;
+  if (!processes.start(workers, worker_main, &error)) return fail(kLibraryFailed, error);
+  DeferInterrupts defer;  // a signal ends the replay once the workers' captures stop
+  const auto done = [&](size_t i, const std::string& answer, const std::string& lost) {
+    ReplayRecord r;
+    const auto j = Json::from_cbor(answer, true, false);
+    if (!lost.empty() || !record_from_json(j, jobs[i], &r)) {
+      r = replay_failure(jobs[i], kLibraryFailed,
+                         (lost.empty() ? "a worker process answered nonsense" : lost) + " during this capture");
+    }
+    printer->add(i, std::move(r));
+  };
+  const size_t handed = processes.run(jobs.size(), done, [] { return interrupting_signal() != 0; });
+  // Captures no worker was left to take (every worker died).
+  for (size_t i = handed; i < jobs.size() && interrupting_signal() == 0; ++i) {
+    printer->add(i, replay_failure(jobs[i], kLibraryFailed, "no worker process is left to replay this capture"));
+  }
+  return kOk;
 }
 
 int replay_command(const Options& options) {
@@ -350,104 +422,39 @@ int replay_command(const Options& options) {
   if (!options.out_dir.empty() && !prepare_directory(options.out_dir, "output directory", &error)) {
     return fail(kInputError, error);
   }
-  // Every file the replay reads; no result may replace one of them.
-  const size_t n = captures.size();
-  std::vector<std::string> dumped(n);
-  std::vector<FileId> inputs, written;
-  DumpedOutputs outputs;
-  for (size_t i = 0; i < n; ++i) {
-    dumped[i] = outputs.find(captures[i]);
-    for (const char* suffix : {"_0.yuv", "_1.yuv", "_2.yuv"}) add_file_id(captures[i].prefix + suffix, &inputs);
-    add_file_id(dumped[i], &inputs);
-  }
+  std::vector<FileId> inputs;  // every file the replay reads; no result may replace one of them
+  const std::vector<ReplayJob> jobs = plan_replay(captures, options.out_dir, &inputs);
+  Report report;
+  if (!report.open(options.report, inputs, &error)) return fail(kInputError, error);
+  const int workers = std::min<int>(options.jobs != 0 ? options.jobs : default_jobs(), static_cast<int>(jobs.size()));
 
-  Pool pool;
-  if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
-  int identical = 0, different = 0, without = 0, failed = 0, first_failure = kOk;
-  Worst worst;
-  double capture_ms = 0;
-  size_t replayed = 0;
-  DeferInterrupts defer;  // a signal ends the replay after its current capture
-  for (; replayed < n && interrupting_signal() == 0; ++replayed) {
-    const Capture& c = captures[replayed];
-    const std::string base = fs::path(c.prefix).filename().string();
-    say("[%zu/%zu] %s: ", replayed + 1, n, printable(base).c_str());
-    std::string refusal;  // why the capture failed, on stderr below its line
-    const auto end_line = [&](const std::string& verdict, const std::string& details, int code) {
-      say("%s\n%s", verdict.c_str(), details.c_str());
-      if (code == kOk) return;
-      ++failed;
-      if (first_failure == kOk) first_failure = code;
-      if (!refusal.empty()) fail(code, refusal);
-    };
-    Frames frames;
-    frames.width = c.name.width;
-    frames.height = c.name.height;
-    frames.layout = c.name.layout;
-    if (const std::string p = capture_name_problem(c.name); !p.empty()) {
-      refusal = base + ": " + p;
-    } else {
-      refusal = read_raw_frames({c.prefix + "_0.yuv", c.prefix + "_1.yuv", c.prefix + "_2.yuv"}, &frames);
+  const Stopwatch wall;
+  ReplayPrinter printer(jobs.size(), &report, !options.quiet && isatty(STDERR_FILENO));
+  if (workers == 1) {
+    // The pool pinned as a single worker's: to the first four cores this
+    // process may use.
+    LibrarySettings settings;
+    if (!settings.apply(options, &error, bindcore_value(worker_cores(0, 1, allowed_cores())))) {
+      return fail(kInputError, error);
     }
-    int code = refusal.empty() ? kOk : kInputError;
-    std::vector<uint8_t> out;
-    double ms = 0;
-    if (code == kOk) code = capture(frames, &out, &ms);
-    if (code == kInterrupted) {
-      say("interrupted\n");
-      break;
-    }
-    capture_ms += ms;
-    const std::string target = result_path(options, c, written);
-    if (code == kOk && !write_output(target, out.data(), out.size(), inputs, &refusal)) code = kInputError;
-    if (code != kOk) {
-      end_line("failed", "", code);
-      continue;
-    }
-    add_file_id(target, &written);
-    std::string verdict, details;  // the rest of the capture's line; per-plane lines of a difference
-    std::vector<uint8_t> theirs;
-    uint64_t their_size = 0;  // of a dumped output of another size, which is not read
-    if (dumped[replayed].empty()) {
-      ++without;
-      verdict = "replayed, no dumped output to compare";
-    } else if (const FrameRead read = read_frame_or_size(dumped[replayed], frames.width, frames.height, &theirs,
-                                                         &their_size, &refusal);
-               read == FrameRead::kFailed) {
-      verdict = "failed";
-    } else if (read == FrameRead::kOtherSize) {
-      ++different;
-      verdict = "dumped output is " + std::to_string(their_size) + " bytes, not " + std::to_string(out.size());
-    } else if (verdict = compare(out, theirs); verdict == "identical") {
-      ++identical;
-    } else {
-      const tavo::ChromaLayout layout = tavo::parse_layout(frames.layout.c_str());
-      const FrameDiff diff = diff_frames(out.data(), theirs.data(), frames.width, frames.height, layout);
-      details = diff_report(diff, "    ");
-      const std::string picture = diff_picture_path(target);
-      if (write_image(picture, diff_picture(out.data(), theirs.data(), frames.width, frames.height, layout),
-                      &refusal, inputs)) {
-        details += "    difference picture " + printable(picture) + "\n";
-        ++different;
-        worst.consider(base, diff);
-      } else {
-        details += "    no difference picture\n";
-      }
-    }
-    if (!target.ends_with("_replay.yuv")) {
-      verdict += " (an earlier capture has this name; result in " + printable(target) + ")";
-    }
-    end_line(verdict, details, refusal.empty() ? kOk : kInputError);
+    Pool pool;
+    if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
+    replay_here(jobs, inputs, &printer);
+  } else if (const int code = replay_on_workers(options, workers, jobs, inputs, &printer); code != kOk) {
+    return code;
   }
-  print_time("captures", capture_ms);
+  printer.finish();
+  const ReplayTally& tally = printer.tally();
   const int sig = interrupting_signal();
-  const std::string stopped = sig == 0 ? "" : " (stopped by " + std::string(signal_name(sig)) + ")";
-  say("replayed %zu%s captures%s: %d identical, %d different, %d without output, %d failed\n", replayed,
-      sig == 0 ? "" : (" of " + std::to_string(n)).c_str(), stopped.c_str(), identical, different, without, failed);
-  worst.print();
-  if (sig != 0) return kInterrupted;
-  if (first_failure != kOk) return first_failure;
-  return different > 0 ? kReplayDiffers : kOk;
+  const char* stopped_by = sig == 0 ? nullptr : signal_name(sig);
+  print_time("captures", tally.capture_ms);
+  say("%s", tally.summary(stopped_by).c_str());
+  report.add(summary_json(tally, stopped_by, wall.ms(), workers));
+  if (const std::string e = report.finish(); !e.empty()) {
+    fail(kInputError, e);
+    if (sig == 0) return kInputError;
+  }
+  return tally.exit_code(sig);
 }
 
 // ---- demo ----------------------------------------------------------------
@@ -491,7 +498,7 @@ int demo_command(const Options& options) {
   std::vector<uint8_t> out(raw_frame_bytes(w, h));
   StagedCapture staged;
   const bool fused_ok = run_staged_capture(frames, w, h, "YUV420_PLANAR", out.data(), &staged);
-  g_log.take(!fused_ok);
+  g_log.show_new(!fused_ok);
   if (!fused_ok) return fail(kLibraryFailed, "the library could not fuse the frames (its log is above)");
   // The scene's shot (dx, dy) means: the frame's pixel (x, y) shows what the
   // reference shows at (x + dx, y + dy). The registration's shift s means: the

@@ -22,6 +22,7 @@ import os
 import re
 import tempfile
 import threading
+import time
 
 import numpy as np
 
@@ -29,7 +30,7 @@ from . import _native
 
 __all__ = [
     "LAYOUTS", "FusionError", "Stopped", "fuse", "restart", "set_stop_flag", "last_log",
-    "read_raw", "write_raw", "read_dump", "read_capture", "dumped_output",
+    "read_raw", "write_raw", "read_dump", "read_capture", "dumped_output", "replay", "compare",
     "yuv_to_rgb", "rgb_to_yuv",
 ]
 
@@ -230,20 +231,33 @@ def fuse(frames, width, height, layout="YUV420_PLANAR"):
         raise TypeError("frames must be a sequence of three frames: dark, normal, bright")
     for frame, what in zip(frames, ("the dark frame", "the normal frame", "the bright frame")):
         _check_frame(frame, width, height, what)
-    global _last_log
     out = np.empty_like(frames[0])
-    with _lock:
-        (result, _last_log), interrupt = _wait_interruptibly(lambda: _capture(frames, out, width, height, layout))
-    if interrupt is not None:
-        raise interrupt  # last_log() shows where the capture stopped
-    if result is None:
-        raise FusionError("the library's worker pool did not start; its log:\n" + "\n".join(_last_log), _last_log)
+    result, _, _ = _fuse_into(*frames, out, width, height, layout)
     if result == 1:
         raise Stopped("the capture was stopped by the stop flag; set_stop_flag(0) re-arms it")
     if result != 0:
         raise FusionError(f"the library could not fuse the {width}x{height} {layout} frames "
                           f"(result {result}); its log:\n" + "\n".join(_last_log), _last_log)
     return out
+
+
+def _fuse_into(dark, normal, bright, out, width, height, layout):
+    """HDR_Function into `out`, the frames checked: the package's one capture
+    (its pool, its lock, Ctrl-C), for fuse() and for the replay code, which
+    calls it back. Returns (result, milliseconds, the log's text); raises
+    KeyboardInterrupt when interrupted, FusionError when the pool did not
+    start."""
+    global _last_log
+    with _lock:
+        start = time.perf_counter()
+        (result, _last_log), interrupt = _wait_interruptibly(
+            lambda: _capture((dark, normal, bright), out, width, height, layout))
+        ms = (time.perf_counter() - start) * 1000
+    if interrupt is not None:
+        raise interrupt  # last_log() shows where the capture stopped
+    if result is None:
+        raise FusionError("the library's worker pool did not start; its log:\n" + "\n".join(_last_log), _last_log)
+    return result, ms, "".join(line + "\n" for line in _last_log)
 
 
 def set_stop_flag(flag):
@@ -339,6 +353,31 @@ def dumped_output(prefix):
     finds it (its time stamp may be later than the inputs'); None when none."""
     path = _native.dumped_output(_path(prefix))
     return None if path is None else os.fsdecode(path)
+
+
+def replay(capture, out_dir=None):
+    """Replays one dumped capture as tavo-hdr replay does, with the tool's own
+    code: its frames fused, the result written to <base>_replay.yuv beside
+    them (or in out_dir), compared with the output the phone dumped, and a
+    difference picture written when they differ. Returns the capture's record
+    of tavo-hdr replay --report (README): "status" ("identical", "different",
+    "other_size", "no_output", "failed"), "result", "ms", "bytes_differing",
+    "planes" {"Y", "U", "V": samples, differing, largest, squared_error, psnr},
+    the files, and "reason" of a failure. A capture that cannot be replayed is
+    a record too; a name that is not a capture's is a ValueError."""
+    return _native.replay(_path(capture), None if out_dir is None else _path(out_dir), _fuse_into)
+
+
+def compare(a, b, width, height, layout="YUV420_PLANAR"):
+    """How frame b differs from frame a, as tavo-hdr replay compares a result
+    with a dumped output: "bytes_differing", "first_difference" (None when
+    equal) and "planes" {"Y", "U", "V": samples, differing, largest,
+    squared_error, psnr (None for equal planes)}."""
+    width, height = _check_size(width, height, 2)
+    _check_layout(layout)
+    _check_frame(a, width, height, "the first frame")
+    _check_frame(b, width, height, "the second frame")
+    return _native.compare(a, b, width, height, layout)
 
 
 def yuv_to_rgb(frame, width, height, layout="YUV420_PLANAR"):
