@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "tools/fd_io.h"
 #include "tools/interrupt.h"
 
 namespace tavo::tool {
@@ -150,16 +151,7 @@ bool TempFile::create(const std::string& dir, const char* prefix, std::string* e
   return false;
 }
 
-bool TempFile::write_all(const uint8_t* data, size_t size) {
-  while (size > 0) {
-    const ssize_t n = write(fd_, data, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    data += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
-}
+bool TempFile::write_all(const uint8_t* data, size_t size) { return tool::write_all(fd_, data, size); }
 
 bool TempFile::close_file() {
   const int fd = fd_;

@@ -85,7 +85,8 @@ std::vector<ReplayJob> plan_replay(const std::vector<Capture>& captures, const s
     ReplayJob job{c, outputs.find(c), ""};
     const std::string stem =
         (out_dir.empty() ? c.prefix : (fs::path(out_dir) / base_of(c)).string()) + "_replay";
-    const int k = ++taken[fs::absolute(stem).lexically_normal().string()];
+    std::error_code ec;
+    const int k = ++taken[fs::absolute(stem, ec).lexically_normal().string()];
     job.target = stem + (k == 1 ? "" : "." + std::to_string(k)) + ".yuv";
     for (const char* suffix : {"_0.yuv", "_1.yuv", "_2.yuv"}) add_file_id(c.prefix + suffix, inputs);
     add_file_id(job.dumped, inputs);

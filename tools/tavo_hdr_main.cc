@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <new>
 #include <string>
 #include <vector>
@@ -319,21 +320,21 @@ class Report {
 class ReplayPrinter {
  public:
   ReplayPrinter(size_t captures, Report* report, bool progress)
-      : records_(captures), report_(report), progress_(captures, progress) {
+      : report_(report), progress_(captures, progress) {
     tally_.captures = captures;
   }
   void add(size_t i, ReplayRecord record) {
-    records_[i] = std::move(record);
-    for (; printed_ < records_.size() && records_[printed_]; ++printed_) {
-      const ReplayRecord& r = *records_[printed_];
+    waiting_.emplace(i, std::move(record));
+    for (auto next = waiting_.begin(); next != waiting_.end() && next->first == printed_;
+         next = waiting_.erase(next), ++printed_) {
+      const ReplayRecord& r = next->second;
       progress_.clear();
       const std::string base = fs::path(r.job.capture.prefix).filename().string();
-      say("[%zu/%zu] %s: %s", printed_ + 1, records_.size(), printable(base).c_str(), replay_line(r).c_str());
+      say("[%zu/%zu] %s: %s", printed_ + 1, tally_.captures, printable(base).c_str(), replay_line(r).c_str());
       g_log.show(r.log, r.failure == kLibraryFailed);
       if (r.failure != 0) fail(r.failure, r.reason);
       tally_.add(r);
       if (r.status != ReplayStatus::kInterrupted) report_->add(record_json(r));
-      records_[printed_].reset();  // only the tally is kept
       progress_.update(printed_ + 1);
     }
   }
@@ -341,7 +342,7 @@ class ReplayPrinter {
   void finish() { progress_.clear(); }
 
  private:
-  std::vector<std::optional<ReplayRecord>> records_;
+  std::map<size_t, ReplayRecord> waiting_;  // records that came before an earlier one's
   size_t printed_ = 0;
   ReplayTally tally_;
   Report* report_;

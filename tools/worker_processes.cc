@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "tools/fd_io.h"
 #include "tools/interrupt.h"
 
 namespace tavo::tool {
@@ -19,40 +20,16 @@ namespace {
 
 // Messages on the pipes: a 64-bit length, then as many bytes (a job number is
 // the length alone).
-bool write_exact(int fd, const void* data, size_t size) {
-  const auto* p = static_cast<const uint8_t*>(data);
-  while (size > 0) {
-    const ssize_t n = write(fd, p, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    p += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
-}
-
-bool read_exact(int fd, void* data, size_t size) {
-  auto* p = static_cast<uint8_t*>(data);
-  while (size > 0) {
-    const ssize_t n = read(fd, p, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    p += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
-}
-
 bool send_message(int fd, const std::string& message) {
   const uint64_t size = message.size();
-  return write_exact(fd, &size, sizeof size) && write_exact(fd, message.data(), message.size());
+  return write_all(fd, &size, sizeof size) && write_all(fd, message.data(), message.size());
 }
 
 bool receive_message(int fd, std::string* message) {
   uint64_t size = 0;
-  if (!read_exact(fd, &size, sizeof size) || size > (uint64_t{1} << 32)) return false;
+  if (!read_all(fd, &size, sizeof size) || size > (uint64_t{1} << 32)) return false;
   message->resize(size);
-  return read_exact(fd, message->data(), message->size());
+  return read_all(fd, message->data(), message->size());
 }
 
 void close_fd(int* fd) {
@@ -87,7 +64,7 @@ bool WorkerProcesses::start(int count, const Main& main, std::string* error) {
       close(from[0]);
       const NextJob next = [fd = to[0]](size_t* job) {
         uint64_t n = 0;
-        if (!read_exact(fd, &n, sizeof n)) return false;
+        if (!read_all(fd, &n, sizeof n)) return false;
         *job = static_cast<size_t>(n);
         return true;
       };
@@ -121,7 +98,7 @@ size_t WorkerProcesses::run(size_t jobs, const Done& done, const std::function<b
       if (w.pid < 0) continue;
       if (!w.busy && !stopping && next < jobs) {
         const uint64_t n = next;
-        if (write_exact(w.to, &n, sizeof n)) {
+        if (write_all(w.to, &n, sizeof n)) {
           w.busy = true;
           w.job = next++;
         } else {
