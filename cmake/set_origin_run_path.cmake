@@ -6,3 +6,6 @@ if(path)
   set(path "/${path}")
 endif()
 file(RPATH_SET FILE "${FILE}" NEW_RPATH "$ORIGIN${path}")
+# RPATH_SET keeps the file's time, cut to whole seconds: made older than what
+# it was linked from in the same second, the binary would be linked again.
+file(TOUCH_NOCREATE "${FILE}")

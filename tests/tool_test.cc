@@ -699,6 +699,7 @@ TEST_F(Tool, SignalsStopTheToolWithTheirExitCodeAndLeaveNoTemporaryFile) {
        " of 50 captures (stopped by SIGTERM): "},
       {"demo --size 4096x2048 --prop a=b --out-dir pictures", SIGPIPE, "", 7, lost, ""},
       {replay, SIGPIPE, "[1/50]", 7, lost, "[1/50]"},
+      {replay + " --jobs 2", SIGPIPE, "[1/50]", 7, lost, "[1/50]"},
       {fuse + " --prop a=b", SIGXFSZ, "", 3, "tavo-hdr: cannot write fused.yuv: File too large\n", "capture"},
       {fuse + " --prop saveinput=yes --dump-dir dumps", SIGXFSZ, "", 4,
        "tavo-hdr: the library could not fuse the frames (result -1; its log is above)\n", "capture"},

@@ -150,8 +150,13 @@ void WorkerProcesses::signal_all(int sig) {
 }
 
 WorkerProcesses::~WorkerProcesses() {
-  // Closing a worker's job pipe ends it after its current job.
-  for (Worker& w : workers_) close_fd(&w.to);
+  // Closing a worker's job pipe ends it after its current job, which a
+  // worker still busy (the parent gave up on it: its output was lost) is
+  // asked to stop.
+  for (Worker& w : workers_) {
+    if (w.busy && w.pid > 0) kill(w.pid, SIGTERM);
+    close_fd(&w.to);
+  }
   for (Worker& w : workers_) {
     if (w.pid > 0) reap(&w);
   }
