@@ -293,10 +293,17 @@ TEST_F(Capture, ForkedChildrenCaptureAsTheParentDoes) {
   if (getenv("TAVO_HDR_TOOL_EMULATOR") != nullptr) GTEST_SKIP() << "qemu-user cannot start threads after a fork";
   int32_t result = -1;
   const std::vector<uint8_t> reference = run(320, 240, "YVU420_SEMIPLANAR", &result);
+  const auto frames = test::bracket(320, 240, "YVU420_SEMIPLANAR", 5);
   std::atomic<bool> done{false};
+  // The camera thread allocates only inside its captures: a sanitizer's heap,
+  // unlike the C library's, is not made whole in a child forked while another
+  // thread was in it.
   std::thread camera([&] {
-    int32_t r = -1;
-    while (!done) EXPECT_EQ(run(320, 240, "YVU420_SEMIPLANAR", &r), reference);
+    std::vector<uint8_t> out(reference.size());
+    while (!done) {
+      HDR_Function(frames[0].data(), frames[1].data(), frames[2].data(), out.data(), 240, 320, "YVU420_SEMIPLANAR");
+      EXPECT_TRUE(out == reference);
+    }
   });
   for (int child = 0; child < 3; ++child) {
     const pid_t pid = fork();
