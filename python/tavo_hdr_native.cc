@@ -19,7 +19,7 @@
 #include "tools/dump_names.h"
 #include "tools/output_file.h"
 #include "tools/raw_io.h"
-#include "tools/replay.h"
+#include "tools/replay_json.h"
 #include "tools/yuv_convert.h"
 
 namespace py = pybind11;

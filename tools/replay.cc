@@ -1,5 +1,7 @@
 #include "tools/replay.h"
 
+#include "tools/replay_json.h"
+
 #include <algorithm>
 #include <climits>
 #include <cmath>
@@ -265,7 +267,8 @@ Json record_json(const ReplayRecord& r) {
           {"reason", optional_text(r.reason)}};
 }
 
-bool record_from_json(const Json& j, const ReplayJob& job, ReplayRecord* r) {
+bool record_from_message(const std::string& message, const ReplayJob& job, ReplayRecord* r) {
+  const Json j = Json::from_cbor(message, true, false);
   try {
     *r = ReplayRecord{};
     r->job = job;
@@ -300,6 +303,19 @@ bool record_from_json(const Json& j, const ReplayJob& job, ReplayRecord* r) {
   }
 }
 
+
+Json comparison_json(const uint8_t* ours, const uint8_t* theirs, int32_t width, int32_t height, ChromaLayout layout) {
+  uint64_t differing = 0, first = 0;
+  count_bytes(ours, theirs, static_cast<size_t>(width) * height * 3 / 2, &differing, &first);
+  return {{"bytes_differing", differing},
+          {"first_difference", optional_number(differing != 0, first)},
+          {"planes", planes_json(diff_frames(ours, theirs, width, height, layout))}};
+}
+
+namespace {
+
+std::string json_line(const Json& j) { return j.dump(-1, ' ', false, Json::error_handler_t::replace); }
+
 Json summary_json(const ReplayTally& t, const char* signal_name, double wall_ms, int jobs) {
   Json worst = nullptr;
   if (!t.worst.empty()) {
@@ -319,14 +335,20 @@ Json summary_json(const ReplayTally& t, const char* signal_name, double wall_ms,
           {"worst", worst}};
 }
 
-Json comparison_json(const uint8_t* ours, const uint8_t* theirs, int32_t width, int32_t height, ChromaLayout layout) {
-  uint64_t differing = 0, first = 0;
-  count_bytes(ours, theirs, static_cast<size_t>(width) * height * 3 / 2, &differing, &first);
-  return {{"bytes_differing", differing},
-          {"first_difference", optional_number(differing != 0, first)},
-          {"planes", planes_json(diff_frames(ours, theirs, width, height, layout))}};
+}  // namespace
+
+std::string report_line(const ReplayRecord& record) { return json_line(record_json(record)); }
+
+std::string summary_line(const ReplayTally& tally, const char* signal_name, double wall_ms, int jobs) {
+  return json_line(summary_json(tally, signal_name, wall_ms, jobs));
 }
 
-std::string json_line(const Json& j) { return j.dump(-1, ' ', false, Json::error_handler_t::replace); }
+std::string worker_message(const ReplayRecord& record) {
+  Json j = record_json(record);
+  j["failure"] = record.failure;
+  j["log"] = record.log;
+  const std::vector<uint8_t> bytes = Json::to_cbor(j);
+  return std::string(bytes.begin(), bytes.end());
+}
 
 }  // namespace tavo::tool

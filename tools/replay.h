@@ -11,16 +11,11 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/dump_names.h"
 #include "tools/frame_diff.h"
 #include "tools/output_file.h"
 
 namespace tavo::tool {
-
-// JSON objects keep their keys in the order they were written.
-using Json = nlohmann::ordered_json;
 
 // The three frames of one capture.
 struct Frames {
@@ -111,21 +106,16 @@ struct ReplayTally {
   int exit_code(int signal) const;
 };
 
-// Report records (README: one JSON object a line): a capture's, as it ended,
-// and the summary after the last.
-Json record_json(const ReplayRecord& record);
-Json summary_json(const ReplayTally& tally, const char* signal_name, double wall_ms, int jobs);
-// The record back from record_json (with its log under "log"), for the job it
-// came from; false when the object is not one.
-bool record_from_json(const Json& j, const ReplayJob& job, ReplayRecord* record);
+// Report lines (README: one JSON object a line, no line break): a capture's,
+// as it ended, and the summary after the last. Names that are not UTF-8 show
+// U+FFFD.
+std::string report_line(const ReplayRecord& record);
+std::string summary_line(const ReplayTally& tally, const char* signal_name, double wall_ms, int jobs);
 
-// The figures of a comparison of two frames of one size: bytes differing, the
-// first, and per plane Y, U, V samples, differing, largest, squared error and
-// PSNR (null for equal planes).
-Json comparison_json(const uint8_t* ours, const uint8_t* theirs, int32_t width, int32_t height,
-                               ChromaLayout layout);
-
-// A JSON text of one line; bytes that are not UTF-8 shown as U+FFFD.
-std::string json_line(const Json& j);
+// A record as a worker process sends it (CBOR, which keeps names byte for
+// byte, with its failure and log), and back for the job it came from; false
+// when the message is not one.
+std::string worker_message(const ReplayRecord& record);
+bool record_from_message(const std::string& message, const ReplayJob& job, ReplayRecord* record);
 
 }  // namespace tavo::tool

@@ -297,9 +297,9 @@ class Report {
     open_ = !path.empty() && file_.open(path, inputs, error);
     return path.empty() || open_;
   }
-  void add(const Json& record) {
+  void add(const std::string& record) {
     if (!open_ || !error_.empty()) return;
-    const std::string line = json_line(record) + "\n";
+    const std::string line = record + "\n";
     file_.write(reinterpret_cast<const uint8_t*>(line.data()), line.size(), &error_);
   }
   // "" or why the report could not be written.
@@ -334,7 +334,7 @@ class ReplayPrinter {
       g_log.show(r.log, r.failure == kLibraryFailed);
       if (r.failure != 0) fail(r.failure, r.reason);
       tally_.add(r);
-      if (r.status != ReplayStatus::kInterrupted) report_->add(record_json(r));
+      if (r.status != ReplayStatus::kInterrupted) report_->add(report_line(r));
       progress_.update(printed_ + 1);
     }
   }
@@ -380,11 +380,7 @@ int replay_on_workers(const Options& options, int workers, const std::vector<Rep
       size_t i = 0;
       while (code == kOk && interrupting_signal() == 0 && next(&i)) {
         const ReplayRecord r = replay_capture(jobs[i], inputs, capture_here);
-        Json j = record_json(r);
-        j["failure"] = r.failure;
-        j["log"] = r.log;
-        const std::vector<uint8_t> bytes = Json::to_cbor(j);
-        if (!answer(std::string(bytes.begin(), bytes.end()))) break;
+        if (!answer(worker_message(r))) break;
       }
     }
     g_log.close();
@@ -396,8 +392,7 @@ int replay_on_workers(const Options& options, int workers, const std::vector<Rep
   DeferInterrupts defer;  // a signal ends the replay once the workers' captures stop
   const auto done = [&](size_t i, const std::string& answer, const std::string& lost) {
     ReplayRecord r;
-    const auto j = Json::from_cbor(answer, true, false);
-    if (!lost.empty() || !record_from_json(j, jobs[i], &r)) {
+    if (!lost.empty() || !record_from_message(answer, jobs[i], &r)) {
       r = replay_failure(jobs[i], kLibraryFailed,
                          (lost.empty() ? "a worker process answered nonsense" : lost) + " during this capture");
     }
@@ -450,7 +445,7 @@ int replay_command(const Options& options) {
   const char* stopped_by = sig == 0 ? nullptr : signal_name(sig);
   print_time("captures", tally.capture_ms);
   say("%s", tally.summary(stopped_by).c_str());
-  report.add(summary_json(tally, stopped_by, wall.ms(), workers));
+  report.add(summary_line(tally, stopped_by, wall.ms(), workers));
   if (const std::string e = report.finish(); !e.empty()) {
     fail(kInputError, e);
     if (sig == 0) return kInputError;
