@@ -609,6 +609,7 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
       {"replay cap", 3, capture + "_replay.yuv is one of the inputs"},
       {"replay diff", 3, capture + "_replay_diff.png is one of the inputs; the tool never writes over an input"},
       {"replay holiday", 3, "holiday does not exist"},
+      {"replay cap --report sub", 3, "sub exists and is not a regular file"},
       {"replay in0.yuv", 2, "not a capture name"},
       {"replay hdr-dir" + away, 3, "hdr-dir/" + capture + "_hdr.yuv is not a regular file", failed},
       {"replay hdr-fifo" + away, 3, "hdr-fifo/" + capture + "_hdr.yuv is not a regular file", failed},

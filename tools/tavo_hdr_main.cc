@@ -293,9 +293,12 @@ int fuse_command(const Options& options) {
 // what was replayed); a record whose capture is not finished never appears.
 class Report {
  public:
+  // Refused before any capture runs, as every output is (output_file.h).
   bool open(const std::string& path, const std::vector<FileId>& inputs, std::string* error) {
-    open_ = !path.empty() && file_.open(path, inputs, error);
-    return path.empty() || open_;
+    if (path.empty()) return true;
+    if (*error = output_problem(path, inputs); !error->empty()) return false;
+    open_ = file_.open(path, inputs, error);
+    return open_;
   }
   void add(const std::string& record) {
     if (!open_ || !error_.empty()) return;
