@@ -21,6 +21,18 @@ struct WaveletTarget {
 // of bands, each what wltDecompose_process gives for it.
 void decompose_level(const WaveletTarget* targets, int32_t count, int32_t width, int32_t height);
 
+// Decompositions a batch takes at most.
+inline constexpr int32_t kMaxDecompositions = 3;
+
+// Two levels of `count` decompositions of width x height sources in one batch:
+// upper[t] into the level below (bitmap and mask; its approximation only
+// passes through two rows of scratch), then lower[t] from that approximation.
+// Each plane written is what two decompose_level calls give for it. scratch:
+// kWaveletScratchRows rows of half_up(width) bytes.
+inline constexpr int32_t kWaveletScratchRows = 2 * 4;  // two rows a band
+void decompose_two_levels(const WaveletTarget* upper, const WaveletTarget* lower, int32_t count,
+                          int32_t width, int32_t height, uint8_t* scratch);
+
 // Candidate shifts of one level of the search: x over 2sx - 1 ... 2sx + 1
 // (outer), y over 2sy - 1 ... 2sy + 1 (inner).
 inline constexpr int kCandidates = 9;

@@ -16,9 +16,6 @@ namespace {
 // The six planes of every level, in their order inside a level.
 enum Plane { kRefApprox, kMovingApprox, kRefMask, kRefBitmap, kMovingBitmap, kMovingMask, kPlanes };
 
-// Levels of the largest frame a capture takes (a smaller side of 2^31 - 1).
-constexpr int32_t kMaxRegistrationLevels = 32;
-
 // Frees what it holds when the registration returns, whichever way.
 struct HeapBlock {
   void* ptr = nullptr;
@@ -46,6 +43,40 @@ size_t work_block_size(const int32_t* widths, const int32_t* heights, int32_t le
   return tables + planes;
 }
 
+// A frame's source and its level planes, indexed by level.
+struct WaveletPlanes {
+  const uint8_t* luma;
+  uint8_t* const* approx;
+  uint8_t* const* bitmap;
+  uint8_t* const* mask;
+  int32_t threshold;
+};
+
+// Levels 1 ... levels - 1 of `count` frames, one batch a level, levels 1 and 2
+// in one batch whose scratch rows are the first rows of `scratch`, a level-1
+// plane (with three levels or more, level 1 has at least 33 rows).
+void decompose_levels(const WaveletPlanes* frames, int32_t count, int32_t levels, const int32_t* widths,
+                      const int32_t* heights, uint8_t* scratch) {
+  WaveletTarget upper[kMaxDecompositions], lower[kMaxDecompositions];
+  auto target = [&](const WaveletPlanes& p, int32_t k) {
+    return WaveletTarget{k == 0 ? p.luma : p.approx[k], p.approx[k + 1], p.bitmap[k + 1], p.mask[k + 1],
+                         p.threshold};
+  };
+  int32_t k = 0;
+  if (levels > 2) {
+    for (int32_t f = 0; f < count; ++f) {
+      upper[f] = target(frames[f], 0);
+      lower[f] = target(frames[f], 1);
+    }
+    decompose_two_levels(upper, lower, count, widths[0], heights[0], scratch);
+    k = 2;
+  }
+  for (; k + 1 < levels; ++k) {
+    for (int32_t f = 0; f < count; ++f) upper[f] = target(frames[f], k);
+    decompose_level(upper, count, widths[k], heights[k]);
+  }
+}
+
 }  // namespace
 
 int32_t register_frames(const uint8_t* const* frames, int32_t width, int32_t height,
@@ -70,9 +101,10 @@ int32_t register_frames(const uint8_t* const* frames, int32_t width, int32_t hei
 
   // One block: the six pointer tables, then level after level its six planes.
   // Level 0's planes are laid out too, so that every table is indexed by level
-  // from 0; nothing reads or writes them as such. The moving planes of levels
-  // 1 and up serve frame 0; frame 2's, searched beside it, are carved out of
-  // the room of level 0's planes, which holds them three times over.
+  // from 0; nothing touches them. Nor are the approximations of level 1
+  // stored: they pass from level 0 to level 2 through a few rows of scratch,
+  // the first rows of the reference's level-1 approximation plane. Pages never
+  // touched are never mapped.
   const size_t block_size = work_block_size(widths, heights, levels);
   HeapBlock work;
   if (block_size != 0) work.ptr = platform::mem_alloc(block_size);
@@ -87,41 +119,29 @@ int32_t register_frames(const uint8_t* const* frames, int32_t width, int32_t hei
     const size_t area = static_cast<size_t>(widths[k]) * static_cast<size_t>(heights[k]);
     for (int32_t t = 0; t < kPlanes; ++t, next += area) tables[t][k] = next;
   }
-  uint8_t* frame2_planes[3][kMaxRegistrationLevels] = {};  // approximation, bitmap, mask
-  uint8_t* carved = tables[0][0];
-  for (int32_t k = 1; k < levels; ++k) {
-    const size_t area = static_cast<size_t>(widths[k]) * static_cast<size_t>(heights[k]);
-    for (auto& plane : frame2_planes) {
-      plane[k] = carved;
-      carved += area;
-    }
+  if (levels > 1) {
+    uint8_t* first_filled = levels > 2 ? tables[kRefMask][1] : tables[kRefApprox][1];
+    platform::advise_huge_pages(first_filled, static_cast<size_t>(next - first_filled));
   }
-  // Levels 1 and up and frame 2's planes are filled at once; the rest of
-  // level 0 is never touched.
-  platform::advise_huge_pages(tables[0][0], static_cast<size_t>(carved - tables[0][0]));
-  if (levels > 1) platform::advise_huge_pages(tables[0][1], static_cast<size_t>(next - tables[0][1]));
 
   uint8_t thresholds[3] = {0, 0, 0};
   frame_thresholds(frames, width, height, thresholds);
 
-  // Every frame's levels, each thresholded at its own value, one batch a
-  // level: the reference's, frame 0's in the moving planes, frame 2's in its
-  // own. Then both moving frames searched together.
-  for (int32_t k = 0; k + 1 < levels; ++k) {
-    const WaveletTarget targets[3] = {
-        {k == 0 ? frames[1] : tables[kRefApprox][k], tables[kRefApprox][k + 1], tables[kRefBitmap][k + 1],
-         tables[kRefMask][k + 1], thresholds[1]},
-        {k == 0 ? frames[0] : tables[kMovingApprox][k], tables[kMovingApprox][k + 1],
-         tables[kMovingBitmap][k + 1], tables[kMovingMask][k + 1], thresholds[0]},
-        {k == 0 ? frames[2] : frame2_planes[0][k], frame2_planes[0][k + 1], frame2_planes[1][k + 1],
-         frame2_planes[2][k + 1], thresholds[2]}};
-    decompose_level(targets, 3, widths[k], heights[k]);
-  }
-  const MovingLevels moving[kSearchedFrames] = {{tables[kMovingBitmap], tables[kMovingMask]},
-                                                {frame2_planes[1], frame2_planes[2]}};
+  // The reference's levels and frame 0's in the moving planes, frame 0
+  // searched; then frame 2's levels in the same moving planes, frame 2
+  // searched. Each frame is thresholded at its own value.
   int16_t shifts[2][2] = {};
-  search_shifts(moving, kSearchedFrames, tables[kRefBitmap], tables[kRefMask],
-                static_cast<uint32_t>(levels), widths, heights, shifts);
+  const MovingLevels moving{tables[kMovingBitmap], tables[kMovingMask]};
+  const WaveletPlanes ref_planes{frames[1], tables[kRefApprox], tables[kRefBitmap], tables[kRefMask], thresholds[1]};
+  for (int32_t f = 0; f < 2; ++f) {
+    const int32_t frame = f == 0 ? 0 : 2;
+    const WaveletPlanes planes[2] = {
+        {frames[frame], tables[kMovingApprox], tables[kMovingBitmap], tables[kMovingMask], thresholds[frame]},
+        ref_planes};
+    decompose_levels(planes, f == 0 ? 2 : 1, levels, widths, heights, tables[kRefApprox][1]);
+    search_shifts(&moving, 1, tables[kRefBitmap], tables[kRefMask], static_cast<uint32_t>(levels), widths,
+                  heights, &shifts[f]);
+  }
 
   // Level-1 pixels to full resolution, kept in 16 bits.
   for (auto& shift : shifts) {
