@@ -28,12 +28,13 @@ struct FusionPyramids {
 };
 
 // Pointer tables first (aligned), then the levels the streamed fusion stores:
-// every frame's Gaussian levels 1 and up, then the fused (collapsed) levels 1
-// and up. Then the levels it never touches, whose pages are never mapped:
-// every frame's Gaussian level 0 and Laplacian levels, the fused level 0, the
-// 8-bit scratch levels.
-FusionPyramids carve_block(void* block, uint32_t frames, uint32_t levels, const int32_t* widths,
-                           const int32_t* heights) {
+// every frame's Gaussian levels 1 and up, then the fused (collapsed) levels
+// above those it makes on demand. Then the levels it never touches, whose
+// pages are never mapped: the fused levels made on demand, every frame's
+// Gaussian level 0 and Laplacian levels, the fused level 0, the 8-bit scratch
+// levels.
+FusionPyramids carve_block(void* block, uint32_t frames, uint32_t levels, uint32_t on_demand,
+                           const int32_t* widths, const int32_t* heights) {
   void** pointers = static_cast<void**>(block);
   FusionPyramids p{};
   p.gauss = reinterpret_cast<uint16_t***>(pointers);
@@ -63,8 +64,9 @@ FusionPyramids carve_block(void* block, uint32_t frames, uint32_t levels, const 
   for (uint32_t i = 0; i < frames; ++i) {
     for (uint32_t l = 1; l < levels; ++l) p.gauss[i][l] = reinterpret_cast<uint16_t*>(take16(l));
   }
-  for (uint32_t l = 1; l < levels; ++l) p.fused[l] = reinterpret_cast<int16_t*>(take16(l));
+  for (uint32_t l = on_demand + 1; l < levels; ++l) p.fused[l] = reinterpret_cast<int16_t*>(take16(l));
   p.stored_bytes = static_cast<size_t>(data - p.stored);
+  for (uint32_t l = 1; l <= on_demand; ++l) p.fused[l] = reinterpret_cast<int16_t*>(take16(l));
   for (uint32_t i = 0; i < frames; ++i) {
     p.gauss[i][0] = reinterpret_cast<uint16_t*>(take16(0));
     for (uint32_t l = 0; l < levels; ++l) p.lap[i][l] = reinterpret_cast<int16_t*>(take16(l));
@@ -138,8 +140,9 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
     release();
     return -1;
   }
-  const tavo::FusionPyramids pyr =
-      tavo::carve_block(block, frame_count, levels, w_pyramid_y, h_pyramid_y);
+  const int32_t on_demand = tavo::collapsed_levels_on_demand(levels);
+  const tavo::FusionPyramids pyr = tavo::carve_block(block, frame_count, levels, static_cast<uint32_t>(on_demand),
+                                                     w_pyramid_y, h_pyramid_y);
   const uint32_t top = levels - 1u;
   tavo::platform::advise_huge_pages(pyr.stored, pyr.stored_bytes);
 
@@ -166,9 +169,10 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
       return -1;
     }
     for (int32_t l = static_cast<int32_t>(top) - 1; l >= 0; --l) {
+      if (l >= 1 && l <= on_demand) continue;  // made within the pass of level 0
       const tavo::StreamedLevel level{static_cast<int32_t>(frame_count), frames, stride, offsets,
                                       pyr.gauss, pyr.fused, exposure_weight_lut, w_pyramid_y,
-                                      h_pyramid_y, l, out};
+                                      h_pyramid_y, l, out, l == 0 ? on_demand : 0};
       const int32_t status = tavo::fuse_and_collapse_level(level);
       if (status == tavo::kBandPassFailed) {
         HDR_LOG_AT(269, "pyramid_laplacian_down_sample_process malloc error and return -1\n");

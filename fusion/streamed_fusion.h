@@ -41,10 +41,25 @@ struct StreamedLevel {
   const int32_t* heights;
   int32_t level;                  // 0 ... L-2
   uint8_t* luma;                  // output luma, written at level 0
+  // Levels above `level` whose collapsed rows are not stored but made in the
+  // same pass when a finer row needs them; the level above those is read from
+  // the table.
+  int32_t on_demand;
 };
 
+// Collapsed levels 1 ... n made on demand in the pass of level 0 instead of
+// stored, for a pyramid of `levels` levels: never the top level (the blend of
+// the frames' top levels, made first), and at most kMaxLevelsOnDemand (each
+// level made on demand repeats a few rows where a band's chunks are not
+// adjacent).
+inline constexpr int32_t kMaxLevelsOnDemand = 3;
+constexpr int32_t collapsed_levels_on_demand(int32_t levels) {
+  return levels - 2 < 0 ? 0 : levels - 2 < kMaxLevelsOnDemand ? levels - 2 : kMaxLevelsOnDemand;
+}
+
 // Blends level `level` of every frame and collapses it onto collapsed level
-// level + 1, into collapsed level `level` (at level 0 into the 8-bit luma).
+// level + 1, into collapsed level `level` (at level 0 into the 8-bit luma),
+// making the collapsed rows of the `on_demand` levels above it on the way.
 // 0, or one of the failures above.
 int32_t fuse_and_collapse_level(const StreamedLevel& level);
 
