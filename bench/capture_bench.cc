@@ -110,11 +110,17 @@ BENCHMARK(BM_HdrFunction)
     ->UseRealTime();
 
 // The first capture of a fresh process: each iteration forks a child that
-// starts the pool and runs one capture, and reports the capture's time.
+// starts the pool and runs one capture, and reports the capture's time, the
+// CPU time of all its threads and its page faults.
 void BM_FirstCapture(benchmark::State& state) {
   const int w = static_cast<int>(state.range(0)), h = static_cast<int>(state.range(1));
   const char* layout = layout_name(state.range(2));
   const auto frames = make_bracket(w, h);
+  struct Report {
+    double seconds, cpu_seconds;
+    int64_t faults;
+  };
+  double cpu = 0, faults = 0;
   for (auto _ : state) {
     int fds[2];
     if (pipe(fds) != 0) {
@@ -126,15 +132,18 @@ void BM_FirstCapture(benchmark::State& state) {
       close(fds[0]);
       std::vector<uint8_t> out(frames[0].size(), 0);
       tavo_hdr_pool_init();
+      const int64_t faults_before = tavo::bench::page_faults();
+      const double cpu_before = tavo::bench::cpu_seconds();
       const auto start = std::chrono::steady_clock::now();
       HDR_Function(frames[0].data(), frames[1].data(), frames[2].data(), out.data(), h, w, layout);
-      const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-      const ssize_t written = write(fds[1], &seconds, sizeof seconds);
-      _exit(written == sizeof seconds ? 0 : 1);
+      const Report report{std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(),
+                          tavo::bench::cpu_seconds() - cpu_before, tavo::bench::page_faults() - faults_before};
+      const ssize_t written = write(fds[1], &report, sizeof report);
+      _exit(written == sizeof report ? 0 : 1);
     }
     close(fds[1]);
-    double seconds = 0;
-    const bool got = read(fds[0], &seconds, sizeof seconds) == sizeof seconds;
+    Report report{};
+    const bool got = read(fds[0], &report, sizeof report) == sizeof report;
     close(fds[0]);
     int status = 0;
     waitpid(child, &status, 0);
@@ -142,8 +151,13 @@ void BM_FirstCapture(benchmark::State& state) {
       state.SkipWithError("the child reported no time");
       break;
     }
-    state.SetIterationTime(seconds);
+    state.SetIterationTime(report.seconds);
+    cpu += report.cpu_seconds;
+    faults += static_cast<double>(report.faults);
   }
+  const double n = static_cast<double>(std::max<int64_t>(state.iterations(), 1));
+  state.counters["cpu_ms"] = 1e3 * cpu / n;
+  state.counters["faults"] = faults / n;
   state.SetLabel(layout);
 }
 BENCHMARK(BM_FirstCapture)
