@@ -10,6 +10,7 @@
 #include <tuple>
 #include <vector>
 
+#include "align/exposure_shift.h"
 #include "align/registration.h"
 #include "fusion/pyramid_geometry.h"
 #include "include/tavo_lumo_hdr.h"
@@ -79,6 +80,17 @@ Level decompose(const std::vector<uint8_t>& src, int32_t w, int32_t h, int32_t t
   wltDecompose(src.data(), out.approx.data(), out.bitmap.data(), out.mask.data(), w, h, t);
   wltDecompose_process(src.data(), w, h, bands.approx.data(), t, bands.bitmap.data(), bands.mask.data());
   EXPECT_TRUE(bands == out) << "bands of " << w << "x" << h << " t " << t;
+  // The registration's pass of two levels at once: the bitmap and mask of this
+  // level and the whole next level, as two whole-image kernels give them.
+  const int32_t w1 = half_up(w), h1 = half_up(h);
+  const std::vector<uint8_t> unset2(static_cast<size_t>(half_up(w1)) * half_up(h1), 0xEE);
+  Level next{unset2, unset2, unset2}, two = next, one{unset, unset, unset};
+  wltDecompose(out.approx.data(), next.approx.data(), next.bitmap.data(), next.mask.data(), w1, h1, t);
+  std::vector<uint8_t> scratch(static_cast<size_t>(tavo::kWaveletScratchRows) * w1);
+  const tavo::WaveletTarget upper{src.data(), nullptr, one.bitmap.data(), one.mask.data(), t};
+  const tavo::WaveletTarget lower{nullptr, two.approx.data(), two.bitmap.data(), two.mask.data(), t};
+  tavo::decompose_two_levels(&upper, &lower, 1, w, h, scratch.data());
+  EXPECT_TRUE(one.bitmap == out.bitmap && one.mask == out.mask && two == next) << "two levels of " << w << "x" << h;
   return out;
 }
 
