@@ -83,15 +83,19 @@ uint8_t percentile_level(const uint32_t* histogram, uint32_t target) {
   return 0;
 }
 
-// The level a histogram of every kEstimateRowStep-th row puts at the target's
-// share of the frame.
-uint8_t estimated_level(const uint8_t* luma, int32_t width, int32_t height, uint32_t target) {
-  uint32_t histogram[256] = {};
-  add_histogram(luma, width, height, histogram, kEstimateRowStep);
+// The level a histogram of every kEstimateRowStep-th row (rows 0, 32, ...)
+// puts at the target's share of the frame.
+uint8_t estimate_from(const uint32_t* sampled_histogram, int32_t width, int32_t height, uint32_t target) {
   const uint64_t sampled = static_cast<uint64_t>((height + kEstimateRowStep - 1) / kEstimateRowStep) * width;
   const uint64_t pixels = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
   const auto scaled = static_cast<uint32_t>(std::min<uint64_t>(target, pixels) * sampled / std::max<uint64_t>(pixels, 1));
-  return percentile_level(histogram, scaled);
+  return percentile_level(sampled_histogram, scaled);
+}
+
+uint8_t estimated_level(const uint8_t* luma, int32_t width, int32_t height, uint32_t target) {
+  uint32_t histogram[256] = {};
+  add_histogram(luma, width, height, histogram, kEstimateRowStep);
+  return estimate_from(histogram, width, height, target);
 }
 
 // Sixteen levels around an estimate: the first is the bound below the window,
@@ -121,10 +125,11 @@ bool counting_pays(int32_t width, int32_t height) {
 }
 
 // A band of rows of every frame, taken in chunks: with `levels`, the counts
-// above each frame's levels; without, each frame's histogram.
+// above each frame's levels; without, each frame's histogram of every
+// step-th row (the chunks count those rows).
 struct ThresholdBand {
   const uint8_t* const* frames;
-  int32_t width;
+  int32_t width, height, step;
   tavo::RowChunks* chunks;
   const uint8_t* levels;  // kThresholdFrames x kThresholdLevels, or null
   uint64_t* above;        // this band's kThresholdFrames x kThresholdLevels counts
@@ -136,18 +141,35 @@ int32_t threshold_band_body(void* record) {
   const tavo::CountAboveRowFn count_above = tavo::SelectCountAboveRow();
   int32_t first = 0, rows = 0;
   while (a.chunks->take(&first, &rows)) {
+    const int32_t first_row = first * a.step;
+    const int32_t rows_spanned = std::min(rows * a.step, a.height - first_row);
     for (int32_t f = 0; f < tavo::kThresholdFrames; ++f) {
-      const uint8_t* luma = a.frames[f] + static_cast<ptrdiff_t>(first) * a.width;
+      const uint8_t* luma = a.frames[f] + static_cast<ptrdiff_t>(first_row) * a.width;
       if (a.levels != nullptr) {
-        count_above(luma, static_cast<size_t>(rows) * static_cast<size_t>(a.width),
+        count_above(luma, static_cast<size_t>(rows_spanned) * static_cast<size_t>(a.width),
                     a.levels + tavo::kThresholdLevels * f, a.above + tavo::kThresholdLevels * f);
       } else {
-        add_histogram(luma, a.width, rows, a.histograms + 256 * f);
+        add_histogram(luma, a.width, rows_spanned, a.histograms + 256 * f, a.step);
       }
     }
   }
   tavo::band_done(record);
   return 0;
+}
+
+// Each frame's histogram of every step-th row, from one batch of bands.
+void banded_histograms(const uint8_t* const* frames, int32_t width, int32_t height, int32_t step,
+                       uint32_t (*histograms)[256]) {
+  uint32_t bands[tavo::kBandCount][tavo::kThresholdFrames][256] = {};
+  tavo::RowChunks chunks((height + step - 1) / step);
+  tavo::run_bands<ThresholdBand>(tavo::kBandCount, threshold_band_body, [&](int32_t b, ThresholdBand& a) {
+    a = ThresholdBand{frames, width, height, step, &chunks, nullptr, nullptr, &bands[b][0][0]};
+  }, static_cast<int64_t>(width) * height * tavo::kThresholdFrames / step);
+  for (int32_t f = 0; f < tavo::kThresholdFrames; ++f) {
+    for (int32_t level = 0; level < 256; ++level) {
+      histograms[f][level] = bands[0][f][level] + bands[1][f][level] + bands[2][f][level] + bands[3][f][level];
+    }
+  }
 }
 
 }  // namespace
@@ -177,21 +199,23 @@ extern "C" TAVO_HDR_EXPORT uint32_t loadImg(const uint8_t* luma, int32_t width, 
 void tavo::frame_thresholds(const uint8_t* const* frames, int32_t width, int32_t height,
                             uint8_t* thresholds) {
   constexpr int32_t kFrames = kThresholdFrames;
-  const int64_t work = static_cast<int64_t>(width) * height * kFrames;
   uint32_t targets[kFrames];
   for (int32_t f = 0; f < kFrames; ++f) targets[f] = target_of(width, height, f);
 
-  bool settled = false;
+  uint32_t histograms[kFrames][256];
   if (counting_pays(width, height)) {
     uint8_t levels[kFrames][kThresholdLevels];
-    for (int32_t f = 0; f < kFrames; ++f) window_levels(estimated_level(frames[f], width, height, targets[f]), levels[f]);
+    banded_histograms(frames, width, height, kEstimateRowStep, histograms);
+    for (int32_t f = 0; f < kFrames; ++f) {
+      window_levels(estimate_from(histograms[f], width, height, targets[f]), levels[f]);
+    }
     uint64_t above[kBandCount][kFrames][kThresholdLevels] = {};
     RowChunks chunks(height);
     run_bands<ThresholdBand>(kBandCount, threshold_band_body, [&](int32_t b, ThresholdBand& a) {
-      a = ThresholdBand{frames, width, &chunks, &levels[0][0], &above[b][0][0], nullptr};
-    }, work);
+      a = ThresholdBand{frames, width, height, 1, &chunks, &levels[0][0], &above[b][0][0], nullptr};
+    }, static_cast<int64_t>(width) * height * kFrames);
     const uint64_t n = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
-    settled = true;
+    bool settled = true;
     for (int32_t f = 0; f < kFrames && settled; ++f) {
       uint64_t total[kThresholdLevels];
       for (int32_t k = 0; k < kThresholdLevels; ++k) total[k] = above[0][f][k] + above[1][f][k] + above[2][f][k] + above[3][f][k];
@@ -199,22 +223,11 @@ void tavo::frame_thresholds(const uint8_t* const* frames, int32_t width, int32_t
       settled = level >= 0;
       thresholds[f] = static_cast<uint8_t>(level);
     }
+    if (settled) return;
   }
-  if (settled) return;
 
-  uint32_t histograms[kBandCount][kFrames][256] = {};
-  RowChunks chunks(height);
-  run_bands<ThresholdBand>(kBandCount, threshold_band_body, [&](int32_t b, ThresholdBand& a) {
-    a = ThresholdBand{frames, width, &chunks, nullptr, nullptr, &histograms[b][0][0]};
-  }, work);
-  for (int32_t f = 0; f < kFrames; ++f) {
-    uint32_t histogram[256];
-    for (int32_t level = 0; level < 256; ++level) {
-      histogram[level] = histograms[0][f][level] + histograms[1][f][level] + histograms[2][f][level] +
-                         histograms[3][f][level];
-    }
-    thresholds[f] = percentile_level(histogram, targets[f]);
-  }
+  banded_histograms(frames, width, height, 1, histograms);
+  for (int32_t f = 0; f < kFrames; ++f) thresholds[f] = percentile_level(histograms[f], targets[f]);
 }
 
 extern "C" TAVO_HDR_EXPORT int32_t loadImg_parameter(void* record) {
