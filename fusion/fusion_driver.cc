@@ -33,8 +33,10 @@ struct FusionPyramids {
 // pages are never mapped: the fused levels made on demand, every frame's
 // Gaussian level 0 and Laplacian levels, the fused level 0, the 8-bit scratch
 // levels.
+// Frame 0's Gaussian level 1 is put at `frame0_level1` instead when that is
+// not null.
 FusionPyramids carve_block(void* block, uint32_t frames, uint32_t levels, uint32_t on_demand,
-                           const int32_t* widths, const int32_t* heights) {
+                           const int32_t* widths, const int32_t* heights, uint8_t* frame0_level1) {
   void** pointers = static_cast<void**>(block);
   FusionPyramids p{};
   p.gauss = reinterpret_cast<uint16_t***>(pointers);
@@ -62,7 +64,9 @@ FusionPyramids carve_block(void* block, uint32_t frames, uint32_t levels, uint32
   };
   p.stored = data;
   for (uint32_t i = 0; i < frames; ++i) {
-    for (uint32_t l = 1; l < levels; ++l) p.gauss[i][l] = reinterpret_cast<uint16_t*>(take16(l));
+    for (uint32_t l = 1; l < levels; ++l) {
+      p.gauss[i][l] = reinterpret_cast<uint16_t*>(i == 0 && l == 1 && frame0_level1 != nullptr ? frame0_level1 : take16(l));
+    }
   }
   for (uint32_t l = on_demand + 1; l < levels; ++l) p.fused[l] = reinterpret_cast<int16_t*>(take16(l));
   p.stored_bytes = static_cast<size_t>(data - p.stored);
@@ -140,9 +144,16 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
     release();
     return -1;
   }
+  // The chroma of an even crop takes W x H / 2 bytes of `out`, as many as one
+  // frame's Gaussian level 1, and is written only after the last read of that
+  // level: frame 0's level 1 lives there instead of in the block.
+  const tavo::Yuv420Planes planes = tavo::yuv420_planes(width, height);
+  const bool level1_in_chroma = levels >= 2 && chroma_layout != tavo::ChromaLayout::kOther && width % 2 == 0 &&
+                                height % 2 == 0;
   const int32_t on_demand = tavo::collapsed_levels_on_demand(levels);
-  const tavo::FusionPyramids pyr = tavo::carve_block(block, frame_count, levels, static_cast<uint32_t>(on_demand),
-                                                     w_pyramid_y, h_pyramid_y);
+  const tavo::FusionPyramids pyr =
+      tavo::carve_block(block, frame_count, levels, static_cast<uint32_t>(on_demand), w_pyramid_y, h_pyramid_y,
+                        level1_in_chroma ? out + planes.u_plane : nullptr);
   const uint32_t top = levels - 1u;
   tavo::platform::advise_huge_pages(pyr.stored, pyr.stored_bytes);
 
@@ -189,7 +200,6 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
   }
 
   // Chroma, always written as planes: U after the luma, V after U.
-  const tavo::Yuv420Planes planes = tavo::yuv420_planes(width, height);
   uint8_t* out_u = out + planes.u_plane;
   uint8_t* out_v = out + planes.v_plane;
   if (chroma_layout == tavo::ChromaLayout::kSemiPlanar) {
