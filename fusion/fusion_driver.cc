@@ -28,13 +28,12 @@ struct FusionPyramids {
 };
 
 // Pointer tables first (aligned), then the levels the streamed fusion stores:
-// every frame's Gaussian levels 1 and up, then the fused (collapsed) levels
+// every frame's Gaussian levels 1 and up (frame 0's level 1 at
+// `frame0_level1` instead, when given), then the fused (collapsed) levels
 // above those it makes on demand. Then the levels it never touches, whose
 // pages are never mapped: the fused levels made on demand, every frame's
 // Gaussian level 0 and Laplacian levels, the fused level 0, the 8-bit scratch
 // levels.
-// Frame 0's Gaussian level 1 is put at `frame0_level1` instead when that is
-// not null.
 FusionPyramids carve_block(void* block, uint32_t frames, uint32_t levels, uint32_t on_demand,
                            const int32_t* widths, const int32_t* heights, uint8_t* frame0_level1) {
   void** pointers = static_cast<void**>(block);
@@ -65,7 +64,8 @@ FusionPyramids carve_block(void* block, uint32_t frames, uint32_t levels, uint32
   p.stored = data;
   for (uint32_t i = 0; i < frames; ++i) {
     for (uint32_t l = 1; l < levels; ++l) {
-      p.gauss[i][l] = reinterpret_cast<uint16_t*>(i == 0 && l == 1 && frame0_level1 != nullptr ? frame0_level1 : take16(l));
+      const bool elsewhere = i == 0 && l == 1 && frame0_level1 != nullptr;
+      p.gauss[i][l] = reinterpret_cast<uint16_t*>(elsewhere ? frame0_level1 : take16(l));
     }
   }
   for (uint32_t l = on_demand + 1; l < levels; ++l) p.fused[l] = reinterpret_cast<int16_t*>(take16(l));

@@ -2,12 +2,14 @@
 // kernels (crop, Gaussian and band-pass pyramids of every frame, blend of
 // every level, collapse) writes every level of every pyramid to memory and
 // reads it back. Here only the Gaussian levels 1 and up of each frame and the
-// collapsed levels 1 and up are stored: Gaussian level 0 is the crop widened
+// coarser collapsed levels are stored: Gaussian level 0 is the crop widened
 // from the input frame when a row is needed, and the collapse of level l
 // computes, a row at a time, the frames' band-pass samples (Gaussian level l
 // minus the expansion of level l + 1), their weights, the blended sample and
-// the collapsed one (plus the expansion of the collapsed level l + 1). Every
-// sample is the one the level-by-level pipeline gives, whatever the band split.
+// the collapsed one (plus the expansion of the collapsed level l + 1). The
+// collapsed levels just above level 0 are made the same way, a row at a time
+// when a finer row needs it, and never stored. Every sample is the one the
+// level-by-level pipeline gives, whatever the band split.
 #pragma once
 
 #include <cstdint>
