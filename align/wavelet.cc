@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "align/exposure_shift.h"
-#include "align/wavelet_rows.h"
+#include "align/align_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/half_size.h"
 #include "platform/log.h"
@@ -26,8 +26,10 @@ struct WaveletJob {
 extern "C" TAVO_HDR_EXPORT uint32_t wltDecompose(const uint8_t* src, uint8_t* approx_out,
                                                  uint8_t* bitmap_out, uint8_t* mask_out,
                                                  int32_t width, int32_t rows, int32_t threshold) {
+  // The vector main rows take thresholds of a byte; others the portable row.
+  const bool byte_threshold = threshold >= 0 && threshold <= 255;
   tavo::wavelet_level(src, approx_out, bitmap_out, mask_out, width, rows, threshold,
-                      tavo::SelectWaveletMainRow(threshold));
+                      byte_threshold ? tavo::GetAlignRows().wavelet_main : tavo::WaveletMainRow_C);
   return 0;
 }
 

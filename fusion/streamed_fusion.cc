@@ -3,10 +3,9 @@
 #include <array>
 #include <cstddef>
 
-#include "align/warp_rows.h"
-#include "fusion/blend_rows.h"
+#include "align/align_rows.h"
 #include "fusion/expanded_band.h"
-#include "fusion/pyramid_rows.h"
+#include "fusion/fusion_rows.h"
 #include "fusion/reduce_band.h"
 #include "platform/log.h"
 #include "platform/memory.h"
@@ -32,7 +31,7 @@ struct CropBand {
 // reduced horizontally as they stand, so level 0 is never stored or widened.
 int32_t crop_band_body(void* record) {
   const auto& a = band_payload<CropBand>(record);
-  const PyramidRows& rows = SelectPyramidRows();
+  const FusionRows rows = GetFusionRows();
   int32_t status = 0, first = 0, count = 0;
   while (status == 0 && a.chunks->take(&first, &count)) {
     const ReduceRows r = reduce_rows_of(first, count, a.src_height, a.dst_height);
@@ -57,10 +56,9 @@ int32_t crop_band_body(void* record) {
 // for, in four slots: the rows j - 1, j, j + 1 of one fine row never share one.
 template <class Sample>
 struct ExpandedRows {
-  using Expand = void (*)(const Sample*, int32_t, uint16_t*, int32_t);
   const Sample* level;
   int32_t coarse_width, fine_width;
-  Expand expand;
+  ExpandHRow<Sample>* expand;
   uint16_t* slots;  // 4 x fine_width
   int32_t* tags;    // coarse row held by each slot, -1 for none
 
@@ -113,7 +111,7 @@ int32_t fuse_band(const StreamedLevel& lv, RowChunks& chunks) {
   scratch.collapse = platform::mem_alloc(4 * sizeof(int32_t) + 4 * row_bytes);
   if (scratch.collapse == nullptr) return kCollapseFailed;
 
-  const PyramidRows& fns = SelectPyramidRows();
+  const FusionRows fns = GetFusionRows();
   // Band-pass part: the frames' expanded Gaussian rows and band-pass rows.
   auto* gauss_tags = static_cast<int32_t*>(scratch.band_pass);
   auto* expanded = reinterpret_cast<uint16_t*>(gauss_tags + 4 * frames);
@@ -139,7 +137,7 @@ int32_t fuse_band(const StreamedLevel& lv, RowChunks& chunks) {
   // Level 0 is the crop, widened a row at a time into three slots per frame;
   // every frame keeps row y in slot y % 3, so the distances between the rows
   // of the contrast stencil are the same for all frames.
-  const WidenX16RowFn widen = SelectWidenX16Row();
+  const WidenX16RowFn widen = GetAlignRows().widen_x16;
   auto window_row = [&](int32_t y) {
     const int32_t s = y % 3;
     if (window_tags[s] != y) {
@@ -161,7 +159,7 @@ int32_t fuse_band(const StreamedLevel& lv, RowChunks& chunks) {
   std::array<int32_t, kExposureFactors> factors;
   build_exposure_factors(lv.lut, factors.data());
   const bool positive_weights = exposure_weights_positive(factors.data(), n);
-  const BlendGroupsFn groups = SelectBlendGroups();
+  const BlendGroupsFn groups = fns.blend_groups;
 
   int32_t first = 0, rows = 0;
   while (chunks.take(&first, &rows)) {

@@ -3,9 +3,10 @@
 //   TAVO_HDR_DISABLE_SSE41, TAVO_HDR_DISABLE_AVX2, TAVO_HDR_DISABLE_AVX512,
 //   TAVO_HDR_DISABLE_NEON
 // (any value but empty or "0"), and TAVO_HDR_PORTABLE for all of them, as
-// the library's environment snapshot holds them (platform/environment.h). Each
-// row family's selector starts from its portable row and takes the widest row
-// whose set is on, so with AVX2 off a family with an SSE4.1 row runs that.
+// the library's environment snapshot holds them (platform/environment.h).
+// Every module keeps its rows in one table (platform/row_sets.h): the
+// portable rows, over which each set that is on, narrowest first, puts the
+// rows it has; so with AVX2 off a row with an SSE4.1 variant runs that.
 #pragma once
 
 namespace tavo::platform {
