@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "align/exposure_shift.h"
-#include "align/mismatch_rows.h"
+#include "align/align_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
 #include "pool/band_jobs.h"
@@ -81,7 +81,7 @@ struct CandidatesJob {
 
 int32_t candidates_body(void* record) {
   auto& a = tavo::band_payload<CandidatesJob>(record);
-  const tavo::MismatchRowFn row = tavo::SelectMismatchRow();
+  const tavo::MismatchRowFn row = tavo::GetAlignRows().mismatch;
   int32_t first = 0, count = 0;
   while (a.chunks->take(&first, &count)) {
     for (int32_t r = first; r < first + count; ++r) {
@@ -134,7 +134,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t imageAffine_xor_and(const uint8_t* moving_ma
                                                         uint32_t* count, int32_t band_index) {
   const RowRange m = band_moving_rows(rows, y, band_index);
   *count += tavo::count_mismatches(moving_mask, moving_bitmap, ref_bitmap, ref_mask, width,
-                                   m.begin, m.end, x, y, tavo::SelectMismatchRow());
+                                   m.begin, m.end, x, y, tavo::GetAlignRows().mismatch);
   return 0;
 }
 
@@ -142,7 +142,7 @@ extern "C" TAVO_HDR_EXPORT int32_t imageAffine_xor_and_parameter(void* record) {
   auto& a = tavo::band_payload<MismatchJob>(record);
   a.partial = tavo::count_mismatches(a.moving_mask, a.moving_bitmap, a.ref_bitmap, a.ref_mask,
                                      a.width, a.m_begin, a.m_end, a.x, a.y,
-                                     tavo::SelectMismatchRow());
+                                     tavo::GetAlignRows().mismatch);
   tavo::band_done(record);
   return 0;
 }

@@ -3,7 +3,7 @@
 // (value x 16); the chroma crop splits interleaved pairs into two planes.
 #include <cstdint>
 
-#include "align/warp_rows.h"
+#include "align/align_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
 #include "pool/band_jobs.h"
@@ -45,7 +45,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t imageAffine(const uint8_t* src, uint16_t* ds
                                                 int32_t xs, int32_t ys) {
   if (starts_before_frame(xs, ys, src_stride)) HDR_LOG("p0 location error,xs:%d,ys:%d\n", xs, ys);
   if (rows < 1 || width < 1) return 0;
-  const tavo::WidenX16RowFn widen = tavo::SelectWidenX16Row();
+  const tavo::WidenX16RowFn widen = tavo::GetAlignRows().widen_x16;
   for (int32_t r = 0; r < rows; ++r) {
     widen(tavo::crop_row(src, src_stride, xs, ys, r), dst + static_cast<int64_t>(r) * width, width);
   }
@@ -62,7 +62,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t imageAffine_uv(const uint8_t* src, uint8_t* 
   if (starts_before_frame(x, y, src_stride)) HDR_LOG("p0 location error,xs:%d,ys:%d\n", x, y);
   const auto n = static_cast<int32_t>(width);
   if (rows < 1 || n < 1) return 0;
-  const tavo::SplitPairsRowFn split = tavo::SelectSplitPairsRow();
+  const tavo::SplitPairsRowFn split = tavo::GetAlignRows().split_pairs;
   for (int32_t r = 0; r < rows; ++r) {
     const int64_t out = static_cast<int64_t>(r) * n;
     split(tavo::crop_row(src, src_stride, x, y, r), dst_odd + out, dst_even + out, n);

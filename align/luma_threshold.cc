@@ -16,7 +16,7 @@
 #include <cstring>
 
 #include "align/registration.h"
-#include "align/threshold_rows.h"
+#include "align/align_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "pool/band_jobs.h"
 
@@ -120,7 +120,7 @@ int32_t level_in_window(const uint8_t* levels, const uint64_t* above, uint64_t n
 // Whether the counting pass may stand in for the histogram: a vector row
 // exists and every cumulative count fits the 32 bits the walk keeps it in.
 bool counting_pays(int32_t width, int32_t height) {
-  return tavo::SelectCountAboveRow() != tavo::CountAboveRow_C && width > 0 && height > 0 &&
+  return tavo::GetAlignRows().count_above != tavo::CountAboveRow_C && width > 0 && height > 0 &&
          static_cast<uint64_t>(width) * static_cast<uint64_t>(height) <= UINT32_MAX;
 }
 
@@ -138,7 +138,7 @@ struct ThresholdBand {
 
 int32_t threshold_band_body(void* record) {
   const auto& a = tavo::band_payload<ThresholdBand>(record);
-  const tavo::CountAboveRowFn count_above = tavo::SelectCountAboveRow();
+  const tavo::CountAboveRowFn count_above = tavo::GetAlignRows().count_above;
   int32_t first = 0, rows = 0;
   while (a.chunks->take(&first, &rows)) {
     const int32_t first_row = first * a.step;
@@ -183,7 +183,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t loadImg(const uint8_t* luma, int32_t width, 
     window_levels(estimated_level(luma, width, height, target), levels);
     uint64_t above[tavo::kThresholdLevels] = {};
     const uint64_t n = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
-    tavo::SelectCountAboveRow()(luma, n, levels, above);
+    tavo::GetAlignRows().count_above(luma, n, levels, above);
     const int32_t level = level_in_window(levels, above, n, target);
     if (level >= 0) {
       *threshold_out = static_cast<uint8_t>(level);

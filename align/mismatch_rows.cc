@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "platform/cpu.h"
-
 namespace tavo {
 
 namespace {
@@ -28,18 +26,6 @@ uint32_t MismatchRow_C(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
     total += bits_set(f);
   }
   return total;
-}
-
-MismatchRowFn SelectMismatchRow() {
-  MismatchRowFn row = MismatchRow_C;
-#if defined(__x86_64__)
-  if (platform::TestCpuFlag(platform::kCpuHasSSE41)) row = MismatchRow_SSE41;
-  if (platform::TestCpuFlag(platform::kCpuHasAVX2)) row = MismatchRow_AVX2;
-#endif
-#if defined(__aarch64__)
-  if (platform::TestCpuFlag(platform::kCpuHasNEON)) row = MismatchRow_NEON;
-#endif
-  return row;
 }
 
 uint32_t count_mismatches(const uint8_t* moving_mask, const uint8_t* moving_bitmap,

@@ -27,9 +27,6 @@ uint32_t MismatchRow_AVX2(const uint8_t* moving_mask, const uint8_t* moving_bitm
                           const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
 #endif
 
-// The widest row whose instruction set is on (platform/cpu.h).
-MismatchRowFn SelectMismatchRow();
-
 // Score of moving rows m_begin ... m_end - 1 (relative to the plane pointers,
 // which may be negative) against reference rows m + y, over the columns j whose
 // partner j + x lies inside the width.

@@ -1,7 +1,5 @@
 #include "align/threshold_rows.h"
 
-#include "platform/cpu.h"
-
 namespace tavo {
 
 void CountAboveRow_C(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above) {
@@ -10,17 +8,6 @@ void CountAboveRow_C(const uint8_t* src, size_t n, const uint8_t* levels, uint64
     for (size_t i = 0; i < n; ++i) count += src[i] > levels[k] ? 1 : 0;
     above[k] += count;
   }
-}
-
-CountAboveRowFn SelectCountAboveRow() {
-  CountAboveRowFn row = CountAboveRow_C;
-#if defined(__x86_64__)
-  if (platform::TestCpuFlag(platform::kCpuHasAVX2)) row = CountAboveRow_AVX2;
-#endif
-#if defined(__aarch64__)
-  if (platform::TestCpuFlag(platform::kCpuHasNEON)) row = CountAboveRow_NEON;
-#endif
-  return row;
 }
 
 }  // namespace tavo

@@ -24,7 +24,4 @@ void CountAboveRow_NEON(const uint8_t* src, size_t n, const uint8_t* levels, uin
 void CountAboveRow_AVX2(const uint8_t* src, size_t n, const uint8_t* levels, uint64_t* above);
 #endif
 
-// The widest row whose instruction set is on (platform/cpu.h).
-CountAboveRowFn SelectCountAboveRow();
-
 }  // namespace tavo

@@ -36,8 +36,4 @@ inline const uint8_t* crop_row(const uint8_t* src, uint32_t stride, int32_t xs, 
 
 }  // namespace
 
-// The widest rows whose instruction sets are on (platform/cpu.h).
-WidenX16RowFn SelectWidenX16Row();
-SplitPairsRowFn SelectSplitPairsRow();
-
 }  // namespace tavo

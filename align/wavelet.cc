@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "align/exposure_shift.h"
-#include "align/wavelet_rows.h"
+#include "align/align_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/half_size.h"
 #include "platform/log.h"
@@ -39,10 +39,11 @@ int32_t two_levels_body(void* record) {
   const auto& a = tavo::band_payload<TwoLevelJob>(record);
   const int32_t mid_width = tavo::half_up(a.width), low_width = tavo::half_up(mid_width);
   uint8_t* mid = a.scratch + static_cast<ptrdiff_t>(2) * mid_width * static_cast<const band_record*>(record)->band;
+  const tavo::AlignRows rows = tavo::GetAlignRows();
   tavo::WaveletMainRowFn upper_rows[tavo::kMaxDecompositions], lower_rows[tavo::kMaxDecompositions];
   for (int32_t t = 0; t < a.count; ++t) {
-    upper_rows[t] = tavo::SelectWaveletMainRow(a.upper[t].threshold);
-    lower_rows[t] = tavo::SelectWaveletMainRow(a.lower[t].threshold);
+    upper_rows[t] = tavo::WaveletMainRowFor(rows, a.upper[t].threshold);
+    lower_rows[t] = tavo::WaveletMainRowFor(rows, a.lower[t].threshold);
   }
   int32_t first = 0, quads = 0;
   while (a.chunks->take(&first, &quads)) {
@@ -71,7 +72,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t wltDecompose(const uint8_t* src, uint8_t* ap
                                                  uint8_t* bitmap_out, uint8_t* mask_out,
                                                  int32_t width, int32_t rows, int32_t threshold) {
   tavo::wavelet_level(src, approx_out, bitmap_out, mask_out, width, rows, threshold,
-                      tavo::SelectWaveletMainRow(threshold));
+                      tavo::WaveletMainRowFor(tavo::GetAlignRows(), threshold));
   return 0;
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "platform/cpu.h"
 #include "platform/half_size.h"
 
 namespace tavo {
@@ -40,19 +39,6 @@ void wavelet_tail_row(const uint8_t* top, const uint8_t* bottom, bool unpaired, 
     bitmap[k] = a > threshold ? 1 : 0;
     mask[k] = a >= threshold - 20 && a <= threshold + 20 ? 0 : 255;
   }
-}
-
-WaveletMainRowFn SelectWaveletMainRow(int32_t threshold) {
-  if (threshold < 0 || threshold > 255) return WaveletMainRow_C;
-  WaveletMainRowFn row = WaveletMainRow_C;
-#if defined(__x86_64__)
-  if (platform::TestCpuFlag(platform::kCpuHasSSE41)) row = WaveletMainRow_SSE41;
-  if (platform::TestCpuFlag(platform::kCpuHasAVX2)) row = WaveletMainRow_AVX2;
-#endif
-#if defined(__aarch64__)
-  if (platform::TestCpuFlag(platform::kCpuHasNEON)) row = WaveletMainRow_NEON;
-#endif
-  return row;
 }
 
 void wavelet_level(const uint8_t* src, uint8_t* approx, uint8_t* bitmap, uint8_t* mask,

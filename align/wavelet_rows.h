@@ -43,10 +43,6 @@ void wavelet_tail_row(const uint8_t* top, const uint8_t* bottom, bool unpaired, 
                       int32_t width, uint8_t* approx, uint8_t* bitmap, uint8_t* mask,
                       int32_t threshold);
 
-// The widest main row whose instruction set is on (platform/cpu.h), for the
-// threshold: the vector rows take thresholds 0 ... 255, others the portable row.
-WaveletMainRowFn SelectWaveletMainRow(int32_t threshold);
-
 // One level of rows 0 ... rows - 1 of src (stride width) into output rows
 // 0 ... ceil(rows / 2) - 1 of stride ceil(width / 2), with the given main row.
 void wavelet_level(const uint8_t* src, uint8_t* approx, uint8_t* bitmap, uint8_t* mask,

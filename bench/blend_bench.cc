@@ -1,12 +1,14 @@
 // Blending of one 4000 x 3000 level of three frames, one row of it from cache,
 // and chroma fusion of three 4000 x 3000 frames, with the portable rows
-// (argument 0) and with the widest rows the processor runs (argument 1).
+// (argument 0) and with the widest rows the processor runs (argument 1),
+// labelled with the set of the module's rows.
 #include <benchmark/benchmark.h>
 
 #include <random>
 #include <vector>
 
-#include "fusion/blend_rows.h"
+#include "chroma/chroma_rows.h"
+#include "fusion/fusion_rows.h"
 #include "fusion/fusion_weights.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/cpu.h"
@@ -67,11 +69,13 @@ struct ChromaFrames {
   }
 };
 
+// The rows of argument 0 or 1; the label names the set of the module's rows
+// set_of() gives.
 class PoolAndRows {
  public:
-  explicit PoolAndRows(benchmark::State& state) {
+  PoolAndRows(benchmark::State& state, const char* (*set_of)()) {
     tavo::platform::MaskCpuFlags(state.range(0) == 0 ? 0 : -1);
-    state.SetLabel(state.range(0) == 0 ? "portable" : "simd");
+    state.SetLabel(set_of());
     tavo_hdr_pool_init();
   }
   ~PoolAndRows() {
@@ -82,7 +86,7 @@ class PoolAndRows {
 
 void BM_FusionPyramidLevel(benchmark::State& state) {
   static BlendLevel level;
-  PoolAndRows setup(state);
+  PoolAndRows setup(state, [] { return tavo::GetFusionRows().set; });
   const int32_t widths[1] = {kWidth}, heights[1] = {kHeight};
   for (auto _ : state) {
     fusion_pyramid_process(&level.out_level, tables().exposure.data(), level.lap_pyramids,
@@ -97,7 +101,7 @@ const int32_t kCrop[6] = {0, 0, 0, 0, 0, 0};
 
 void BM_FusionUVPlane(benchmark::State& state) {
   static ChromaFrames chroma;
-  PoolAndRows setup(state);
+  PoolAndRows setup(state, [] { return tavo::GetChromaRows().set; });
   uint8_t* out_u = chroma.out.data();
   uint8_t* out_v = out_u + kWidth * kHeight / 4;
   for (auto _ : state) {
@@ -111,7 +115,7 @@ BENCHMARK(BM_FusionUVPlane)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseR
 
 void BM_FusionUVSemiplane(benchmark::State& state) {
   static ChromaFrames chroma;
-  PoolAndRows setup(state);
+  PoolAndRows setup(state, [] { return tavo::GetChromaRows().set; });
   uint8_t* out_u = chroma.out.data();
   uint8_t* out_v = out_u + kWidth * kHeight / 4;
   for (auto _ : state) {
@@ -142,14 +146,14 @@ void BM_BlendInteriorRow(benchmark::State& state) {
   tavo::build_exposure_factors(tables().exposure.data(), factors);
   const tavo::BlendRowArgs row{out.data(), l, g, factors, 0, 0, kWidth, kWidth, 3, kWidth,
                                 tavo::exposure_weights_positive(factors, 3)};
-  const tavo::BlendGroupsFn groups = tavo::SelectBlendGroups();
+  const tavo::FusionRows rows = tavo::GetFusionRows();
   for (auto _ : state) {
-    tavo::BlendInteriorRow(row, groups);
+    tavo::BlendInteriorRow(row, rows.blend_groups);
     benchmark::ClobberMemory();
   }
   tavo::platform::MaskCpuFlags(-1);
   state.SetItemsProcessed(state.iterations() * kWidth);
-  state.SetLabel(state.range(0) == 0 ? "portable" : "simd");
+  state.SetLabel(rows.set);
 }
 BENCHMARK(BM_BlendInteriorRow)->Arg(0)->Arg(1);
 

@@ -1,12 +1,14 @@
 // Pyramid stages of one frame through their dispatchers on the worker pool:
 // Gaussian reduction of levels 0 ... L-2, band-pass levels 0 ... L-2, and the
 // collapse of levels L-2 ... 0, for a 4000 x 3000 and a 1920 x 1080 level 0.
-// Argument 2 selects the rows: 0 the fastest the processor runs, 1 portable.
+// Argument 2 selects the rows: 0 the fastest the processor runs, 1 portable;
+// the label names their set.
 #include <benchmark/benchmark.h>
 
 #include <random>
 #include <vector>
 
+#include "fusion/fusion_rows.h"
 #include "fusion/pyramid_geometry.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/cpu.h"
@@ -61,6 +63,7 @@ enum Stage { kGaussian, kLaplacian, kReconstruct };
 template <Stage kStage>
 void BM_Pyramid(benchmark::State& state) {
   tavo::platform::MaskCpuFlags(state.range(2) != 0 ? 0 : -1);
+  state.SetLabel(tavo::GetFusionRows().set);
   tavo_hdr_pool_init();
   FramePyramids p(static_cast<int32_t>(state.range(0)), static_cast<int32_t>(state.range(1)));
   p.reduce();

@@ -18,7 +18,7 @@ void fuse_chroma_plane(const uint8_t* const* src, int32_t frames, ptrdiff_t src_
   if (rows < 1 || width < 1) return;
   std::array<int32_t, kChromaWeights> weights;
   build_chroma_weights(lut, weights.data());
-  const ChromaGroupsFn groups = SelectChromaRows().plane;
+  const ChromaGroupsFn groups = GetChromaRows().plane;
   const bool positive = chroma_weights_positive(weights.data(), frames);
   for (int32_t y = 0; y < rows; ++y) {
     const ChromaRowArgs row{src, weights.data(), y * src_stride, frames, positive};
@@ -88,7 +88,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_semiplane(const uint8_t** src, uint
   if (rows < 1 || pairs < 1) return 0;
   std::array<int32_t, tavo::kChromaWeights> weights;
   tavo::build_chroma_weights(lut, weights.data());
-  const tavo::ChromaPairGroupsFn groups = tavo::SelectChromaRows().pairs;
+  const tavo::ChromaPairGroupsFn groups = tavo::GetChromaRows().pairs;
   const bool positive = tavo::chroma_weights_positive(weights.data(), tavo::kChromaFrames);
   for (int32_t y = 0; y < rows; ++y) {
     const tavo::ChromaRowArgs row{src, weights.data(), static_cast<ptrdiff_t>(y) * src_stride,

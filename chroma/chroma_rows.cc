@@ -1,7 +1,7 @@
 #include "chroma/chroma_rows.h"
 
-#include "platform/cpu.h"
 #include "platform/fixed_point_mean.h"
+#include "platform/row_sets.h"
 
 namespace tavo {
 
@@ -48,15 +48,20 @@ void ChromaPairGroups_C(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v
   }
 }
 
-ChromaRowFns SelectChromaRows() {
-  ChromaRowFns rows = {ChromaGroups_C, ChromaPairGroups_C};
+void InitChromaRows_C(ChromaRows* rows) {
+  rows->plane = ChromaGroups_C;
+  rows->pairs = ChromaPairGroups_C;
+}
+
+ChromaRows GetChromaRows() {
+  return platform::rows_of_sets_on<ChromaRows>(InitChromaRows_C, {
 #if defined(__x86_64__)
-  if (platform::TestCpuFlag(platform::kCpuHasAVX2)) rows = {ChromaGroups_AVX2, ChromaPairGroups_AVX2};
+      {platform::kCpuHasAVX2, InitChromaRows_AVX2},
 #endif
 #if defined(__aarch64__)
-  if (platform::TestCpuFlag(platform::kCpuHasNEON)) rows = {ChromaGroups_NEON, ChromaPairGroups_NEON};
+      {platform::kCpuHasNEON, InitChromaRows_NEON},
 #endif
-  return rows;
+  });
 }
 
 void FuseChromaRow(const ChromaRowArgs& row, uint8_t* out, int32_t width, ChromaGroupsFn groups) {

@@ -51,13 +51,24 @@ void ChromaGroups_AVX2(const ChromaRowArgs& row, uint8_t* out, int32_t count);
 void ChromaPairGroups_AVX2(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs);
 #endif
 
-struct ChromaRowFns {
+// The chroma fusion's rows as one table (the shape: platform/row_sets.h).
+struct ChromaRows {
   ChromaGroupsFn plane;
   ChromaPairGroupsFn pairs;
-  bool operator==(const ChromaRowFns&) const = default;
+  const char* set;  // the widest set applied (platform::CpuSetName)
+  bool operator==(const ChromaRows&) const = default;
 };
-// The widest variants whose instruction set is on (platform/cpu.h).
-ChromaRowFns SelectChromaRows();
+
+void InitChromaRows_C(ChromaRows* rows);
+#if defined(__x86_64__)
+void InitChromaRows_AVX2(ChromaRows* rows);
+#endif
+#if defined(__aarch64__)
+void InitChromaRows_NEON(ChromaRows* rows);
+#endif
+
+// The rows of the sets on now (platform/cpu.h).
+ChromaRows GetChromaRows();
 
 // A whole row: the runs of eight by the given variant, the tail by the exact
 // rule (in a pair, the U sample first).

@@ -166,4 +166,9 @@ void ChromaPairGroups_AVX2(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* ou
   }
 }
 
+void InitChromaRows_AVX2(ChromaRows* rows) {
+  rows->plane = ChromaGroups_AVX2;
+  rows->pairs = ChromaPairGroups_AVX2;
+}
+
 }  // namespace tavo

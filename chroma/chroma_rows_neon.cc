@@ -62,4 +62,9 @@ void ChromaPairGroups_NEON(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* ou
   }
 }
 
+void InitChromaRows_NEON(ChromaRows* rows) {
+  rows->plane = ChromaGroups_NEON;
+  rows->pairs = ChromaPairGroups_NEON;
+}
+
 }  // namespace tavo

@@ -1,6 +1,5 @@
 #include "fusion/blend_rows.h"
 
-#include "platform/cpu.h"
 #include "platform/fixed_point_mean.h"
 
 namespace tavo {
@@ -49,17 +48,6 @@ void BlendGroups_C(const BlendRowArgs& row, int32_t x0, int32_t count) {
     weight_sums<true>(row, x, w, s);
     row.out[x] = blend_mean_grouped(w, s);
   }
-}
-
-BlendGroupsFn SelectBlendGroups() {
-  BlendGroupsFn row = BlendGroups_C;
-#if defined(__x86_64__)
-  if (platform::TestCpuFlag(platform::kCpuHasAVX2)) row = BlendGroups_AVX2;
-#endif
-#if defined(__aarch64__)
-  if (platform::TestCpuFlag(platform::kCpuHasNEON)) row = BlendGroups_NEON;
-#endif
-  return row;
 }
 
 void BlendBorderRow(const BlendRowArgs& row) {

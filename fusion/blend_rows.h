@@ -78,8 +78,6 @@ void BlendGroups_NEON(const BlendRowArgs& row, int32_t x0, int32_t count);
 #if defined(__x86_64__)
 void BlendGroups_AVX2(const BlendRowArgs& row, int32_t x0, int32_t count);
 #endif
-// The widest variant whose instruction set is on (platform/cpu.h).
-BlendGroupsFn SelectBlendGroups();
 
 // A border row (the level's top or bottom row): every sample by the exact rule
 // with exposure weights alone.

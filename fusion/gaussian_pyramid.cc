@@ -3,6 +3,7 @@
 // in at most four bands.
 #include <cstddef>
 
+#include "fusion/fusion_rows.h"
 #include "fusion/pyramid_stages.h"
 #include "fusion/reduce_band.h"
 #include "include/tavo_lumo_hdr.h"
@@ -23,13 +24,12 @@ struct GaussianBand {
   tavo::RowChunks* chunks;
 };
 
-// The kernel with the given vertical row; first and last tell whether the rows
-// hold the level's top and bottom row.
+// The kernel with the given rows and vertical row; first and last tell whether
+// the rows hold the level's top and bottom row.
 int32_t reduce_gaussian_band(uint16_t** pointers, const int32_t* band_widths, const int32_t* band_rows,
-                             bool first, bool last, tavo::VerticalReduceRow vertical) {
+                             bool first, bool last, const tavo::FusionRows& rows, tavo::VerticalReduceRow vertical) {
   const uint16_t* src = pointers[0];
   const int32_t src_width = band_widths[0], dst_width = band_widths[1];
-  const tavo::PyramidRows& rows = tavo::SelectPyramidRows();
   const int32_t status = tavo::reduce_band(
       [&](int32_t s, uint16_t* out) {
         rows.reduce_h(src + static_cast<ptrdiff_t>(s) * src_width, src_width, out, dst_width);
@@ -47,15 +47,15 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8(uint16_t**
                                                                       const int32_t* band_widths,
                                                                       const int32_t* band_rows,
                                                                       int32_t band, int32_t bands) {
-  return reduce_gaussian_band(pointers, band_widths, band_rows, band == 0, band == bands - 1,
-                              tavo::SelectPyramidRows().reduce_v);
+  const tavo::FusionRows rows = tavo::GetFusionRows();
+  return reduce_gaussian_band(pointers, band_widths, band_rows, band == 0, band == bands - 1, rows, rows.reduce_v);
 }
 
 // Every chunk the band takes, in every pyramid of the record, until a chunk
 // fails.
 extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_parameter(void* record) {
   const auto& a = tavo::band_payload<GaussianBand>(record);
-  const tavo::PyramidRows& rows = tavo::SelectPyramidRows();
+  const tavo::FusionRows rows = tavo::GetFusionRows();
   const tavo::VerticalReduceRow vertical = a.crop_pyramids ? rows.reduce_v_pyramid : rows.reduce_v;
   int32_t status = 0, first = 0, count = 0;
   while (status == 0 && a.chunks->take(&first, &count)) {
@@ -65,7 +65,7 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_parameter(
       uint16_t* pointers[2] = {
           a.tables[p][a.level] + static_cast<ptrdiff_t>(r.src_first) * a.widths[0],
           a.tables[p][a.level + 1] + static_cast<ptrdiff_t>(r.dst_first) * a.widths[1]};
-      status = reduce_gaussian_band(pointers, a.widths, chunk_rows, r.first, r.last, vertical);
+      status = reduce_gaussian_band(pointers, a.widths, chunk_rows, r.first, r.last, rows, vertical);
     }
   }
   tavo::band_done(record, status);

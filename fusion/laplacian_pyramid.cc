@@ -11,7 +11,7 @@
 #include <cstddef>
 
 #include "fusion/expanded_band.h"
-#include "fusion/pyramid_rows.h"
+#include "fusion/fusion_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
 #include "pool/band_jobs.h"
@@ -36,7 +36,7 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_laplacian_down_sample(int16_t* out, u
                                                                  const int32_t* band_rows,
                                                                  int32_t band, int32_t bands) {
   const int32_t fine_width = band_widths[0];
-  const tavo::PyramidRows& rows = tavo::SelectPyramidRows();
+  const tavo::FusionRows rows = tavo::GetFusionRows();
   const tavo::ExpandedBand expanded(pointers[1], band_widths[1], band_rows[1], fine_width, band == 0,
                                     band == bands - 1, rows.expand_h_unsigned);
   if (!expanded.ok()) {

@@ -4,7 +4,7 @@
 // rows just above and below it in place, so the split never changes a byte.
 #include <array>
 
-#include "fusion/blend_rows.h"
+#include "fusion/fusion_rows.h"
 #include "fusion/pyramid_stages.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
@@ -44,7 +44,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusion_pyramid(int16_t* out, const uint16_t*
   if (width < 1 || rows < 1) return 0;
   std::array<int32_t, tavo::kExposureFactors> factors;
   tavo::build_exposure_factors(lut, factors.data());
-  const tavo::BlendGroupsFn groups = tavo::SelectBlendGroups();
+  const tavo::BlendGroupsFn groups = tavo::GetFusionRows().blend_groups;
   tavo::BlendRowArgs row{out, lap_rows, gauss_rows, factors.data(), 0, 0, width, width, frames, width,
                          tavo::exposure_weights_positive(factors.data(), frames)};
   const bool first_band = band_index == 0;

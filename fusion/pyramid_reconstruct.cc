@@ -11,7 +11,7 @@
 #include <cstddef>
 
 #include "fusion/expanded_band.h"
-#include "fusion/pyramid_rows.h"
+#include "fusion/fusion_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
 #include "pool/band_jobs.h"
@@ -36,7 +36,7 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_reconstruct_y(uint8_t* out_y, int16_t
                                                          int32_t level, int32_t band_index,
                                                          int32_t band_count) {
   const int32_t fine_width = widths[0];
-  const tavo::PyramidRows& fns = tavo::SelectPyramidRows();
+  const tavo::FusionRows fns = tavo::GetFusionRows();
   const tavo::ExpandedBand expanded(planes[1], widths[1], rows[1], fine_width, band_index == 0,
                                     band_index == band_count - 1, fns.expand_h_signed);
   if (!expanded.ok()) {

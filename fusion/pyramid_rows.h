@@ -12,11 +12,12 @@
 //
 // The per-sample formulas below are the definition; the portable rows apply
 // them in plain loops and every instruction-set variant gives the same bytes
-// for every 16-bit input, not only for the 12-bit samples the pyramids hold.
+// for every 16-bit input, not only for the 12-bit samples the pyramids hold
+// (a variant's vector steps leave the rest to the portable code:
+// fusion/pyramid_rows_any.h).
 #pragma once
 
 #include <cstdint>
-#include <type_traits>
 
 #include "platform/fixed_point_mean.h"
 
@@ -87,6 +88,28 @@ constexpr uint16_t expand_column(const Sample* c, int32_t coarse_width, int32_t 
   return static_cast<uint16_t>(expand_even(c[k - 1], c[k], c[right]));
 }
 
+// Fine positions 0 and 1 of the horizontal expansion.
+template <class Sample>
+inline void expand_h_head(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
+  for (int32_t x = 0; x < fine_width && x < 2; ++x) fine[x] = expand_column(coarse, coarse_width, fine_width, x);
+}
+
+// Fine positions 2k ... fine_width - 1 of the horizontal expansion (k >= 1):
+// the pairs (2k, 2k + 1) that lie before the last two positions by the
+// interior formulas, then the rest with the right-border rule. The portable
+// rows run it from k = 1, the vector rows from where their steps end.
+template <class Sample>
+inline void expand_h_tail(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width,
+                          int32_t k) {
+  const int32_t pairs_end = (fine_width - 2) / 2;  // pairs k with 2k + 1 < fine_width - 2
+  for (; k < pairs_end; ++k) {
+    const int32_t l = coarse[k - 1], c = coarse[k], r = coarse[k + 1];
+    fine[2 * k] = static_cast<uint16_t>(expand_even(l, c, r));
+    fine[2 * k + 1] = static_cast<uint16_t>(expand_odd(c, r));
+  }
+  for (int32_t x = 2 * k; x < fine_width; ++x) fine[x] = expand_column(coarse, coarse_width, fine_width, x);
+}
+
 // A band-pass sample: the Gaussian sample minus the expansion, as 16-bit two's
 // complement.
 constexpr int16_t laplacian_sample(uint16_t gauss, int32_t expanded) {
@@ -106,67 +129,69 @@ constexpr int16_t collapse_sample(int16_t fused, int32_t expanded) {
 // 8-bit luma of a collapsed sample in 0 ... 4080.
 constexpr uint8_t luma_of_sample(int32_t r) { return static_cast<uint8_t>((r + 8) >> 4); }
 
-// Instruction-set collapse rows: block(with_luma, x) handles the vector of
-// kStep samples at x for x = 0, kStep, ... below the returned count, with the
-// luma variant (a std::bool_constant) chosen once per row; the remaining
-// width % kStep samples are left to the portable row.
-template <int32_t kStep, class Block>
-inline int32_t collapse_vectors(int32_t width, bool luma, Block&& block) {
-  const int32_t body = width - width % kStep;
-  if (luma) {
-    for (int32_t x = 0; x < body; x += kStep) block(std::true_type{}, x);
-  } else {
-    for (int32_t x = 0; x < body; x += kStep) block(std::false_type{}, x);
-  }
-  return body;
-}
-
 }  // namespace
 
-// One family of row functions. Widths are in samples; rows may start at any
-// address.
-struct PyramidRows {
-  // Horizontal reduce of a source row into dst_width = ceil(src_width / 2)
-  // samples (src_width >= 3).
-  void (*reduce_h)(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width);
-  // The same of a row of 8-bit luma standing for luma x 16, without widening it.
-  void (*reduce_h_luma)(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width);
-  // Vertical reduce of five scratch rows: dst = reduce_tap(r[0] ... r[4]).
-  void (*reduce_v)(const uint16_t* const* rows, uint16_t* dst, int32_t width);
-  // The same for rows of at most kLumaFixedMax, as every level of a
-  // crop's pyramid holds: its sums, at most 16 x 4080 + 8, fit 16-bit lanes.
-  void (*reduce_v_pyramid)(const uint16_t* const* rows, uint16_t* dst, int32_t width);
-  // Horizontal expansion of a coarse row into fine_width samples
-  // (coarse_width >= 2, fine_width = 2 coarse_width or 2 coarse_width - 1);
-  // the coarse row is read as unsigned (Gaussian level) or signed (fused level).
-  void (*expand_h_unsigned)(const uint16_t* coarse, int32_t coarse_width, uint16_t* fine,
-                            int32_t fine_width);
-  void (*expand_h_signed)(const int16_t* coarse, int32_t coarse_width, uint16_t* fine,
-                          int32_t fine_width);
-  // Vertical expansion of scratch rows (read as unsigned) subtracted from a
-  // Gaussian row: even fine rows take three coarse rows, odd rows two.
-  void (*laplacian_even)(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
-                         const uint16_t* below, int16_t* out, int32_t width);
-  void (*laplacian_odd)(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
-                        int16_t* out, int32_t width);
-  // Vertical expansion of scratch rows (read as unsigned) added to a fused row
-  // in place and clamped; when luma is not null the row's 8-bit luma is written
-  // there too.
-  void (*collapse_even)(int16_t* level, const uint16_t* above, const uint16_t* centre,
-                        const uint16_t* below, uint8_t* luma, int32_t width);
-  void (*collapse_odd)(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
-                       int32_t width);
-};
+// The rows, one function type each. Widths are in samples; rows may start at
+// any address.
+//
+// Horizontal reduce of a source row into dst_width = ceil(src_width / 2)
+// samples (src_width >= 3): of 16-bit samples, or of 8-bit luma standing for
+// luma x 16, without widening it.
+template <class Sample>
+using ReduceHRow = void(const Sample* src, int32_t src_width, uint16_t* dst, int32_t dst_width);
+// Vertical reduce of five scratch rows: dst = reduce_tap(r[0] ... r[4]).
+using ReduceVRow = void(const uint16_t* const* rows, uint16_t* dst, int32_t width);
+// Horizontal expansion of a coarse row into fine_width samples (coarse_width
+// >= 2, fine_width = 2 coarse_width or 2 coarse_width - 1); the coarse row is
+// read as unsigned (Gaussian level) or signed (fused level).
+template <class Sample>
+using ExpandHRow = void(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width);
+// Vertical expansion of scratch rows (read as unsigned) subtracted from a
+// Gaussian row: even fine rows take three coarse rows, odd rows two.
+using LaplacianEvenRow = void(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
+                              const uint16_t* below, int16_t* out, int32_t width);
+using LaplacianOddRow = void(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
+                             int16_t* out, int32_t width);
+// Vertical expansion of scratch rows (read as unsigned) added to a fused row
+// in place and clamped; when luma is not null the row's 8-bit luma is written
+// there too.
+using CollapseEvenRow = void(int16_t* level, const uint16_t* above, const uint16_t* centre,
+                             const uint16_t* below, uint8_t* luma, int32_t width);
+using CollapseOddRow = void(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
+                            int32_t width);
 
-extern const PyramidRows PyramidRows_C;
+// The portable rows. ReduceV_C also serves rows of at most kLumaFixedMax, for
+// which the vector sets have a row of their own (ReduceVPyramid_*).
+ReduceHRow<uint16_t> ReduceH_C;
+ReduceHRow<uint8_t> ReduceHLuma_C;
+ReduceVRow ReduceV_C;
+ExpandHRow<uint16_t> ExpandHUnsigned_C;
+ExpandHRow<int16_t> ExpandHSigned_C;
+LaplacianEvenRow LaplacianEven_C;
+LaplacianOddRow LaplacianOdd_C;
+CollapseEvenRow CollapseEven_C;
+CollapseOddRow CollapseOdd_C;
 #if defined(__aarch64__)
-extern const PyramidRows PyramidRows_NEON;
+ReduceHRow<uint16_t> ReduceH_NEON;
+ReduceHRow<uint8_t> ReduceHLuma_NEON;
+ReduceVRow ReduceV_NEON, ReduceVPyramid_NEON;
+ExpandHRow<uint16_t> ExpandHUnsigned_NEON;
+ExpandHRow<int16_t> ExpandHSigned_NEON;
+LaplacianEvenRow LaplacianEven_NEON;
+LaplacianOddRow LaplacianOdd_NEON;
+CollapseEvenRow CollapseEven_NEON;
+CollapseOddRow CollapseOdd_NEON;
 #endif
 #if defined(__x86_64__)
-extern const PyramidRows PyramidRows_AVX2;
+ReduceHRow<uint16_t> ReduceH_AVX2;
+ReduceHRow<uint8_t> ReduceHLuma_AVX2;
+ReduceVRow ReduceV_AVX2, ReduceVPyramid_AVX2;
+ExpandHRow<uint16_t> ExpandHUnsigned_AVX2;
+ExpandHRow<int16_t> ExpandHSigned_AVX2;
+LaplacianEvenRow LaplacianEven_AVX2;
+LaplacianOddRow LaplacianOdd_AVX2;
+CollapseEvenRow CollapseEven_AVX2;
+CollapseOddRow CollapseOdd_AVX2;
 #endif
-
-// The widest family whose instruction set is on (platform/cpu.h).
-const PyramidRows& SelectPyramidRows();
 
 }  // namespace tavo

@@ -1,5 +1,6 @@
 // Pyramid rows with AVX2, byte for byte the portable rows for every 16-bit
-// input.
+// input; each row's vector steps run in the shapes of fusion/pyramid_rows_any.h,
+// the portable code doing the rest.
 //
 // Reduce: sums of the 1-4-6-4-1 filter need 20 bits, so they are formed in
 // 32-bit lanes. A 256-bit load of sixteen samples seen as eight 32-bit lanes
@@ -21,7 +22,7 @@
 // [32768, 36848] and removing the offset gives the exact clamp.
 #include <immintrin.h>
 
-#include "fusion/pyramid_rows.h"
+#include "fusion/pyramid_rows_any.h"
 
 namespace tavo {
 namespace {
@@ -48,88 +49,6 @@ inline __m256i reduce32(__m256i a, __m256i b, __m256i c, __m256i d, __m256i e) {
   return _mm256_srli_epi32(_mm256_add_epi32(sum, _mm256_set1_epi32(8)), 4);
 }
 
-void ReduceH_AVX2(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
-  dst[0] = reduce_column(src, src_width, dst_width, 0);
-  const __m256i low = _mm256_set1_epi32(0xffff);
-  int32_t j = 1;
-  // Outputs j ... j + 7 read samples 2j - 2 ... 2j + 17.
-  for (; j + 8 <= dst_width - 1 && 2 * j + 18 <= src_width; j += 8) {
-    const __m256i v0 = load16(src + 2 * j - 2);
-    const __m256i v1 = load16(src + 2 * j);
-    const __m256i v2 = load16(src + 2 * j + 2);
-    const __m256i r =
-        reduce32(_mm256_and_si256(v0, low), _mm256_srli_epi32(v0, 16), _mm256_and_si256(v1, low),
-                 _mm256_srli_epi32(v1, 16), _mm256_and_si256(v2, low));
-    const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(r, r), 0x08);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + j), _mm256_castsi256_si128(packed));
-  }
-  reduce_h_tail(src, src_width, dst, dst_width, j);
-}
-
-// Luma rows: sixteen outputs from three overlapping loads seen as 16-bit
-// lanes, whose low bytes are the even samples and high bytes the odd ones;
-// the tap sums of 8-bit samples fit 16-bit lanes.
-void ReduceHLuma_AVX2(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
-  dst[0] = reduce_column(src, src_width, dst_width, 0);
-  const __m256i low = _mm256_set1_epi16(0xff);
-  int32_t j = 1;
-  // Outputs j ... j + 15 read samples 2j - 2 ... 2j + 33.
-  for (; j + 16 <= dst_width - 1 && 2 * j + 34 <= src_width; j += 16) {
-    const __m256i v0 = load16(src + 2 * j - 2);
-    const __m256i v1 = load16(src + 2 * j);
-    const __m256i v2 = load16(src + 2 * j + 2);
-    const __m256i centre = _mm256_and_si256(v1, low);
-    const __m256i outer = _mm256_add_epi16(_mm256_and_si256(v0, low), _mm256_and_si256(v2, low));
-    const __m256i inner = _mm256_add_epi16(_mm256_srli_epi16(v0, 8), _mm256_srli_epi16(v1, 8));
-    const __m256i six = _mm256_add_epi16(_mm256_slli_epi16(centre, 2), _mm256_add_epi16(centre, centre));
-    store16(dst + j, _mm256_add_epi16(_mm256_add_epi16(outer, _mm256_slli_epi16(inner, 2)), six));
-  }
-  reduce_h_tail(src, src_width, dst, dst_width, j);
-}
-
-void ReduceV_AVX2(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
-  const uint16_t* r0 = rows[0];
-  const uint16_t* r1 = rows[1];
-  const uint16_t* r2 = rows[2];
-  const uint16_t* r3 = rows[3];
-  const uint16_t* r4 = rows[4];
-  const __m256i zero = _mm256_setzero_si256();
-  int32_t x = 0;
-  for (; x + 16 <= width; x += 16) {
-    const __m256i v[5] = {load16(r0 + x), load16(r1 + x), load16(r2 + x), load16(r3 + x),
-                          load16(r4 + x)};
-    // Widening against zero within each 128-bit half; packing back restores
-    // the order.
-    __m256i lo[5], hi[5];
-    for (int i = 0; i < 5; ++i) {
-      lo[i] = _mm256_unpacklo_epi16(v[i], zero);
-      hi[i] = _mm256_unpackhi_epi16(v[i], zero);
-    }
-    const __m256i rlo = reduce32(lo[0], lo[1], lo[2], lo[3], lo[4]);
-    const __m256i rhi = reduce32(hi[0], hi[1], hi[2], hi[3], hi[4]);
-    store16(dst + x, _mm256_packus_epi32(rlo, rhi));
-  }
-  for (; x < width; ++x) dst[x] = reduce_tap(r0[x], r1[x], r2[x], r3[x], r4[x]);
-}
-
-// Pyramid rows of at most 4080: the sums in 16-bit lanes.
-void ReduceVPyramid_AVX2(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
-  const uint16_t* r0 = rows[0];
-  const uint16_t* r1 = rows[1];
-  const uint16_t* r2 = rows[2];
-  const uint16_t* r3 = rows[3];
-  const uint16_t* r4 = rows[4];
-  int32_t x = 0;
-  for (; x + 16 <= width; x += 16) {
-    const __m256i outer = _mm256_add_epi16(load16(r0 + x), load16(r4 + x));
-    const __m256i inner = _mm256_slli_epi16(_mm256_add_epi16(load16(r1 + x), load16(r3 + x)), 2);
-    const __m256i centre = _mm256_mullo_epi16(load16(r2 + x), _mm256_set1_epi16(6));
-    const __m256i sum = _mm256_add_epi16(_mm256_add_epi16(outer, inner), centre);
-    store16(dst + x, _mm256_srli_epi16(_mm256_add_epi16(sum, _mm256_set1_epi16(8)), 4));
-  }
-  for (; x < width; ++x) dst[x] = reduce_tap(r0[x], r1[x], r2[x], r3[x], r4[x]);
-}
-
 // Stores the even and odd phases of sixteen coarse positions as 32 fine
 // samples.
 inline void store_interleaved(uint16_t* fine, __m256i even, __m256i odd) {
@@ -140,51 +59,16 @@ inline void store_interleaved(uint16_t* fine, __m256i even, __m256i odd) {
 }
 
 // kBias flips the sign bit of signed samples around the unsigned averages.
-template <class Sample, int kBias>
-void ExpandH_AVX2(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
-  const int32_t head = fine_width < 2 ? fine_width : 2;
-  for (int32_t x = 0; x < head; ++x) fine[x] = expand_column(coarse, coarse_width, fine_width, x);
-  const int32_t pairs_end = (fine_width - 2) / 2;  // pairs k with 2k + 1 < fine_width - 2
+template <int kBias, class Sample>
+void expand_h(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
   const __m256i bias = _mm256_set1_epi16(static_cast<int16_t>(kBias));
-  int32_t k = 1;
-  for (; k + 16 <= pairs_end; k += 16) {
+  expand_h_any<16>(coarse, coarse_width, fine, fine_width, [&](int32_t k) {
     const __m256i l = _mm256_xor_si256(load16(coarse + k - 1), bias);
     const __m256i c = _mm256_xor_si256(load16(coarse + k), bias);
     const __m256i r = _mm256_xor_si256(load16(coarse + k + 1), bias);
     store_interleaved(fine + 2 * k, _mm256_xor_si256(expand_even16(l, c, r), bias),
                       _mm256_xor_si256(_mm256_avg_epu16(c, r), bias));
-  }
-  for (; k < pairs_end; ++k) {
-    const int32_t l = coarse[k - 1], c = coarse[k], r = coarse[k + 1];
-    fine[2 * k] = static_cast<uint16_t>(expand_even(l, c, r));
-    fine[2 * k + 1] = static_cast<uint16_t>(expand_odd(c, r));
-  }
-  const int32_t tail = pairs_end > 1 ? 2 * pairs_end : head;
-  for (int32_t x = tail; x < fine_width; ++x) {
-    fine[x] = expand_column(coarse, coarse_width, fine_width, x);
-  }
-}
-
-void LaplacianEven_AVX2(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
-                        const uint16_t* below, int16_t* out, int32_t width) {
-  int32_t x = 0;
-  for (; x + 16 <= width; x += 16) {
-    const __m256i e = expand_even16(load16(above + x), load16(centre + x), load16(below + x));
-    store16(out + x, _mm256_sub_epi16(load16(gauss + x), e));
-  }
-  for (; x < width; ++x) {
-    out[x] = laplacian_sample(gauss[x], expand_even(above[x], centre[x], below[x]));
-  }
-}
-
-void LaplacianOdd_AVX2(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
-                       int16_t* out, int32_t width) {
-  int32_t x = 0;
-  for (; x + 16 <= width; x += 16) {
-    const __m256i e = _mm256_avg_epu16(load16(centre + x), load16(below + x));
-    store16(out + x, _mm256_sub_epi16(load16(gauss + x), e));
-  }
-  for (; x < width; ++x) out[x] = laplacian_sample(gauss[x], expand_odd(centre[x], below[x]));
+  });
 }
 
 // level[x] = clamp(level[x] + v, 0, 4080) for sixteen samples; with kLuma also
@@ -204,14 +88,112 @@ inline void collapse16(int16_t* level, __m256i v, uint8_t* luma) {
   }
 }
 
+}  // namespace
+
+void ReduceH_AVX2(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
+  const __m256i low = _mm256_set1_epi32(0xffff);
+  reduce_h_any<8>(src, src_width, dst, dst_width, [&](int32_t j) {
+    const __m256i v0 = load16(src + 2 * j - 2);
+    const __m256i v1 = load16(src + 2 * j);
+    const __m256i v2 = load16(src + 2 * j + 2);
+    const __m256i r =
+        reduce32(_mm256_and_si256(v0, low), _mm256_srli_epi32(v0, 16), _mm256_and_si256(v1, low),
+                 _mm256_srli_epi32(v1, 16), _mm256_and_si256(v2, low));
+    const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(r, r), 0x08);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + j), _mm256_castsi256_si128(packed));
+  });
+}
+
+// Luma rows: sixteen outputs from three overlapping loads seen as 16-bit
+// lanes, whose low bytes are the even samples and high bytes the odd ones;
+// the tap sums of 8-bit samples fit 16-bit lanes.
+void ReduceHLuma_AVX2(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
+  const __m256i low = _mm256_set1_epi16(0xff);
+  reduce_h_any<16>(src, src_width, dst, dst_width, [&](int32_t j) {
+    const __m256i v0 = load16(src + 2 * j - 2);
+    const __m256i v1 = load16(src + 2 * j);
+    const __m256i v2 = load16(src + 2 * j + 2);
+    const __m256i centre = _mm256_and_si256(v1, low);
+    const __m256i outer = _mm256_add_epi16(_mm256_and_si256(v0, low), _mm256_and_si256(v2, low));
+    const __m256i inner = _mm256_add_epi16(_mm256_srli_epi16(v0, 8), _mm256_srli_epi16(v1, 8));
+    const __m256i six = _mm256_add_epi16(_mm256_slli_epi16(centre, 2), _mm256_add_epi16(centre, centre));
+    store16(dst + j, _mm256_add_epi16(_mm256_add_epi16(outer, _mm256_slli_epi16(inner, 2)), six));
+  });
+}
+
+void ReduceV_AVX2(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+  const uint16_t* r0 = rows[0];
+  const uint16_t* r1 = rows[1];
+  const uint16_t* r2 = rows[2];
+  const uint16_t* r3 = rows[3];
+  const uint16_t* r4 = rows[4];
+  const __m256i zero = _mm256_setzero_si256();
+  reduce_v_any<16>(rows, dst, width, [&](int32_t x) {
+    const __m256i v[5] = {load16(r0 + x), load16(r1 + x), load16(r2 + x), load16(r3 + x),
+                          load16(r4 + x)};
+    // Widening against zero within each 128-bit half; packing back restores
+    // the order.
+    __m256i lo[5], hi[5];
+    for (int i = 0; i < 5; ++i) {
+      lo[i] = _mm256_unpacklo_epi16(v[i], zero);
+      hi[i] = _mm256_unpackhi_epi16(v[i], zero);
+    }
+    const __m256i rlo = reduce32(lo[0], lo[1], lo[2], lo[3], lo[4]);
+    const __m256i rhi = reduce32(hi[0], hi[1], hi[2], hi[3], hi[4]);
+    store16(dst + x, _mm256_packus_epi32(rlo, rhi));
+  });
+}
+
+// Pyramid rows of at most 4080: the sums in 16-bit lanes.
+void ReduceVPyramid_AVX2(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+  const uint16_t* r0 = rows[0];
+  const uint16_t* r1 = rows[1];
+  const uint16_t* r2 = rows[2];
+  const uint16_t* r3 = rows[3];
+  const uint16_t* r4 = rows[4];
+  reduce_v_any<16>(rows, dst, width, [&](int32_t x) {
+    const __m256i outer = _mm256_add_epi16(load16(r0 + x), load16(r4 + x));
+    const __m256i inner = _mm256_slli_epi16(_mm256_add_epi16(load16(r1 + x), load16(r3 + x)), 2);
+    const __m256i centre = _mm256_mullo_epi16(load16(r2 + x), _mm256_set1_epi16(6));
+    const __m256i sum = _mm256_add_epi16(_mm256_add_epi16(outer, inner), centre);
+    store16(dst + x, _mm256_srli_epi16(_mm256_add_epi16(sum, _mm256_set1_epi16(8)), 4));
+  });
+}
+
+void ExpandHUnsigned_AVX2(const uint16_t* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
+  expand_h<0>(coarse, coarse_width, fine, fine_width);
+}
+
+void ExpandHSigned_AVX2(const int16_t* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
+  expand_h<0x8000>(coarse, coarse_width, fine, fine_width);
+}
+
+void LaplacianEven_AVX2(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
+                        const uint16_t* below, int16_t* out, int32_t width) {
+  const int32_t x = whole_vectors<16>(width, [&](int32_t x) {
+    const __m256i e = expand_even16(load16(above + x), load16(centre + x), load16(below + x));
+    store16(out + x, _mm256_sub_epi16(load16(gauss + x), e));
+  });
+  LaplacianEven_C(gauss + x, above + x, centre + x, below + x, out + x, width - x);
+}
+
+void LaplacianOdd_AVX2(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
+                       int16_t* out, int32_t width) {
+  const int32_t x = whole_vectors<16>(width, [&](int32_t x) {
+    const __m256i e = _mm256_avg_epu16(load16(centre + x), load16(below + x));
+    store16(out + x, _mm256_sub_epi16(load16(gauss + x), e));
+  });
+  LaplacianOdd_C(gauss + x, centre + x, below + x, out + x, width - x);
+}
+
 void CollapseEven_AVX2(int16_t* level, const uint16_t* above, const uint16_t* centre,
                        const uint16_t* below, uint8_t* luma, int32_t width) {
   const int32_t body = collapse_vectors<16>(width, luma != nullptr, [&](auto with_luma, int32_t x) {
     const __m256i v = expand_even16(load16(above + x), load16(centre + x), load16(below + x));
     collapse16<decltype(with_luma)::value>(level + x, v, with_luma ? luma + x : nullptr);
   });
-  PyramidRows_C.collapse_even(level + body, above + body, centre + body, below + body,
-                                     luma != nullptr ? luma + body : nullptr, width - body);
+  CollapseEven_C(level + body, above + body, centre + body, below + body, luma != nullptr ? luma + body : nullptr,
+                 width - body);
 }
 
 void CollapseOdd_AVX2(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
@@ -220,23 +202,7 @@ void CollapseOdd_AVX2(int16_t* level, const uint16_t* centre, const uint16_t* be
     collapse16<decltype(with_luma)::value>(level + x, _mm256_avg_epu16(load16(centre + x), load16(below + x)),
                                            with_luma ? luma + x : nullptr);
   });
-  PyramidRows_C.collapse_odd(level + body, centre + body, below + body,
-                                    luma != nullptr ? luma + body : nullptr, width - body);
+  CollapseOdd_C(level + body, centre + body, below + body, luma != nullptr ? luma + body : nullptr, width - body);
 }
-
-}  // namespace
-
-const PyramidRows PyramidRows_AVX2 = {
-    ReduceH_AVX2,
-    ReduceHLuma_AVX2,
-    ReduceV_AVX2,
-    ReduceVPyramid_AVX2,
-    ExpandH_AVX2<uint16_t, 0>,
-    ExpandH_AVX2<int16_t, 0x8000>,
-    LaplacianEven_AVX2,
-    LaplacianOdd_AVX2,
-    CollapseEven_AVX2,
-    CollapseOdd_AVX2,
-};
 
 }  // namespace tavo

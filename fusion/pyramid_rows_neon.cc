@@ -1,5 +1,6 @@
 // Pyramid rows with NEON, byte for byte the portable rows for every 16-bit
-// input.
+// input; each row's vector steps run in the shapes of fusion/pyramid_rows_any.h,
+// the portable code doing the rest.
 //
 // Reduce: de-interleaving loads split a source row into even and odd samples;
 // the 1-4-6-4-1 sums need 20 bits and are formed with widening
@@ -20,7 +21,7 @@
 // [32768, 36848] and removing the offset gives the exact clamp.
 #include <arm_neon.h>
 
-#include "fusion/pyramid_rows.h"
+#include "fusion/pyramid_rows_any.h"
 
 namespace tavo {
 namespace {
@@ -38,68 +39,6 @@ inline uint16x8_t reduce8(uint16x8_t a, uint16x8_t b, uint16x8_t c, uint16x8_t d
   return vrshrn_high_n_u32(vrshrn_n_u32(lo, 4), hi, 4);
 }
 
-void ReduceH_NEON(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
-  dst[0] = reduce_column(src, src_width, dst_width, 0);
-  int32_t j = 1;
-  // Outputs j ... j + 7 read samples 2j - 2 ... 2j + 17.
-  for (; j + 8 <= dst_width - 1 && 2 * j + 18 <= src_width; j += 8) {
-    const uint16x8x2_t v0 = vld2q_u16(src + 2 * j - 2);
-    const uint16x8x2_t v1 = vld2q_u16(src + 2 * j);
-    const uint16x8x2_t v2 = vld2q_u16(src + 2 * j + 2);
-    vst1q_u16(dst + j, reduce8(v0.val[0], v0.val[1], v1.val[0], v1.val[1], v2.val[0]));
-  }
-  reduce_h_tail(src, src_width, dst, dst_width, j);
-}
-
-// Luma rows: de-interleaving byte loads, the tap sums of 8-bit samples in
-// 16-bit lanes.
-void ReduceHLuma_NEON(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
-  dst[0] = reduce_column(src, src_width, dst_width, 0);
-  int32_t j = 1;
-  // Outputs j ... j + 7 read samples 2j - 2 ... 2j + 17.
-  for (; j + 8 <= dst_width - 1 && 2 * j + 18 <= src_width; j += 8) {
-    const uint8x8x2_t v0 = vld2_u8(src + 2 * j - 2);
-    const uint8x8x2_t v1 = vld2_u8(src + 2 * j);
-    const uint8x8x2_t v2 = vld2_u8(src + 2 * j + 2);
-    uint16x8_t sum = vaddl_u8(v0.val[0], v2.val[0]);
-    sum = vaddq_u16(sum, vshlq_n_u16(vaddl_u8(v0.val[1], v1.val[1]), 2));
-    sum = vmlal_u8(sum, v1.val[0], vdup_n_u8(6));
-    vst1q_u16(dst + j, sum);
-  }
-  reduce_h_tail(src, src_width, dst, dst_width, j);
-}
-
-void ReduceV_NEON(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
-  const uint16_t* r0 = rows[0];
-  const uint16_t* r1 = rows[1];
-  const uint16_t* r2 = rows[2];
-  const uint16_t* r3 = rows[3];
-  const uint16_t* r4 = rows[4];
-  int32_t x = 0;
-  for (; x + 8 <= width; x += 8) {
-    vst1q_u16(dst + x, reduce8(vld1q_u16(r0 + x), vld1q_u16(r1 + x), vld1q_u16(r2 + x),
-                               vld1q_u16(r3 + x), vld1q_u16(r4 + x)));
-  }
-  for (; x < width; ++x) dst[x] = reduce_tap(r0[x], r1[x], r2[x], r3[x], r4[x]);
-}
-
-// Pyramid rows of at most 4080: the sums in 16-bit lanes.
-void ReduceVPyramid_NEON(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
-  const uint16_t* r0 = rows[0];
-  const uint16_t* r1 = rows[1];
-  const uint16_t* r2 = rows[2];
-  const uint16_t* r3 = rows[3];
-  const uint16_t* r4 = rows[4];
-  int32_t x = 0;
-  for (; x + 8 <= width; x += 8) {
-    uint16x8_t sum = vaddq_u16(vld1q_u16(r0 + x), vld1q_u16(r4 + x));
-    sum = vmlaq_n_u16(sum, vaddq_u16(vld1q_u16(r1 + x), vld1q_u16(r3 + x)), 4);
-    sum = vmlaq_n_u16(sum, vld1q_u16(r2 + x), 6);
-    vst1q_u16(dst + x, vrshrq_n_u16(sum, 4));
-  }
-  for (; x < width; ++x) dst[x] = reduce_tap(r0[x], r1[x], r2[x], r3[x], r4[x]);
-}
-
 // Even phase of the expansion, (l + 6c + r + 4) >> 3, unsigned and signed.
 inline uint16x8_t expand_even8(uint16x8_t l, uint16x8_t c, uint16x8_t r) {
   return vrhaddq_u16(vhaddq_u16(vhaddq_u16(l, r), c), c);
@@ -115,12 +54,8 @@ inline uint16x8_t odd8(uint16x8_t c, uint16x8_t r) { return vrhaddq_u16(c, r); }
 inline int16x8_t odd8(int16x8_t c, int16x8_t r) { return vrhaddq_s16(c, r); }
 
 template <class Sample>
-void ExpandH_NEON(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
-  const int32_t head = fine_width < 2 ? fine_width : 2;
-  for (int32_t x = 0; x < head; ++x) fine[x] = expand_column(coarse, coarse_width, fine_width, x);
-  const int32_t pairs_end = (fine_width - 2) / 2;  // pairs k with 2k + 1 < fine_width - 2
-  int32_t k = 1;
-  for (; k + 8 <= pairs_end; k += 8) {
+void expand_h(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
+  expand_h_any<8>(coarse, coarse_width, fine, fine_width, [&](int32_t k) {
     const auto l = load8(coarse + k - 1);
     const auto c = load8(coarse + k);
     const auto r = load8(coarse + k + 1);
@@ -128,38 +63,7 @@ void ExpandH_NEON(const Sample* coarse, int32_t coarse_width, uint16_t* fine, in
     out.val[0] = as_u16(expand_even8(l, c, r));
     out.val[1] = as_u16(odd8(c, r));
     vst2q_u16(fine + 2 * k, out);
-  }
-  for (; k < pairs_end; ++k) {
-    const int32_t l = coarse[k - 1], c = coarse[k], r = coarse[k + 1];
-    fine[2 * k] = static_cast<uint16_t>(expand_even(l, c, r));
-    fine[2 * k + 1] = static_cast<uint16_t>(expand_odd(c, r));
-  }
-  const int32_t tail = pairs_end > 1 ? 2 * pairs_end : head;
-  for (int32_t x = tail; x < fine_width; ++x) {
-    fine[x] = expand_column(coarse, coarse_width, fine_width, x);
-  }
-}
-
-void LaplacianEven_NEON(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
-                        const uint16_t* below, int16_t* out, int32_t width) {
-  int32_t x = 0;
-  for (; x + 8 <= width; x += 8) {
-    const uint16x8_t e = expand_even8(load8(above + x), load8(centre + x), load8(below + x));
-    vst1q_s16(out + x, vreinterpretq_s16_u16(vsubq_u16(load8(gauss + x), e)));
-  }
-  for (; x < width; ++x) {
-    out[x] = laplacian_sample(gauss[x], expand_even(above[x], centre[x], below[x]));
-  }
-}
-
-void LaplacianOdd_NEON(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
-                       int16_t* out, int32_t width) {
-  int32_t x = 0;
-  for (; x + 8 <= width; x += 8) {
-    const uint16x8_t e = vrhaddq_u16(load8(centre + x), load8(below + x));
-    vst1q_s16(out + x, vreinterpretq_s16_u16(vsubq_u16(load8(gauss + x), e)));
-  }
-  for (; x < width; ++x) out[x] = laplacian_sample(gauss[x], expand_odd(centre[x], below[x]));
+  });
 }
 
 // level[x] = clamp(level[x] + v, 0, 4080) for eight samples; with kLuma also
@@ -175,14 +79,92 @@ inline void collapse8(int16_t* level, uint16x8_t v, uint8_t* luma) {
   if constexpr (kLuma) vst1_u8(luma, vqrshrn_n_u16(r, 4));
 }
 
+}  // namespace
+
+void ReduceH_NEON(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
+  reduce_h_any<8>(src, src_width, dst, dst_width, [&](int32_t j) {
+    const uint16x8x2_t v0 = vld2q_u16(src + 2 * j - 2);
+    const uint16x8x2_t v1 = vld2q_u16(src + 2 * j);
+    const uint16x8x2_t v2 = vld2q_u16(src + 2 * j + 2);
+    vst1q_u16(dst + j, reduce8(v0.val[0], v0.val[1], v1.val[0], v1.val[1], v2.val[0]));
+  });
+}
+
+// Luma rows: de-interleaving byte loads, the tap sums of 8-bit samples in
+// 16-bit lanes.
+void ReduceHLuma_NEON(const uint8_t* src, int32_t src_width, uint16_t* dst, int32_t dst_width) {
+  reduce_h_any<8>(src, src_width, dst, dst_width, [&](int32_t j) {
+    const uint8x8x2_t v0 = vld2_u8(src + 2 * j - 2);
+    const uint8x8x2_t v1 = vld2_u8(src + 2 * j);
+    const uint8x8x2_t v2 = vld2_u8(src + 2 * j + 2);
+    uint16x8_t sum = vaddl_u8(v0.val[0], v2.val[0]);
+    sum = vaddq_u16(sum, vshlq_n_u16(vaddl_u8(v0.val[1], v1.val[1]), 2));
+    sum = vmlal_u8(sum, v1.val[0], vdup_n_u8(6));
+    vst1q_u16(dst + j, sum);
+  });
+}
+
+void ReduceV_NEON(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+  const uint16_t* r0 = rows[0];
+  const uint16_t* r1 = rows[1];
+  const uint16_t* r2 = rows[2];
+  const uint16_t* r3 = rows[3];
+  const uint16_t* r4 = rows[4];
+  reduce_v_any<8>(rows, dst, width, [&](int32_t x) {
+    vst1q_u16(dst + x, reduce8(vld1q_u16(r0 + x), vld1q_u16(r1 + x), vld1q_u16(r2 + x),
+                               vld1q_u16(r3 + x), vld1q_u16(r4 + x)));
+  });
+}
+
+// Pyramid rows of at most 4080: the sums in 16-bit lanes.
+void ReduceVPyramid_NEON(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+  const uint16_t* r0 = rows[0];
+  const uint16_t* r1 = rows[1];
+  const uint16_t* r2 = rows[2];
+  const uint16_t* r3 = rows[3];
+  const uint16_t* r4 = rows[4];
+  reduce_v_any<8>(rows, dst, width, [&](int32_t x) {
+    uint16x8_t sum = vaddq_u16(vld1q_u16(r0 + x), vld1q_u16(r4 + x));
+    sum = vmlaq_n_u16(sum, vaddq_u16(vld1q_u16(r1 + x), vld1q_u16(r3 + x)), 4);
+    sum = vmlaq_n_u16(sum, vld1q_u16(r2 + x), 6);
+    vst1q_u16(dst + x, vrshrq_n_u16(sum, 4));
+  });
+}
+
+void ExpandHUnsigned_NEON(const uint16_t* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
+  expand_h(coarse, coarse_width, fine, fine_width);
+}
+
+void ExpandHSigned_NEON(const int16_t* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
+  expand_h(coarse, coarse_width, fine, fine_width);
+}
+
+void LaplacianEven_NEON(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
+                        const uint16_t* below, int16_t* out, int32_t width) {
+  const int32_t x = whole_vectors<8>(width, [&](int32_t x) {
+    const uint16x8_t e = expand_even8(load8(above + x), load8(centre + x), load8(below + x));
+    vst1q_s16(out + x, vreinterpretq_s16_u16(vsubq_u16(load8(gauss + x), e)));
+  });
+  LaplacianEven_C(gauss + x, above + x, centre + x, below + x, out + x, width - x);
+}
+
+void LaplacianOdd_NEON(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below,
+                       int16_t* out, int32_t width) {
+  const int32_t x = whole_vectors<8>(width, [&](int32_t x) {
+    const uint16x8_t e = vrhaddq_u16(load8(centre + x), load8(below + x));
+    vst1q_s16(out + x, vreinterpretq_s16_u16(vsubq_u16(load8(gauss + x), e)));
+  });
+  LaplacianOdd_C(gauss + x, centre + x, below + x, out + x, width - x);
+}
+
 void CollapseEven_NEON(int16_t* level, const uint16_t* above, const uint16_t* centre,
                        const uint16_t* below, uint8_t* luma, int32_t width) {
   const int32_t body = collapse_vectors<8>(width, luma != nullptr, [&](auto with_luma, int32_t x) {
     const uint16x8_t v = expand_even8(load8(above + x), load8(centre + x), load8(below + x));
     collapse8<decltype(with_luma)::value>(level + x, v, with_luma ? luma + x : nullptr);
   });
-  PyramidRows_C.collapse_even(level + body, above + body, centre + body, below + body,
-                                     luma != nullptr ? luma + body : nullptr, width - body);
+  CollapseEven_C(level + body, above + body, centre + body, below + body, luma != nullptr ? luma + body : nullptr,
+                 width - body);
 }
 
 void CollapseOdd_NEON(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
@@ -191,16 +173,7 @@ void CollapseOdd_NEON(int16_t* level, const uint16_t* centre, const uint16_t* be
     collapse8<decltype(with_luma)::value>(level + x, vrhaddq_u16(load8(centre + x), load8(below + x)),
                                            with_luma ? luma + x : nullptr);
   });
-  PyramidRows_C.collapse_odd(level + body, centre + body, below + body,
-                                    luma != nullptr ? luma + body : nullptr, width - body);
+  CollapseOdd_C(level + body, centre + body, below + body, luma != nullptr ? luma + body : nullptr, width - body);
 }
-
-}  // namespace
-
-const PyramidRows PyramidRows_NEON = {
-    ReduceH_NEON,           ReduceHLuma_NEON,     ReduceV_NEON,       ReduceVPyramid_NEON,
-    ExpandH_NEON<uint16_t>, ExpandH_NEON<int16_t>, LaplacianEven_NEON, LaplacianOdd_NEON,
-    CollapseEven_NEON,      CollapseOdd_NEON,
-};
 
 }  // namespace tavo

@@ -38,7 +38,7 @@ constexpr ReduceRows reduce_rows_of(int32_t first, int32_t count, int32_t src_he
 // is the pyramid rows' reduce_v, or reduce_v_pyramid where the samples are a
 // crop pyramid's. 0, or -1 when the window cannot be taken (nothing is
 // written).
-using VerticalReduceRow = void (*)(const uint16_t* const* rows, uint16_t* dst, int32_t width);
+using VerticalReduceRow = ReduceVRow*;
 template <class HorizontalRow>
 int32_t reduce_band(HorizontalRow horizontal, VerticalReduceRow vertical, int32_t src_rows, uint16_t* dst,
                     int32_t dst_width, int32_t dst_rows, bool first, bool last) {

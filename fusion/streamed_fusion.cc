@@ -4,10 +4,9 @@
 #include <cstddef>
 #include <type_traits>
 
-#include "align/warp_rows.h"
-#include "fusion/blend_rows.h"
+#include "align/align_rows.h"
 #include "fusion/expanded_band.h"
-#include "fusion/pyramid_rows.h"
+#include "fusion/fusion_rows.h"
 #include "fusion/reduce_band.h"
 #include "platform/log.h"
 #include "platform/memory.h"
@@ -33,7 +32,7 @@ struct CropBand {
 // reduced horizontally as they stand, so level 0 is never stored or widened.
 int32_t crop_band_body(void* record) {
   const auto& a = band_payload<CropBand>(record);
-  const PyramidRows& rows = SelectPyramidRows();
+  const FusionRows rows = GetFusionRows();
   int32_t status = 0, first = 0, count = 0;
   while (status == 0 && a.chunks->take(&first, &count)) {
     const ReduceRows r = reduce_rows_of(first, count, a.src_height, a.dst_height);
@@ -62,11 +61,10 @@ class LevelPass;
 // that is not stored, made by the pass of that level when asked for.
 template <class Sample>
 struct ExpandedRows {
-  using Expand = void (*)(const Sample*, int32_t, uint16_t*, int32_t);
   const Sample* level;  // null when `pass` makes the rows
   LevelPass* pass;
   int32_t coarse_width, fine_width;
-  Expand expand;
+  ExpandHRow<Sample>* expand;
   uint16_t* slots;  // 4 x fine_width
   int32_t* tags;    // coarse row held by each slot, -1 for none
 
@@ -119,7 +117,7 @@ class LevelPass {
   int32_t l_ = 0, n_ = 0, wf_ = 0, hf_ = 0, wc_ = 0;
   bool level0_ = false;
   BandScratch scratch_;
-  const PyramidRows* fns_ = nullptr;
+  FusionRows fns_{};
   WidenX16RowFn widen_ = nullptr;
   BlendGroupsFn groups_ = nullptr;
   std::array<int32_t, kExposureFactors> factors_{};
@@ -173,9 +171,9 @@ int32_t LevelPass::init(const StreamedLevel& lv, int32_t level, bool on_demand, 
   scratch_.collapse = platform::mem_alloc(4 * sizeof(int32_t) + (on_demand ? 5 : 4) * row_bytes);
   if (scratch_.collapse == nullptr) return kCollapseFailed;
 
-  fns_ = &SelectPyramidRows();
-  widen_ = SelectWidenX16Row();
-  groups_ = SelectBlendGroups();
+  fns_ = GetFusionRows();
+  widen_ = GetAlignRows().widen_x16;
+  groups_ = fns_.blend_groups;
   build_exposure_factors(lv.lut, factors_.data());
   positive_weights_ = exposure_weights_positive(factors_.data(), n_);
 
@@ -196,7 +194,7 @@ int32_t LevelPass::init(const StreamedLevel& lv, int32_t level, bool on_demand, 
   for (int t = 0; t < 4; ++t) collapse_tags[t] = -1;
   auto* collapse_slots = reinterpret_cast<uint16_t*>(collapse_tags + 4);
   collapsed_rows_ = ExpandedRows<int16_t>{above == nullptr ? lv.collapsed[l_ + 1] : nullptr, above, wc_, wf_,
-                                          fns_->expand_h_signed, collapse_slots, collapse_tags};
+                                          fns_.expand_h_signed, collapse_slots, collapse_tags};
   own_row_ = on_demand ? reinterpret_cast<int16_t*>(collapse_slots + 4 * static_cast<size_t>(wf_)) : nullptr;
 
   // Where each frame's Gaussian rows of this level are read: the crop window
@@ -223,7 +221,7 @@ ptrdiff_t LevelPass::window_row(int32_t y) {
 }
 
 void LevelPass::make_row(int32_t y) {
-  const PyramidRows& fns = *fns_;
+  const FusionRows& fns = fns_;
   // Whole-level row numbers: the reflections at both ends of the level.
   const CoarseRows c = coarse_rows_of(y, hf_, lv_->heights[l_ + 1], true, true);
   const bool border = y == 0 || y == hf_ - 1;

@@ -41,6 +41,7 @@ int cpu_sets_off() {
     int flag;
   } kSwitches[] = {{"TAVO_HDR_DISABLE_SSE41", kCpuHasSSE41},
                    {"TAVO_HDR_DISABLE_AVX2", kCpuHasAVX2},
+                   {"TAVO_HDR_DISABLE_AVX512", kCpuHasAVX512},
                    {"TAVO_HDR_DISABLE_NEON", kCpuHasNEON}};
   int off = 0;
   for (const auto& s : kSwitches) {

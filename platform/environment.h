@@ -7,7 +7,8 @@
 //   TAVO_HDR_PROPERTIES   the host property file (platform/properties.h)
 //   TAVO_HDR_DUMP_DIR     the dump directory of a desktop build (api/)
 //   TAVO_HDR_LOG          where the host log writer sends its lines
-//   TAVO_HDR_DISABLE_AVX2, TAVO_HDR_DISABLE_SSE41, TAVO_HDR_DISABLE_NEON,
+//   TAVO_HDR_DISABLE_SSE41, TAVO_HDR_DISABLE_AVX2, TAVO_HDR_DISABLE_AVX512,
+//   TAVO_HDR_DISABLE_NEON,
 //   TAVO_HDR_PORTABLE     instruction sets switched off (platform/cpu.h)
 //
 // The phone build reads none of them but the instruction-set switches.

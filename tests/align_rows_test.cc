@@ -8,33 +8,35 @@
 #include <random>
 #include <vector>
 
-#include "align/mismatch_rows.h"
-#include "align/threshold_rows.h"
-#include "align/warp_rows.h"
-#include "align/wavelet_rows.h"
+#include "align/align_rows.h"
 #include "support/cpu_masks.h"
+#include "support/row_inputs.h"
 
 namespace {
 
-using tavo::test::OptimisedVariants;
+using tavo::AlignRows;
 using Alphabets = std::vector<std::vector<uint8_t>>;
 
-// What run(row, input, n) gives for the portable row and for every optimised
-// variant, on unit * n + 8 bytes drawn from each alphabet (all values when
-// empty) and read from `offset` on, for every length.
+// What run(row, input, n) gives for the table's row `entry` of every set this
+// processor runs, against the portable row, on unit * n + 8 bytes drawn from
+// each alphabet (all values when empty) and read from `offset` on, for every
+// length.
 template <class Row, class Run>
-void expect_variants_match(Row portable, const std::vector<std::pair<const char*, Row>>& variants,
-                           const Alphabets& alphabets, const std::vector<size_t>& lengths, size_t unit,
-                           std::initializer_list<size_t> offsets, Run run) {
+void expect_variants_match(Row AlignRows::*entry, const Alphabets& alphabets, const std::vector<size_t>& lengths,
+                           size_t unit, std::initializer_list<size_t> offsets, Run run) {
+  AlignRows portable_rows{};
+  tavo::InitAlignRows_C(&portable_rows);
+  const Row portable = portable_rows.*entry;
+  const auto variants = tavo::test::OptimisedVariants(tavo::GetAlignRows, entry);
   std::mt19937 rng(1);
   for (const auto& alphabet : alphabets) {
     for (size_t n : lengths) {
       for (size_t offset : offsets) {
-        std::vector<uint8_t> in(unit * n + 8);
-        for (auto& b : in) b = alphabet.empty() ? static_cast<uint8_t>(rng()) : alphabet[rng() % alphabet.size()];
+        const std::vector<uint8_t> in = tavo::test::draw_bytes(rng, unit * n + 8, alphabet);
         const auto want = run(portable, in.data() + offset, n);
-        for (const auto& [name, row] : variants) {
-          ASSERT_EQ(run(row, in.data() + offset, n), want) << name << " n " << n << " offset " << offset;
+        for (const auto& [set, row] : variants) {
+          SCOPED_TRACE(set);
+          ASSERT_EQ(run(row, in.data() + offset, n), want) << "n " << n << " offset " << offset;
         }
       }
     }
@@ -52,7 +54,7 @@ TEST(AlignRows, WaveletMainRowsMatchPortable) {
   // or 255 and around the signed-compare boundary; a last row without a pair
   // averages with itself.
   expect_variants_match(
-      tavo::WaveletMainRow_C, OptimisedVariants([] { return tavo::SelectWaveletMainRow(128); }),
+      &AlignRows::wavelet_main,
       {{}, {0}, {255}, {0, 255}, {100, 101, 102, 103, 104, 105, 106, 107, 108}, {250, 251, 252, 253, 254, 255},
        {0, 1, 2, 3, 4, 5, 6, 7, 8}},
       {0, 1, 2, 3, 4, 5, 11}, 64, {0, 1, 2, 3}, [](tavo::WaveletMainRowFn row, const uint8_t* top, size_t blocks) {
@@ -72,26 +74,25 @@ TEST(AlignRows, WaveletMainRowsMatchPortable) {
 TEST(AlignRows, MismatchRowsMatchPortable) {
   // Any bytes, the level maps' values, and small alphabets where a mask often
   // equals the bitmap difference (the select steps).
-  const auto variants = OptimisedVariants(tavo::SelectMismatchRow);
-  expect_variants_match(tavo::MismatchRow_C, variants, {{}, {0, 1, 255}, {0, 1, 2, 3}, {0, 255}}, up_to(70), 4,
+  expect_variants_match(&AlignRows::mismatch, {{}, {0, 1, 255}, {0, 1, 2, 3}, {0, 255}}, up_to(70), 4,
                         {0, 1, 3}, [](tavo::MismatchRowFn row, const uint8_t* p, size_t n) {
                           return row(p, p + n, p + 2 * n, p + 3 * n, static_cast<int32_t>(n));
                         });
   // A long row of the worst case: every byte scores 8.
   const std::vector<uint8_t> ones(5000, 0xff), zeros(5000, 0);
-  for (const auto& [name, row] : variants) {
-    EXPECT_EQ(row(zeros.data(), ones.data(), zeros.data(), zeros.data(), 5000), 5000u * 8) << name;
+  for (const auto& [set, row] : tavo::test::RowVariants(tavo::GetAlignRows, &AlignRows::mismatch)) {
+    EXPECT_EQ(row(zeros.data(), ones.data(), zeros.data(), zeros.data(), 5000), 5000u * 8) << set;
   }
 }
 
 TEST(AlignRows, WarpRowsMatchPortable) {
-  expect_variants_match(tavo::WidenX16Row_C, OptimisedVariants(tavo::SelectWidenX16Row), {{}}, up_to(70), 2,
+  expect_variants_match(&AlignRows::widen_x16, {{}}, up_to(70), 2,
                         {0, 1, 2, 7}, [](tavo::WidenX16RowFn row, const uint8_t* src, size_t n) {
                           std::vector<uint16_t> dst(n + 8, 0xBEEF);
                           row(src, dst.data() + n % 3, static_cast<int32_t>(n));
                           return dst;
                         });
-  expect_variants_match(tavo::SplitPairsRow_C, OptimisedVariants(tavo::SelectSplitPairsRow), {{}}, up_to(70), 2,
+  expect_variants_match(&AlignRows::split_pairs, {{}}, up_to(70), 2,
                         {0, 1, 2, 7}, [](tavo::SplitPairsRowFn row, const uint8_t* src, size_t n) {
                           std::vector<uint8_t> dst(2 * n + 16, 0xEE);
                           row(src, dst.data() + 1, dst.data() + n + 9, static_cast<int32_t>(n));
@@ -104,7 +105,7 @@ TEST(AlignRows, CountAboveRowsMatchPortable) {
   // both ends and around the signed-compare boundary. The rows add to the
   // counts they are given.
   expect_variants_match(
-      tavo::CountAboveRow_C, OptimisedVariants(tavo::SelectCountAboveRow), {{}, {0}, {255}, {0, 255}, {126, 127, 128, 129}},
+      &AlignRows::count_above, {{}, {0}, {255}, {0, 255}, {126, 127, 128, 129}},
       {0, 1, 15, 16, 31, 32, 33, 255 * 32 - 1, 255 * 32, 255 * 32 + 47, 3 * 255 * 32 + 17}, 1, {0, 3},
       [](tavo::CountAboveRowFn row, const uint8_t* src, size_t n) {
         uint8_t levels[tavo::kThresholdLevels] = {0, 255, 127, 128, 126, 129, 1, 254};

@@ -1,5 +1,6 @@
 // The environment's instruction-set switches take their sets away from every
-// row family as masking them does; TAVO_HDR_PORTABLE takes all of them.
+// module's row table as masking them does; TAVO_HDR_PORTABLE takes all of
+// them. Each table names the widest set it holds rows of.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -7,16 +8,8 @@
 #include <iterator>
 #include <optional>
 #include <string>
-#include <tuple>
-#include <utility>
+#include <vector>
 
-#include "align/mismatch_rows.h"
-#include "align/threshold_rows.h"
-#include "align/warp_rows.h"
-#include "align/wavelet_rows.h"
-#include "chroma/chroma_rows.h"
-#include "fusion/blend_rows.h"
-#include "fusion/pyramid_rows.h"
 #include "platform/cpu.h"
 #include "platform/environment.h"
 #include "support/cpu_masks.h"
@@ -25,15 +18,9 @@ namespace tavo {
 namespace {
 
 using platform::kCpuHasAVX2;
+using platform::kCpuHasAVX512;
 using platform::kCpuHasNEON;
 using platform::kCpuHasSSE41;
-
-// What every family's selector returns.
-auto selected() {
-  return std::make_tuple(SelectMismatchRow(), SelectWidenX16Row(), SelectSplitPairsRow(),
-                         SelectWaveletMainRow(128), SelectCountAboveRow(), SelectBlendGroups(),
-                         &SelectPyramidRows(), SelectChromaRows());
-}
 
 // Sets a variable (unsets it for null) and has the library read the
 // environment again; puts both back when it goes.
@@ -60,6 +47,7 @@ constexpr struct {
   int mask;
 } kSwitches[] = {{"TAVO_HDR_DISABLE_AVX2", ~kCpuHasAVX2},
                  {"TAVO_HDR_DISABLE_SSE41", ~kCpuHasSSE41},
+                 {"TAVO_HDR_DISABLE_AVX512", ~kCpuHasAVX512},
                  {"TAVO_HDR_DISABLE_NEON", ~kCpuHasNEON},
                  {"TAVO_HDR_PORTABLE", 0}};
 
@@ -69,24 +57,46 @@ TEST(CpuFlags, EnvironmentSwitchesActLikeMasks) {
   for (const auto& s : kSwitches) {
     const auto masked = [&] {
       const test::ScopedCpuMask mask(s.mask);
-      return selected();
+      return test::RowTables{};
     }();
     const ScopedSwitch on(s.variable, "1");
     EXPECT_EQ(platform::TestCpuFlag(~s.mask), 0) << s.variable;
-    EXPECT_TRUE(selected() == masked) << s.variable;
+    EXPECT_TRUE(test::RowTables{} == masked) << s.variable;
   }
   const ScopedSwitch portable("TAVO_HDR_PORTABLE", "1");
-  EXPECT_TRUE(selected() == std::make_tuple(MismatchRow_C, WidenX16Row_C, SplitPairsRow_C, WaveletMainRow_C,
-                                            CountAboveRow_C, BlendGroups_C, &PyramidRows_C,
-                                            ChromaRowFns{ChromaGroups_C, ChromaPairGroups_C}));
+  EXPECT_EQ(test::RowTables{}.sets(), "align C, fusion C, chroma C");
+}
+
+// Under every mask, each module's table names the widest set that is on of
+// those it has rows of, "C" when none is.
+TEST(CpuFlags, TablesNameTheWidestSetTheyHoldRowsOf) {
+  const struct {
+    const char* module;
+    std::vector<int> sets;  // with rows in the module, narrowest first
+    const char* (*named)();
+  } modules[] = {
+      {"align", {kCpuHasSSE41, kCpuHasAVX2, kCpuHasNEON}, [] { return GetAlignRows().set; }},
+      {"fusion", {kCpuHasAVX2, kCpuHasNEON}, [] { return GetFusionRows().set; }},
+      {"chroma", {kCpuHasAVX2, kCpuHasNEON}, [] { return GetChromaRows().set; }},
+  };
+  for (const test::CpuMask& m : test::kCpuMasks) {
+    const test::ScopedCpuMask scoped(m.mask);
+    for (const auto& module : modules) {
+      const char* widest = "C";
+      for (int set : module.sets) {
+        if (platform::TestCpuFlag(set)) widest = platform::CpuSetName(set);
+      }
+      EXPECT_STREQ(module.named(), widest) << m.name << ", " << module.module;
+    }
+  }
 }
 
 // The sets on, printed; a run on an emulated processor names the ones it
 // must have in TAVO_TEST_CPU_SETS.
 TEST(CpuFlags, SetsOnAreTheExpectedOnes) {
   std::string on;
-  for (const auto& [flag, name] : {std::pair{kCpuHasSSE41, "SSE4.1"}, {kCpuHasAVX2, "AVX2"}, {kCpuHasNEON, "NEON"}}) {
-    if (platform::TestCpuFlag(flag)) on += (on.empty() ? "" : " ") + std::string(name);
+  for (int flag : {kCpuHasSSE41, kCpuHasAVX2, kCpuHasAVX512, kCpuHasNEON}) {
+    if (platform::TestCpuFlag(flag)) on += (on.empty() ? "" : " ") + std::string(platform::CpuSetName(flag));
   }
   printf("instruction sets on: %s\n", on.empty() ? "none" : on.c_str());
   if (const char* expected = getenv("TAVO_TEST_CPU_SETS")) {

@@ -43,7 +43,10 @@ class EndToEnd : public test::PoolTest,
 TEST_P(EndToEnd, FusedFrameMatchesItsChecksum) {
   const test::ScopedTickingClock clock;
   const CaptureCase& c = std::get<0>(GetParam());
-  const test::ScopedCpuMask mask(std::get<1>(GetParam()).mask);
+  const test::CpuMask& m = std::get<1>(GetParam());
+  if (test::RepeatsAnEarlierMask(m)) GTEST_SKIP() << "the rows of an earlier mask";
+  const test::ScopedCpuMask mask(m.mask);
+  SCOPED_TRACE(test::RowTables{}.sets());
   int32_t result = -1;
   const std::vector<uint8_t> out = capture(c, &result);
   ASSERT_EQ(result, 0);

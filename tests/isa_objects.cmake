@@ -1,7 +1,7 @@
-# Objects built for an instruction set (NAME_avx2, NAME_sse41, NAME_neon) must
-# share no symbol with the library's other objects: of two weak (inline or
-# template) definitions the linker keeps one, and an AVX2 one kept for a
-# portable caller dies on a processor without AVX. Fails on every global or
+# Objects built for an instruction set (NAME_sse41, NAME_avx2, NAME_avx512,
+# NAME_neon) must share no symbol with the library's other objects: of two
+# weak (inline or template) definitions the linker keeps one, and an AVX2 one
+# kept for a portable caller dies on a processor without AVX. Fails on every global or
 # weak symbol such an object defines that another object defines too.
 # Arguments: NM, OBJECTS (the library's object files).
 include(${CMAKE_CURRENT_LIST_DIR}/run_checked.cmake)
@@ -22,7 +22,7 @@ foreach(line IN LISTS lines)
     continue()
   endif()
   list(APPEND defined_by_${symbol} ${object})
-  if(object MATCHES "_(avx2|sse41|neon)\\.[^/]*$")
+  if(object MATCHES "_(sse41|avx2|avx512|neon)\\.[^/]*$")
     list(APPEND isa_symbols ${symbol})
   endif()
 endforeach()

@@ -14,10 +14,12 @@
 #include <tuple>
 #include <vector>
 
+#include "fusion/fusion_rows.h"
 #include "fusion/pyramid_geometry.h"
-#include "fusion/pyramid_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "support/cpu_masks.h"
+#include "support/row_inputs.h"
+#include "support/test_support.h"
 
 namespace tavo {
 namespace {
@@ -60,25 +62,13 @@ TEST(PyramidGeometry, LevelCountsAndSizes) {
   }
 }
 
-// Patterns 0 and 1 draw random 16-bit and 12-bit samples; the others alternate
-// between two values: flat extremes, alternating extremes (the largest sums
-// and differences) and the signed extremes.
-constexpr uint16_t kAlternating[][2] = {{0, 0}, {4080, 4080}, {0xffff, 0xffff}, {0, 4080}, {0xffff, 0}, {0x7fff, 0x8000}};
-constexpr int kPatterns = 2 + std::size(kAlternating);
+using test::make_row;
 
-// `offset` unused samples, then n samples of the pattern, nothing after them.
-template <class Sample = uint16_t>
-std::vector<Sample> make_row(int offset, int n, int pattern, uint32_t seed) {
-  std::mt19937 rng(seed);
-  std::vector<Sample> v(offset + n, static_cast<Sample>(0x1234));
-  for (int i = 0; i < n; ++i) {
-    const uint32_t r = rng();
-    v[offset + i] = static_cast<Sample>(pattern == 0 ? r : pattern == 1 ? r % 4081 : kAlternating[pattern - 2][(i + seed) % 2]);
-  }
-  return v;
-}
-
-const PyramidRows& c = PyramidRows_C;
+const FusionRows c = [] {
+  FusionRows rows{};
+  InitFusionRows_C(&rows);
+  return rows;
+}();
 
 // Runs body(rows, pattern, width, offset, seed) for every instruction set the
 // processor runs, every pattern, every width up to 40 and some longer ones
@@ -86,28 +76,28 @@ const PyramidRows& c = PyramidRows_C;
 // compares run(rows) with run(portable rows) through same().
 template <class Body>
 void for_all(bool horizontal, Body body) {
-  const auto variants = test::OptimisedVariants([] { return &SelectPyramidRows(); });
+  const auto variants = test::OptimisedVariants(GetFusionRows, [](const FusionRows& rows) { return rows; });
   if (variants.empty()) GTEST_SKIP() << "portable rows only";
   std::vector<int> widths;
   for (int w = horizontal ? 3 : 1; w <= (horizontal ? 81 : 40); ++w) widths.push_back(w);
   widths.insert(widths.end(), {127, 128, 129, 257, 514});
   uint32_t seed = 1;
-  for (const auto& [name, rows] : variants)
-    for (int pattern = 0; pattern < kPatterns; ++pattern)
+  for (const auto& [set, rows] : variants)
+    for (int pattern = 0; pattern < test::kRowPatterns; ++pattern)
       for (int width : widths)
         for (int offset : {0, 1, 3, 6}) {
-          SCOPED_TRACE(std::string(name) + " pattern " + std::to_string(pattern) + " width " +
+          SCOPED_TRACE(std::string(set) + " pattern " + std::to_string(pattern) + " width " +
                        std::to_string(width) + " offset " + std::to_string(offset));
-          body(*rows, pattern, width, offset, seed++);
+          body(rows, pattern, width, offset, seed++);
           if (::testing::Test::HasFailure()) return;
         }
 }
 
 template <class Run>
-void same(const PyramidRows& r, Run run) { EXPECT_EQ(run(r), run(c)); }
+void same(const FusionRows& r, Run run) { EXPECT_EQ(run(r), run(c)); }
 
 TEST(PyramidRows, HorizontalRowsMatchPortable) {
-  for_all(true, [](const PyramidRows& r, int pattern, int w, int off, uint32_t seed) {
+  for_all(true, [](const FusionRows& r, int pattern, int w, int off, uint32_t seed) {
     const int half = (w + 1) / 2;
     const auto src = make_row(off, w, pattern, seed), coarse = make_row(off, half, pattern, seed);
     const auto signed_coarse = make_row<int16_t>(off, half, pattern, seed);
@@ -120,7 +110,7 @@ TEST(PyramidRows, HorizontalRowsMatchPortable) {
     U16 widened(src.size()), expect = coarse_out, got = coarse_out;
     for (size_t i = 0; i < src.size(); ++i) luma[i] = static_cast<uint8_t>(src[i]), widened[i] = 16 * luma[i];
     c.reduce_h(widened.data() + off, w, expect.data() + off, half);
-    for (const PyramidRows* k : {&c, &r}) {
+    for (const FusionRows* k : {&c, &r}) {
       k->reduce_h_luma(luma.data() + off, w, got.data() + off, half);
       EXPECT_EQ(got, expect);
     }
@@ -128,7 +118,7 @@ TEST(PyramidRows, HorizontalRowsMatchPortable) {
 }
 
 TEST(PyramidRows, VerticalRowsMatchPortable) {
-  for_all(false, [](const PyramidRows& r, int pattern, int w, int off, uint32_t seed) {
+  for_all(false, [](const FusionRows& r, int pattern, int w, int off, uint32_t seed) {
     // Five rows at different offsets, the odd ones random over 16 bits, and
     // the same rows held to a pyramid's samples, 0 ... 4080.
     U16 in[5], held[5];
@@ -143,7 +133,7 @@ TEST(PyramidRows, VerticalRowsMatchPortable) {
     same(r, [&](auto& k) { auto o = out; k.reduce_v(rows, o.data() + off, w); return o; });
     U16 expect = out, got = out;
     c.reduce_v(held_rows, expect.data() + off, w);
-    for (const PyramidRows* k : {&c, &r}) {
+    for (const FusionRows* k : {&c, &r}) {
       k->reduce_v_pyramid(held_rows, got.data() + off, w);
       EXPECT_EQ(got, expect);
     }

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "support/cpu_masks.h"
+
 namespace tavo::test {
 
 // Every log line written while it lives (the whole formatted message).
@@ -53,6 +55,19 @@ std::vector<T> random_samples(size_t n, uint32_t seed, int lo, int hi) {
 }
 
 inline std::vector<uint8_t> random_bytes(size_t n, uint32_t seed) { return random_samples<uint8_t>(n, seed, 0, 255); }
+
+// body(mask) under every mask that gives tables of rows of its own (a mask
+// that repeats an earlier one's rows is left out), traced with the mask's
+// name and the sets its tables name.
+template <class Body>
+void ForEachCpuMask(Body body) {
+  for (const CpuMask& m : kCpuMasks) {
+    if (RepeatsAnEarlierMask(m)) continue;
+    const ScopedCpuMask scoped(m.mask);
+    SCOPED_TRACE(std::string(m.name) + ": " + RowTables{}.sets());
+    body(m);
+  }
+}
 
 // Properties of the host property file for as long as it lives (the
 // library's environment is read again when it starts and when it ends).

@@ -1,0 +1,11 @@
+#include "align/align_rows.h"
+
+namespace tavo {
+
+void InitAlignRows_AVX2(AlignRows* rows) {
+  rows->mismatch = MismatchRow_AVX2;
+  rows->wavelet_main = WaveletMainRow_AVX2;
+  rows->count_above = CountAboveRow_AVX2;
+}
+
+}  // namespace tavo

@@ -1,0 +1,13 @@
+#include "align/align_rows.h"
+
+namespace tavo {
+
+void InitAlignRows_NEON(AlignRows* rows) {
+  rows->mismatch = MismatchRow_NEON;
+  rows->widen_x16 = WidenX16Row_NEON;
+  rows->split_pairs = SplitPairsRow_NEON;
+  rows->wavelet_main = WaveletMainRow_NEON;
+  rows->count_above = CountAboveRow_NEON;
+}
+
+}  // namespace tavo
