@@ -1,8 +1,9 @@
-// Grouped chroma rule with AVX2: weights gathered from the table, wrapping
-// 32-bit lane sums, and the division through the emulated ARM reciprocal
-// estimate and step. Tables whose weights all lie in 1 ... 32767 take sixteen
-// samples a step: their sums stay positive and unwrapped, so they convert to
-// float directly and the quotient needs no saturation.
+// Chroma rows with AVX2: the grouped rule with weights gathered from the
+// table, wrapping 32-bit lane sums, and the division through the emulated ARM
+// reciprocal estimate and step; the exact rule for the tail in scalar code.
+// Tables whose weights all lie in 1 ... 32767 take sixteen samples a step:
+// their sums stay positive and unwrapped, so they convert to float directly
+// and the quotient needs no saturation.
 #include <immintrin.h>
 
 #include "chroma/chroma_rows.h"
@@ -43,7 +44,7 @@ void plane_groups_any(const ChromaRowArgs& row, uint8_t* out, int32_t count) {
     Sums sums;
     for (int32_t f = 0; f < row.frames; ++f) {
       const auto* p = reinterpret_cast<const __m128i*>(row.src[f] + row.offset + x);
-      sums.add(row.weights, bytes_to_lanes(_mm_loadl_epi64(p)));
+      sums.add(row.weights->w, bytes_to_lanes(_mm_loadl_epi64(p)));
     }
     store_grouped(sums, out + x);
   }
@@ -57,8 +58,8 @@ void pair_groups_any(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, i
     for (int32_t f = 0; f < row.frames; ++f) {
       const auto* at = reinterpret_cast<const __m128i*>(row.src[f] + row.offset + 2 * static_cast<ptrdiff_t>(p));
       const __m128i vu = _mm_shuffle_epi8(_mm_loadu_si128(at), split);
-      v.add(row.weights, bytes_to_lanes(vu));
-      u.add(row.weights, bytes_to_lanes(_mm_srli_si128(vu, 8)));
+      v.add(row.weights->w, bytes_to_lanes(vu));
+      u.add(row.weights->w, bytes_to_lanes(_mm_srli_si128(vu, 8)));
     }
     store_grouped(u, out_u + p);
     store_grouped(v, out_v + p);
@@ -103,72 +104,107 @@ inline void store_positive(const PositiveSums& sums, uint8_t* out) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
 }
 
+// Steps of sixteen from 0, a remainder of eight by one more that ends at
+// `count` (eight results made twice, the same bytes); fewer than sixteen by
+// `short_run`.
+template <class Step16, class Short>
+inline void sixteens(int32_t count, Step16&& step16, Short&& short_run) {
+  if (count < 16) return short_run();
+  int32_t x = 0;
+  for (; x + 16 <= count; x += 16) step16(x);
+  if (x < count) step16(count - 16);
+}
+
+template <int kFrames>
+inline void plane_step_positive(const ChromaFrames<kFrames>& frames, const int32_t* weights, uint8_t* out, int32_t x) {
+  PositiveSums sums;
+  const int32_t n = frames.count();
+#pragma GCC unroll 4
+  for (int32_t f = 0; f < n; ++f) {
+    sums.add(weights, _mm_loadu_si128(reinterpret_cast<const __m128i*>(frames[f] + x)));
+  }
+  store_positive(sums, out + x);
+}
+
+template <int kFrames>
+inline void pair_step_positive(const ChromaFrames<kFrames>& frames, const int32_t* weights, uint8_t* out_u,
+                               uint8_t* out_v, int32_t p) {
+  // Per 128-bit half: the first bytes of its eight pairs, then the second.
+  const __m256i split = _mm256_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15,
+                                         0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
+  PositiveSums u, v;
+  const int32_t n = frames.count();
+#pragma GCC unroll 4
+  for (int32_t f = 0; f < n; ++f) {
+    const auto* at = reinterpret_cast<const __m256i*>(frames[f] + 2 * static_cast<ptrdiff_t>(p));
+    // Sixteen first bytes in the low half, sixteen second bytes in the high half.
+    const __m256i vu = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(_mm256_loadu_si256(at), split), 0xd8);
+    v.add(weights, _mm256_castsi256_si128(vu));
+    u.add(weights, _mm256_extracti128_si256(vu, 1));
+  }
+  store_positive(u, out_u + p);
+  store_positive(v, out_v + p);
+}
+
 template <int kFrames>
 void plane_groups_positive(const ChromaRowArgs& row, uint8_t* out, int32_t count) {
-  const int32_t frames = kFrames > 0 ? kFrames : row.frames;
-  int32_t x = 0;
-  for (; x + 16 <= count; x += 16) {
-    PositiveSums sums;
-#pragma GCC unroll 4
-    for (int32_t f = 0; f < frames; ++f) {
-      sums.add(row.weights, _mm_loadu_si128(reinterpret_cast<const __m128i*>(row.src[f] + row.offset + x)));
-    }
-    store_positive(sums, out + x);
-  }
-  if (x < count) plane_groups_any(ChromaRowArgs{row.src, row.weights, row.offset + x, row.frames}, out + x, count - x);
+  const ChromaFrames<kFrames> frames(row);
+  sixteens(
+      count, [&](int32_t x) { plane_step_positive(frames, row.weights->w, out, x); },
+      [&] { plane_groups_any(row, out, count); });
 }
 
 template <int kFrames>
 void pair_groups_positive(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
-  const int32_t frames = kFrames > 0 ? kFrames : row.frames;
-  // Per 128-bit half: the first bytes of its eight pairs, then the second.
-  const __m256i split = _mm256_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15,
-                                         0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
-  int32_t p = 0;
-  for (; p + 16 <= pairs; p += 16) {
-    PositiveSums u, v;
-#pragma GCC unroll 4
-    for (int32_t f = 0; f < frames; ++f) {
-      const auto* at = reinterpret_cast<const __m256i*>(row.src[f] + row.offset + 2 * static_cast<ptrdiff_t>(p));
-      // Sixteen first bytes in the low half, sixteen second bytes in the high half.
-      const __m256i vu = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(_mm256_loadu_si256(at), split), 0xd8);
-      v.add(row.weights, _mm256_castsi256_si128(vu));
-      u.add(row.weights, _mm256_extracti128_si256(vu, 1));
-    }
-    store_positive(u, out_u + p);
-    store_positive(v, out_v + p);
+  const ChromaFrames<kFrames> frames(row);
+  sixteens(
+      pairs, [&](int32_t p) { pair_step_positive(frames, row.weights->w, out_u, out_v, p); },
+      [&] { pair_groups_any(row, out_u, out_v, pairs); });
+}
+
+template <int kFrames>
+void plane_row(const ChromaRowArgs& row, uint8_t* out, int32_t width) {
+  const int32_t grouped = width / 8 * 8;
+  if (row.weights->positive) {
+    plane_groups_positive<kFrames>(row, out, grouped);
+  } else {
+    plane_groups_any(row, out, grouped);
   }
-  if (p < pairs) {
-    pair_groups_any(ChromaRowArgs{row.src, row.weights, row.offset + 2 * static_cast<ptrdiff_t>(p), row.frames},
-                    out_u + p, out_v + p, pairs - p);
+  chroma_exact_tail<kFrames>(row, out, grouped, width);
+}
+
+template <int kFrames>
+void pair_row(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
+  const int32_t grouped = pairs / 8 * 8;
+  if (row.weights->positive) {
+    pair_groups_positive<kFrames>(row, out_u, out_v, grouped);
+  } else {
+    pair_groups_any(row, out_u, out_v, grouped);
   }
+  chroma_pair_exact_tail<kFrames>(row, out_u, out_v, grouped, pairs);
 }
 
 }  // namespace
 
-void ChromaGroups_AVX2(const ChromaRowArgs& row, uint8_t* out, int32_t count) {
-  if (row.positive_weights && row.frames == 3) {
-    plane_groups_positive<3>(row, out, count);
-  } else if (row.positive_weights) {
-    plane_groups_positive<0>(row, out, count);
+void ChromaRow_AVX2(const ChromaRowArgs& row, uint8_t* out, int32_t width) {
+  if (row.frames == 3) {
+    plane_row<3>(row, out, width);
   } else {
-    plane_groups_any(row, out, count);
+    plane_row<0>(row, out, width);
   }
 }
 
-void ChromaPairGroups_AVX2(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
-  if (row.positive_weights && row.frames == 3) {
-    pair_groups_positive<3>(row, out_u, out_v, pairs);
-  } else if (row.positive_weights) {
-    pair_groups_positive<0>(row, out_u, out_v, pairs);
+void ChromaPairRow_AVX2(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
+  if (row.frames == 3) {
+    pair_row<3>(row, out_u, out_v, pairs);
   } else {
-    pair_groups_any(row, out_u, out_v, pairs);
+    pair_row<0>(row, out_u, out_v, pairs);
   }
 }
 
 void InitChromaRows_AVX2(ChromaRows* rows) {
-  rows->plane = ChromaGroups_AVX2;
-  rows->pairs = ChromaPairGroups_AVX2;
+  rows->plane = ChromaRow_AVX2;
+  rows->pairs = ChromaPairRow_AVX2;
 }
 
 }  // namespace tavo
