@@ -41,6 +41,7 @@ ChromaRows GetChromaRows() {
   return platform::rows_of_sets_on<ChromaRows>(InitChromaRows_C, {
 #if defined(__x86_64__)
       {platform::kCpuHasAVX2, InitChromaRows_AVX2},
+      {platform::kCpuHasAVX512, InitChromaRows_AVX512},
 #endif
 #if defined(__aarch64__)
       {platform::kCpuHasNEON, InitChromaRows_NEON},

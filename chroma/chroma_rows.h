@@ -5,7 +5,7 @@
 // (platform/fixed_point_mean.h).
 //
 // A row function fuses a whole row, both rules. The portable functions are the
-// reference; the _NEON and _AVX2 variants give the same bytes.
+// reference; the _NEON, _AVX2 and _AVX512 variants give the same bytes.
 #pragma once
 
 #include <cstddef>
@@ -53,6 +53,8 @@ void ChromaPairRow_NEON(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v
 #if defined(__x86_64__)
 void ChromaRow_AVX2(const ChromaRowArgs& row, uint8_t* out, int32_t width);
 void ChromaPairRow_AVX2(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs);
+void ChromaRow_AVX512(const ChromaRowArgs& row, uint8_t* out, int32_t width);
+void ChromaPairRow_AVX512(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs);
 #endif
 
 // The chroma fusion's rows as one table (the shape: platform/row_sets.h).
@@ -66,6 +68,7 @@ struct ChromaRows {
 void InitChromaRows_C(ChromaRows* rows);
 #if defined(__x86_64__)
 void InitChromaRows_AVX2(ChromaRows* rows);
+void InitChromaRows_AVX512(ChromaRows* rows);
 #endif
 #if defined(__aarch64__)
 void InitChromaRows_NEON(ChromaRows* rows);
