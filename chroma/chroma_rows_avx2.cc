@@ -39,8 +39,9 @@ inline void store_grouped(const Sums& sums, uint8_t* out) {
   _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(words, words));
 }
 
-void plane_groups_any(const ChromaRowArgs& row, uint8_t* out, int32_t count) {
-  for (int32_t x = 0; x < count; x += 8) {
+// Samples (pairs) `from` ... count-1, from and count multiples of eight.
+void plane_groups_any(const ChromaRowArgs& row, uint8_t* out, int32_t from, int32_t count) {
+  for (int32_t x = from; x < count; x += 8) {
     Sums sums;
     for (int32_t f = 0; f < row.frames; ++f) {
       const auto* p = reinterpret_cast<const __m128i*>(row.src[f] + row.offset + x);
@@ -50,10 +51,10 @@ void plane_groups_any(const ChromaRowArgs& row, uint8_t* out, int32_t count) {
   }
 }
 
-void pair_groups_any(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
+void pair_groups_any(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t from, int32_t pairs) {
   // First bytes of the pairs to the low half, second bytes to the high half.
   const __m128i split = _mm_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
-  for (int32_t p = 0; p < pairs; p += 8) {
+  for (int32_t p = from; p < pairs; p += 8) {
     Sums u, v;
     for (int32_t f = 0; f < row.frames; ++f) {
       const auto* at = reinterpret_cast<const __m128i*>(row.src[f] + row.offset + 2 * static_cast<ptrdiff_t>(p));
@@ -104,17 +105,6 @@ inline void store_positive(const PositiveSums& sums, uint8_t* out) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
 }
 
-// Steps of sixteen from 0, a remainder of eight by one more that ends at
-// `count` (eight results made twice, the same bytes); fewer than sixteen by
-// `short_run`.
-template <class Step16, class Short>
-inline void sixteens(int32_t count, Step16&& step16, Short&& short_run) {
-  if (count < 16) return short_run();
-  int32_t x = 0;
-  for (; x + 16 <= count; x += 16) step16(x);
-  if (x < count) step16(count - 16);
-}
-
 template <int kFrames>
 inline void plane_step_positive(const ChromaFrames<kFrames>& frames, const int32_t* weights, uint8_t* out, int32_t x) {
   PositiveSums sums;
@@ -146,41 +136,29 @@ inline void pair_step_positive(const ChromaFrames<kFrames>& frames, const int32_
   store_positive(v, out_v + p);
 }
 
-template <int kFrames>
-void plane_groups_positive(const ChromaRowArgs& row, uint8_t* out, int32_t count) {
-  const ChromaFrames<kFrames> frames(row);
-  sixteens(
-      count, [&](int32_t x) { plane_step_positive(frames, row.weights->w, out, x); },
-      [&] { plane_groups_any(row, out, count); });
-}
-
-template <int kFrames>
-void pair_groups_positive(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
-  const ChromaFrames<kFrames> frames(row);
-  sixteens(
-      pairs, [&](int32_t p) { pair_step_positive(frames, row.weights->w, out_u, out_v, p); },
-      [&] { pair_groups_any(row, out_u, out_v, pairs); });
-}
-
+// Steps of sixteen while they fit for positive tables, eights for the rest of
+// the grouped samples, then the exact rule.
 template <int kFrames>
 void plane_row(const ChromaRowArgs& row, uint8_t* out, int32_t width) {
+  const ChromaFrames<kFrames> frames(row);
   const int32_t grouped = width / 8 * 8;
+  int32_t x = 0;
   if (row.weights->positive) {
-    plane_groups_positive<kFrames>(row, out, grouped);
-  } else {
-    plane_groups_any(row, out, grouped);
+    for (; x + 16 <= grouped; x += 16) plane_step_positive(frames, row.weights->w, out, x);
   }
+  plane_groups_any(row, out, x, grouped);
   chroma_exact_tail<kFrames>(row, out, grouped, width);
 }
 
 template <int kFrames>
 void pair_row(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
+  const ChromaFrames<kFrames> frames(row);
   const int32_t grouped = pairs / 8 * 8;
+  int32_t p = 0;
   if (row.weights->positive) {
-    pair_groups_positive<kFrames>(row, out_u, out_v, grouped);
-  } else {
-    pair_groups_any(row, out_u, out_v, grouped);
+    for (; p + 16 <= grouped; p += 16) pair_step_positive(frames, row.weights->w, out_u, out_v, p);
   }
+  pair_groups_any(row, out_u, out_v, p, grouped);
   chroma_pair_exact_tail<kFrames>(row, out_u, out_v, grouped, pairs);
 }
 
