@@ -106,7 +106,8 @@ inline void store_positive(const PositiveSums& sums, uint8_t* out) {
 }
 
 template <int kFrames>
-inline void plane_step_positive(const ChromaFrames<kFrames>& frames, const int32_t* weights, uint8_t* out, int32_t x) {
+[[gnu::always_inline]] inline void plane_step_positive(const ChromaFrames<kFrames>& frames, const int32_t* weights,
+                                                       uint8_t* out, int32_t x) {
   PositiveSums sums;
   const int32_t n = frames.count();
 #pragma GCC unroll 4
@@ -117,8 +118,8 @@ inline void plane_step_positive(const ChromaFrames<kFrames>& frames, const int32
 }
 
 template <int kFrames>
-inline void pair_step_positive(const ChromaFrames<kFrames>& frames, const int32_t* weights, uint8_t* out_u,
-                               uint8_t* out_v, int32_t p) {
+[[gnu::always_inline]] inline void pair_step_positive(const ChromaFrames<kFrames>& frames, const int32_t* weights,
+                                                      uint8_t* out_u, uint8_t* out_v, int32_t p) {
   // Per 128-bit half: the first bytes of its eight pairs, then the second.
   const __m256i split = _mm256_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15,
                                          0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
