@@ -58,6 +58,12 @@ TEST(ChromaFusion, EveryColumnFollowsItsRuleInEveryRowVariant) {
 
       Bytes generic(n), planar(n), u(n), v(n);
       fusionUV(src.data(), generic.data(), lut.data(), width, rows, frames);
+      // Fused in place, over frame 0's plane: no output byte is read back.
+      Bytes in_place = planes[0];
+      std::vector<const uint8_t*> in_place_src = src;
+      in_place_src[0] = in_place.data() + skew;
+      fusionUV(in_place_src.data(), in_place.data() + skew, lut.data(), width, rows, frames);
+      ASSERT_EQ(Bytes(in_place.begin() + skew, in_place.end()), generic) << frames << " frames, width " << width;
       if (frames == 3) {
         fusionUV_plane(src.data(), planar.data(), lut.data(), width, width, rows);
       } else {
