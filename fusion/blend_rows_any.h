@@ -1,0 +1,120 @@
+// The shape of the instruction-set blending rows: vectors of kStep samples
+// (kStep/2, ... 8 in rows too short for them), each row's last vector ending
+// at its last sample over samples done already, which it gives again; the
+// portable code, inlined, for the columns outside the vectors. A set file
+// holds its vector step only and gives the portable bytes at every width.
+// Included by the set files only.
+//
+// step(contrast, lanes, x, split) blends the `lanes` samples from x (contrast
+// and lanes are std::bool_constant and std::integral_constant): those before
+// split by the grouped rule, the others by the exact rule. The exact rule is
+// asked for only when the weights are positive; otherwise the portable code
+// gives those samples after the vectors.
+#pragma once
+
+#include <cstdint>
+#include <type_traits>
+
+#include "fusion/blend_rows.h"
+
+namespace tavo {
+// Local to each object (see the instruction-set flags in CMakeLists.txt).
+namespace {
+
+// Where a row's samples lie, copied out of the row once so that they stay in
+// registers across the vectors: frame f's Gaussian and Laplacian samples at
+// gauss(f) and lap(f); kFrames frames when the count is known at compile
+// time, else (kFrames = 0) row.frames, read from the row.
+template <int kFrames>
+struct RowSamples {
+  explicit RowSamples(const BlendRowArgs& row)
+      : out(row.out), factors(row.factors), up(row.up), down(row.down), frames(kFrames) {
+    for (int f = 0; f < kFrames; ++f) {
+      gauss_[f] = row.gauss[f] + row.gauss_offset;
+      lap_[f] = row.lap[f] + row.lap_offset;
+    }
+  }
+  const uint16_t* gauss(int f) const { return gauss_[f]; }
+  const int16_t* lap(int f) const { return lap_[f]; }
+  int16_t* out;
+  const ExposureFactors* factors;
+  ptrdiff_t up, down;
+  int32_t frames;
+
+ private:
+  const uint16_t* gauss_[kFrames];
+  const int16_t* lap_[kFrames];
+};
+
+template <>
+struct RowSamples<0> {
+  explicit RowSamples(const BlendRowArgs& r)
+      : out(r.out), factors(r.factors), up(r.up), down(r.down), frames(r.frames), row(r) {}
+  const uint16_t* gauss(int f) const { return row.gauss[f] + row.gauss_offset; }
+  const int16_t* lap(int f) const { return row.lap[f] + row.lap_offset; }
+  int16_t* out;
+  const ExposureFactors* factors;
+  ptrdiff_t up, down;
+  int32_t frames;
+
+ private:
+  const BlendRowArgs& row;
+};
+
+template <bool kContrast, int32_t kLanes, class Step>
+[[gnu::always_inline]] inline void blend_step(Step& step, int32_t x, int32_t split) {
+  step(std::bool_constant<kContrast>{}, std::integral_constant<int32_t, kLanes>{}, x, split);
+}
+
+// Interior samples x ... end-1 by the widest vectors that fit between columns
+// 0 and end: whole vectors over the grouped samples, then one ending at end.
+template <int32_t kLanes, class Step>
+[[gnu::always_inline]] inline void interior_vectors(const BlendRowArgs& row, int32_t end, int32_t split, int32_t& x, Step& step) {
+  if (end - kLanes >= 1) {
+    for (; x + kLanes <= split; x += kLanes) blend_step<true, kLanes>(step, x, split);
+    if (x < (row.positive_weights ? end : split)) {
+      blend_step<true, kLanes>(step, end - kLanes, split);
+      x = end;
+    }
+  } else if constexpr (kLanes > 8) {
+    interior_vectors<kLanes / 2>(row, end, split, x, step);
+  }
+}
+
+template <int32_t kStep, class Step>
+[[gnu::always_inline]] inline void blend_interior_any(const BlendRowArgs& row, Step&& step) {
+  const int32_t width = row.width;
+  if (width < 1) return;
+  blend_exact<false>(row, 0, 1);
+  if (width < 2) return;
+  const int32_t end = width - 1;
+  const int32_t split = 1 + (width - 2) / 8 * 8;
+  int32_t x = 1;
+  interior_vectors<kStep>(row, end, split, x, step);
+  blend_exact<true>(row, row.positive_weights ? x : split, end);
+  blend_exact<false>(row, end, width);
+}
+
+// Border samples by vectors when the weights are positive.
+template <int32_t kLanes, class Step>
+[[gnu::always_inline]] inline void border_vectors(const BlendRowArgs& row, int32_t& x, Step& step) {
+  if (row.width >= kLanes) {
+    for (; x + kLanes <= row.width; x += kLanes) blend_step<false, kLanes>(step, x, 0);
+    if (x < row.width) {
+      blend_step<false, kLanes>(step, row.width - kLanes, 0);
+      x = row.width;
+    }
+  } else if constexpr (kLanes > 8) {
+    border_vectors<kLanes / 2>(row, x, step);
+  }
+}
+
+template <int32_t kStep, class Step>
+[[gnu::always_inline]] inline void blend_border_any(const BlendRowArgs& row, Step&& step) {
+  int32_t x = 0;
+  if (row.positive_weights) border_vectors<kStep>(row, x, step);
+  blend_exact<false>(row, x, row.width);
+}
+
+}  // namespace
+}  // namespace tavo
