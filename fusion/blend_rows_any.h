@@ -1,8 +1,9 @@
 // The shape of the instruction-set blending rows: vectors of kStep samples
-// (kStep/2, ... 8 in rows too short for them), each row's last vector ending
-// at its last sample over samples done already, which it gives again; the
-// portable code, inlined, for the columns outside the vectors. A set file
-// holds its vector step only and gives the portable bytes at every width.
+// (kStep/2, ... 8 in rows too short for them), each row's last vector, the
+// narrowest that covers the rest, ending at its last sample over samples done
+// already, which it gives again; the portable code, inlined, for the columns
+// outside the vectors. A set file holds its vector step only and gives the
+// portable bytes at every width.
 // Included by the set files only.
 //
 // step(contrast, lanes, x, split) blends the `lanes` samples from x (contrast
@@ -66,15 +67,27 @@ template <bool kContrast, int32_t kLanes, class Step>
   step(std::bool_constant<kContrast>{}, std::integral_constant<int32_t, kLanes>{}, x, split);
 }
 
+// Samples x ... stop-1, fewer than kLanes, by one vector ending at stop, the
+// narrowest that covers them.
+template <bool kContrast, int32_t kLanes, class Step>
+[[gnu::always_inline]] inline void last_vector(Step& step, int32_t x, int32_t stop, int32_t split) {
+  if constexpr (kLanes > 8) {
+    if (stop - x <= kLanes / 2) return last_vector<kContrast, kLanes / 2>(step, x, stop, split);
+  }
+  blend_step<kContrast, kLanes>(step, stop - kLanes, split);
+}
+
 // Interior samples x ... end-1 by the widest vectors that fit between columns
-// 0 and end: whole vectors over the grouped samples, then one ending at end.
+// 0 and end: whole vectors over the grouped samples, then one ending at end
+// (at split when the portable code gives the exact samples).
 template <int32_t kLanes, class Step>
 [[gnu::always_inline]] inline void interior_vectors(const BlendRowArgs& row, int32_t end, int32_t split, int32_t& x, Step& step) {
   if (end - kLanes >= 1) {
     for (; x + kLanes <= split; x += kLanes) blend_step<true, kLanes>(step, x, split);
-    if (x < (row.positive_weights ? end : split)) {
-      blend_step<true, kLanes>(step, end - kLanes, split);
-      x = end;
+    const int32_t stop = row.positive_weights ? end : split;
+    if (x < stop) {
+      last_vector<true, kLanes>(step, x, stop, split);
+      x = stop;
     }
   } else if constexpr (kLanes > 8) {
     interior_vectors<kLanes / 2>(row, end, split, x, step);
@@ -91,7 +104,7 @@ template <int32_t kStep, class Step>
   const int32_t split = 1 + (width - 2) / 8 * 8;
   int32_t x = 1;
   interior_vectors<kStep>(row, end, split, x, step);
-  blend_exact<true>(row, row.positive_weights ? x : split, end);
+  blend_exact<true>(row, x, end);
   blend_exact<false>(row, end, width);
 }
 
@@ -101,7 +114,7 @@ template <int32_t kLanes, class Step>
   if (row.width >= kLanes) {
     for (; x + kLanes <= row.width; x += kLanes) blend_step<false, kLanes>(step, x, 0);
     if (x < row.width) {
-      blend_step<false, kLanes>(step, row.width - kLanes, 0);
+      last_vector<false, kLanes>(step, x, row.width, 0);
       x = row.width;
     }
   } else if constexpr (kLanes > 8) {

@@ -13,6 +13,9 @@
 // row also gives its exact samples (the quotient in double precision, exact
 // for 32-bit integers) and border rows are blended by vectors; otherwise the
 // portable code, inlined, gives the exact samples.
+// GCC's scheduling before register allocation interleaves the frames' look-ups
+// with their stencils and spills; the source order keeps the step in registers.
+#pragma GCC optimize("no-schedule-insns")
 #include <arm_neon.h>
 
 #include "fusion/blend_rows_any.h"
@@ -93,7 +96,7 @@ template <int kFrames>
 // max(|up + down + left + right - 4 centre| >> 6, 1) in 16-bit lanes.
 inline int16x8_t contrast(uint16x8_t up, uint16x8_t down, uint16x8_t left, uint16x8_t right, uint16x8_t centre) {
   const uint16x8_t around = vaddq_u16(vaddq_u16(up, down), vaddq_u16(left, right));
-  const int16x8_t d = vreinterpretq_s16_u16(vmlsq_n_u16(around, centre, 4));
+  const int16x8_t d = vreinterpretq_s16_u16(vmlsq_u16(around, centre, vdupq_n_u16(4)));
   const uint16x8_t magnitude = vreinterpretq_u16_s16(vabsq_s16(d));
   return vreinterpretq_s16_u16(vmaxq_u16(vshrq_n_u16(magnitude, 6), vdupq_n_u16(1)));
 }
