@@ -6,6 +6,7 @@
 // portable bytes at every width.
 // Included by the set files only.
 //
+// A set's Step<kFrames, kPositive>{RowSamples<kFrames>} is one vector:
 // step(contrast, lanes, x, split) blends the `lanes` samples from x (contrast
 // and lanes are std::bool_constant and std::integral_constant): those before
 // split by the grouped rule, the others by the exact rule. The exact rule is
@@ -95,7 +96,7 @@ template <int32_t kLanes, class Step>
 }
 
 template <int32_t kStep, class Step>
-[[gnu::always_inline]] inline void blend_interior_any(const BlendRowArgs& row, Step&& step) {
+[[gnu::always_inline]] inline void interior_row(const BlendRowArgs& row, Step&& step) {
   const int32_t width = row.width;
   if (width < 1) return;
   blend_exact<false>(row, 0, 1);
@@ -123,10 +124,32 @@ template <int32_t kLanes, class Step>
 }
 
 template <int32_t kStep, class Step>
-[[gnu::always_inline]] inline void blend_border_any(const BlendRowArgs& row, Step&& step) {
+[[gnu::always_inline]] inline void border_row(const BlendRowArgs& row, Step&& step) {
   int32_t x = 0;
   if (row.positive_weights) border_vectors<kStep>(row, x, step);
   blend_exact<false>(row, x, row.width);
+}
+
+// A set's rows from its Step<kFrames, kPositive>, made for three frames (what
+// captures fuse) and for other counts, with and without positive weights.
+template <int32_t kStep, template <int, bool> class Step>
+[[gnu::always_inline]] inline void blend_interior_any(const BlendRowArgs& row) {
+  if (row.positive_weights && row.frames == 3) {
+    interior_row<kStep>(row, Step<3, true>{RowSamples<3>(row)});
+  } else if (row.positive_weights) {
+    interior_row<kStep>(row, Step<0, true>{RowSamples<0>(row)});
+  } else {
+    interior_row<kStep>(row, Step<0, false>{RowSamples<0>(row)});
+  }
+}
+
+template <int32_t kStep, template <int, bool> class Step>
+[[gnu::always_inline]] inline void blend_border_any(const BlendRowArgs& row) {
+  if (row.frames == 3) {
+    border_row<kStep>(row, Step<3, true>{RowSamples<3>(row)});
+  } else {
+    border_row<kStep>(row, Step<0, true>{RowSamples<0>(row)});
+  }
 }
 
 }  // namespace

@@ -142,22 +142,8 @@ struct Step {
 
 }  // namespace
 
-void BlendInteriorRow_AVX2(const BlendRowArgs& row) {
-  if (row.positive_weights && row.frames == 3) {
-    blend_interior_any<16>(row, Step<3, true>{RowSamples<3>(row)});
-  } else if (row.positive_weights) {
-    blend_interior_any<16>(row, Step<0, true>{RowSamples<0>(row)});
-  } else {
-    blend_interior_any<16>(row, Step<0, false>{RowSamples<0>(row)});
-  }
-}
+void BlendInteriorRow_AVX2(const BlendRowArgs& row) { blend_interior_any<16, Step>(row); }
 
-void BlendBorderRow_AVX2(const BlendRowArgs& row) {
-  if (row.frames == 3) {
-    blend_border_any<16>(row, Step<3, true>{RowSamples<3>(row)});
-  } else {
-    blend_border_any<16>(row, Step<0, true>{RowSamples<0>(row)});
-  }
-}
+void BlendBorderRow_AVX2(const BlendRowArgs& row) { blend_border_any<16, Step>(row); }
 
 }  // namespace tavo
