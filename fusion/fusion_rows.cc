@@ -15,13 +15,15 @@ void InitFusionRows_C(FusionRows* rows) {
   rows->laplacian_odd = LaplacianOdd_C;
   rows->collapse_even = CollapseEven_C;
   rows->collapse_odd = CollapseOdd_C;
-  rows->blend_groups = BlendGroups_C;
+  rows->blend_border = BlendBorderRow_C;
+  rows->blend_interior = BlendInteriorRow_C;
 }
 
 FusionRows GetFusionRows() {
   return platform::rows_of_sets_on<FusionRows>(InitFusionRows_C, {
 #if defined(__x86_64__)
       {platform::kCpuHasAVX2, InitFusionRows_AVX2},
+      {platform::kCpuHasAVX512, InitFusionRows_AVX512},
 #endif
 #if defined(__aarch64__)
       {platform::kCpuHasNEON, InitFusionRows_NEON},
