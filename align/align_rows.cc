@@ -17,6 +17,7 @@ AlignRows GetAlignRows() {
 #if defined(__x86_64__)
       {platform::kCpuHasSSE41, InitAlignRows_SSE41},
       {platform::kCpuHasAVX2, InitAlignRows_AVX2},
+      {platform::kCpuHasAVX512, InitAlignRows_AVX512},
 #endif
 #if defined(__aarch64__)
       {platform::kCpuHasNEON, InitAlignRows_NEON},

@@ -24,6 +24,7 @@ void InitAlignRows_C(AlignRows* rows);
 #if defined(__x86_64__)
 void InitAlignRows_SSE41(AlignRows* rows);
 void InitAlignRows_AVX2(AlignRows* rows);
+void InitAlignRows_AVX512(AlignRows* rows);
 #endif
 #if defined(__aarch64__)
 void InitAlignRows_NEON(AlignRows* rows);

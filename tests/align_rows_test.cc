@@ -101,20 +101,30 @@ TEST(AlignRows, WarpRowsMatchPortable) {
 }
 
 TEST(AlignRows, CountAboveRowsMatchPortable) {
-  // Lengths around the vector and the 255-vector counter blocks; levels at
-  // both ends and around the signed-compare boundary. The rows add to the
+  // Lengths around the vector and the 15-vector nibble counters; windows at
+  // both ends and across the signed-compare boundary. The rows add to the
   // counts they are given.
   expect_variants_match(
-      &AlignRows::count_above, {{}, {0}, {255}, {0, 255}, {126, 127, 128, 129}},
-      {0, 1, 15, 16, 31, 32, 33, 255 * 32 - 1, 255 * 32, 255 * 32 + 47, 3 * 255 * 32 + 17}, 1, {0, 3},
+      &AlignRows::count_above, {{}, {0}, {255}, {0, 255}, {126, 127, 128, 129}, {0, 1, 2, 7, 8, 9}, {246, 247, 248, 254}},
+      {0, 1, 15, 16, 31, 32, 33, 63, 65, 15 * 64 - 1, 15 * 64 + 1, 255 * 32 + 47, 3 * 255 * 32 + 17}, 1, {0, 3},
       [](tavo::CountAboveRowFn row, const uint8_t* src, size_t n) {
-        uint8_t levels[tavo::kThresholdLevels] = {0, 255, 127, 128, 126, 129, 1, 254};
-        std::vector<uint64_t> above(tavo::kThresholdLevels);
-        for (int k = 8; k < tavo::kThresholdLevels; ++k) levels[k] = static_cast<uint8_t>(37 * k + n);
-        for (int k = 0; k < tavo::kThresholdLevels; ++k) above[k] = k;
-        row(src, n, levels, above.data());
+        std::vector<uint64_t> above;
+        for (int32_t first : {0, 1, 121, 124, 200, 247, tavo::kLastFirstLevel}) {
+          std::vector<uint64_t> counts(tavo::kThresholdLevels);
+          for (int k = 0; k < tavo::kThresholdLevels; ++k) counts[k] = k;
+          row(src, n, first, counts.data());
+          above.insert(above.end(), counts.begin(), counts.end());
+        }
         return above;
       });
+  // A long row of the worst case: every byte above every level, past the
+  // point where wider counters are summed.
+  const std::vector<uint8_t> bright(2049 * 15 * 16 + 5, 255);
+  for (const auto& [set, row] : tavo::test::RowVariants(tavo::GetAlignRows, &AlignRows::count_above)) {
+    std::vector<uint64_t> above(tavo::kThresholdLevels);
+    row(bright.data(), bright.size(), 0, above.data());
+    EXPECT_EQ(above, std::vector<uint64_t>(tavo::kThresholdLevels, bright.size())) << set;
+  }
 }
 
 }  // namespace
