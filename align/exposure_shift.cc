@@ -82,17 +82,24 @@ struct CandidatesJob {
 int32_t candidates_body(void* record) {
   auto& a = tavo::band_payload<CandidatesJob>(record);
   const tavo::MismatchRowFn row = tavo::GetAlignRows().mismatch;
+  const int32_t candidates = a.sets * tavo::kCandidates;
+  tavo::ShiftedColumns columns[kMaxCandidates];
+  uint32_t partial[kMaxCandidates] = {};
+  for (int32_t k = 0; k < candidates; ++k) columns[k] = tavo::shifted_columns(a.width, a.x[k]);
   int32_t first = 0, count = 0;
   while (a.chunks->take(&first, &count)) {
     for (int32_t r = first; r < first + count; ++r) {
-      for (int32_t k = 0; k < a.sets * tavo::kCandidates; ++k) {
+      for (int32_t k = 0; k < candidates; ++k) {
         const int32_t m = r - a.y[k];
-        if (m < 0 || m >= a.height) continue;
+        if (m < 0 || m >= a.height || columns[k].n == 0) continue;
         const uint8_t* const* p = a.planes[k / tavo::kCandidates];
-        a.partial[k] += tavo::count_mismatches(p[0], p[1], p[2], p[3], a.width, m, m + 1, a.x[k], a.y[k], row);
+        const int64_t moving = static_cast<int64_t>(m) * a.width + columns[k].begin;
+        const int64_t ref = static_cast<int64_t>(r) * a.width + columns[k].begin + a.x[k];
+        partial[k] += row(p[0] + moving, p[1] + moving, p[2] + ref, p[3] + ref, columns[k].n);
       }
     }
   }
+  for (int32_t k = 0; k < candidates; ++k) a.partial[k] = partial[k];
   tavo::band_done(record);
   return 0;
 }

@@ -25,7 +25,16 @@ uint32_t MismatchRow_SSE41(const uint8_t* moving_mask, const uint8_t* moving_bit
                            const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
 uint32_t MismatchRow_AVX2(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
                           const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
+uint32_t MismatchRow_AVX512(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+                            const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n);
 #endif
+
+// The columns of a shift by x: moving columns begin ... begin + n - 1 pair
+// with reference columns begin + x onward (n = 0 when none does).
+struct ShiftedColumns {
+  int32_t begin, n;
+};
+ShiftedColumns shifted_columns(int32_t width, int32_t x);
 
 // Score of moving rows m_begin ... m_end - 1 (relative to the plane pointers,
 // which may be negative) against reference rows m + y, over the columns j whose
