@@ -5,7 +5,7 @@
 namespace tavo {
 
 void InitAlignRows_C(AlignRows* rows) {
-  rows->mismatch = MismatchRow_C;
+  rows->mismatch = MismatchRows_C;
   rows->widen_x16 = WidenX16Row_C;
   rows->split_pairs = SplitPairsRow_C;
   rows->wavelet_main = WaveletMainRow_C;

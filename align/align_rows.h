@@ -11,7 +11,7 @@
 namespace tavo {
 
 struct AlignRows {
-  MismatchRowFn mismatch;
+  MismatchRowsFn mismatch;
   WidenX16RowFn widen_x16;
   SplitPairsRowFn split_pairs;
   WaveletMainRowFn wavelet_main;  // for thresholds 0 ... 255; others take WaveletMainRow_C

@@ -3,7 +3,7 @@
 namespace tavo {
 
 void InitAlignRows_NEON(AlignRows* rows) {
-  rows->mismatch = MismatchRow_NEON;
+  rows->mismatch = MismatchRows_NEON;
   rows->widen_x16 = WidenX16Row_NEON;
   rows->split_pairs = SplitPairsRow_NEON;
   rows->wavelet_main = WaveletMainRow_NEON;

@@ -39,10 +39,8 @@ inline __m512i bit_sums(__m512i f) {
   return _mm512_sad_epu8(all, _mm512_setzero_si512());
 }
 
-}  // namespace
-
-uint32_t MismatchRow_AVX512(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
-                            const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
+uint32_t row(const uint8_t* moving_mask, const uint8_t* moving_bitmap, const uint8_t* ref_bitmap,
+             const uint8_t* ref_mask, int32_t n) {
   __m512i sums = _mm512_setzero_si512();
   int32_t j = 0;
   for (; j + 64 <= n; j += 64) {
@@ -57,6 +55,13 @@ uint32_t MismatchRow_AVX512(const uint8_t* moving_mask, const uint8_t* moving_bi
   uint64_t total = 0;
   for (uint64_t lane : lanes) total += lane;
   return static_cast<uint32_t>(total);
+}
+
+}  // namespace
+
+uint32_t MismatchRows_AVX512(const uint8_t* moving_mask, const uint8_t* moving_bitmap, const uint8_t* ref_bitmap,
+                             const uint8_t* ref_mask, int32_t n, int32_t rows, ptrdiff_t stride) {
+  return score_rows(row, moving_mask, moving_bitmap, ref_bitmap, ref_mask, n, rows, stride);
 }
 
 }  // namespace tavo

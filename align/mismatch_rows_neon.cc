@@ -48,10 +48,8 @@ inline uint8x16_t mismatch16_at(const uint8_t* moving_mask, const uint8_t* movin
   return vaddlvq_u8(vcntq_u8(vandq_u8(f, vld1q_u8(kLastBytes + n))));
 }
 
-}  // namespace
-
-uint32_t MismatchRow_NEON(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
-                          const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
+uint32_t row(const uint8_t* moving_mask, const uint8_t* moving_bitmap, const uint8_t* ref_bitmap,
+             const uint8_t* ref_mask, int32_t n) {
   if (n < 16) return n <= 0 ? 0 : short_row(moving_mask, moving_bitmap, ref_bitmap, ref_mask, n);
   uint32x4_t sums = vdupq_n_u32(0);
   const uint8_t *mm = moving_mask, *mb = moving_bitmap, *rb = ref_bitmap, *rm = ref_mask;
@@ -77,6 +75,13 @@ uint32_t MismatchRow_NEON(const uint8_t* moving_mask, const uint8_t* moving_bitm
     bits = vaddq_u8(bits, vcntq_u8(vandq_u8(f, vld1q_u8(kLastBytes + (n - j)))));
   }
   return vaddvq_u32(vpadalq_u16(sums, vpaddlq_u8(bits)));
+}
+
+}  // namespace
+
+uint32_t MismatchRows_NEON(const uint8_t* moving_mask, const uint8_t* moving_bitmap, const uint8_t* ref_bitmap,
+                           const uint8_t* ref_mask, int32_t n, int32_t rows, ptrdiff_t stride) {
+  return score_rows(row, moving_mask, moving_bitmap, ref_bitmap, ref_mask, n, rows, stride);
 }
 
 }  // namespace tavo

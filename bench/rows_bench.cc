@@ -97,9 +97,9 @@ void add(const char* module, const char* name, Table (*get)(), Row Table::*entry
 // The table of rows, one entry a row.
 const bool kRegistered = [] {
   using In = Inputs&;
-  add("align", "mismatch", tavo::GetAlignRows, &AlignRows::mismatch, +[](tavo::MismatchRowFn r, In in) {
+  add("align", "mismatch", tavo::GetAlignRows, &AlignRows::mismatch, +[](tavo::MismatchRowsFn r, In in) {
     const uint8_t* m = in.maps.data();
-    benchmark::DoNotOptimize(r(m, m + kWidth, m + 2 * kWidth, m + 3 * kWidth, kWidth));
+    benchmark::DoNotOptimize(r(m, m + kWidth, m + 2 * kWidth, m + 3 * kWidth, kWidth, 1, 0));
   });
   add("align", "widen_x16", tavo::GetAlignRows, &AlignRows::widen_x16,
       +[](tavo::WidenX16RowFn r, In in) { r(in.bytes.data(), in.out16.data(), kWidth); });

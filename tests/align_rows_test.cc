@@ -73,15 +73,18 @@ TEST(AlignRows, WaveletMainRowsMatchPortable) {
 
 TEST(AlignRows, MismatchRowsMatchPortable) {
   // Any bytes, the level maps' values, and small alphabets where a mask often
-  // equals the bitmap difference (the select steps).
-  expect_variants_match(&AlignRows::mismatch, {{}, {0, 1, 255}, {0, 1, 2, 3}, {0, 255}}, up_to(70), 4,
-                        {0, 1, 3}, [](tavo::MismatchRowFn row, const uint8_t* p, size_t n) {
-                          return row(p, p + n, p + 2 * n, p + 3 * n, static_cast<int32_t>(n));
+  // equals the bitmap difference (the select steps); one row, and three rows
+  // of n pixels n + 1 apart.
+  expect_variants_match(&AlignRows::mismatch, {{}, {0, 1, 255}, {0, 1, 2, 3}, {0, 255}}, up_to(70), 12,
+                        {0, 1, 3}, [](tavo::MismatchRowsFn row, const uint8_t* p, size_t n) {
+                          const auto w = static_cast<int32_t>(n);
+                          return std::vector<uint32_t>{row(p, p + n, p + 2 * n, p + 3 * n, w, 1, 0),
+                                                       row(p, p + 3 * n, p + 6 * n, p + 9 * n, w, 3, w + 1)};
                         });
   // A long row of the worst case: every byte scores 8.
   const std::vector<uint8_t> ones(5000, 0xff), zeros(5000, 0);
   for (const auto& [set, row] : tavo::test::RowVariants(tavo::GetAlignRows, &AlignRows::mismatch)) {
-    EXPECT_EQ(row(zeros.data(), ones.data(), zeros.data(), zeros.data(), 5000), 5000u * 8) << set;
+    EXPECT_EQ(row(zeros.data(), ones.data(), zeros.data(), zeros.data(), 5000, 1, 0), 5000u * 8) << set;
   }
 }
 
