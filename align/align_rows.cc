@@ -8,6 +8,7 @@ void InitAlignRows_C(AlignRows* rows) {
   rows->mismatch = MismatchRows_C;
   rows->widen_x16 = WidenX16Row_C;
   rows->split_pairs = SplitPairsRow_C;
+  rows->merge_pairs = MergePairsRow_C;
   rows->wavelet_main = WaveletMainRow_C;
   rows->count_above = CountAboveRow_C;
 }

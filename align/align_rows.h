@@ -14,6 +14,7 @@ struct AlignRows {
   MismatchRowsFn mismatch;
   WidenX16RowFn widen_x16;
   SplitPairsRowFn split_pairs;
+  MergePairsRowFn merge_pairs;
   WaveletMainRowFn wavelet_main;  // for thresholds 0 ... 255; others take WaveletMainRow_C
   CountAboveRowFn count_above;
   const char* set;  // the widest set applied (platform::CpuSetName)

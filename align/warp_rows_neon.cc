@@ -2,7 +2,8 @@
 // loads and stores, 16 a step after that, and a row of at least 16 ends with
 // one more step over its last 16. Splitting: 16 pairs a step by
 // de-interleaving loads, and a row of at least 8 pairs ends with one more step
-// over its last 8. Shorter rows are copied sample by sample.
+// over its last 8. Merging likewise, by interleaving stores. Shorter rows are
+// copied sample by sample.
 #include <arm_neon.h>
 
 #include "align/warp_rows.h"
@@ -20,6 +21,10 @@ inline void split8(const uint8_t* src, uint8_t* odd, uint8_t* even) {
   const uint8x8x2_t v = vld2_u8(src);
   vst1_u8(even, v.val[0]);
   vst1_u8(odd, v.val[1]);
+}
+
+inline void merge8(const uint8_t* odd, const uint8_t* even, uint8_t* dst) {
+  vst2_u8(dst, uint8x8x2_t{{vld1_u8(even), vld1_u8(odd)}});
 }
 
 }  // namespace
@@ -57,6 +62,21 @@ void SplitPairsRow_NEON(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t
     for (; j < n; ++j) {
       even[j] = src[2 * j];
       odd[j] = src[2 * j + 1];
+    }
+  }
+}
+
+void MergePairsRow_NEON(const uint8_t* odd, const uint8_t* even, uint8_t* dst, int32_t n) {
+  int32_t j = 0;
+  for (; j + 16 <= n; j += 16) vst2q_u8(dst + 2 * j, uint8x16x2_t{{vld1q_u8(even + j), vld1q_u8(odd + j)}});
+  for (; j + 8 <= n; j += 8) merge8(odd + j, even + j, dst + 2 * j);
+  if (j == n) return;
+  if (n >= 8) {
+    merge8(odd + n - 8, even + n - 8, dst + 2 * (n - 8));
+  } else {
+    for (; j < n; ++j) {
+      dst[2 * j] = even[j];
+      dst[2 * j + 1] = odd[j];
     }
   }
 }

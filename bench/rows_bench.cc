@@ -105,6 +105,8 @@ const bool kRegistered = [] {
       +[](tavo::WidenX16RowFn r, In in) { r(in.bytes.data(), in.out16.data(), kWidth); });
   add("align", "split_pairs", tavo::GetAlignRows, &AlignRows::split_pairs,
       +[](tavo::SplitPairsRowFn r, In in) { r(in.bytes.data(), in.out8.data(), in.out8.data() + kWidth, kWidth); });
+  add("align", "merge_pairs", tavo::GetAlignRows, &AlignRows::merge_pairs,
+      +[](tavo::MergePairsRowFn r, In in) { r(in.bytes.data(), in.bytes.data() + kWidth, in.out8.data(), kWidth); });
   add("align", "wavelet_main", tavo::GetAlignRows, &AlignRows::wavelet_main, +[](tavo::WaveletMainRowFn r, In in) {
     uint8_t* o = in.out8.data();
     r(in.bytes.data(), in.bytes.data() + 2 * kWidth, o, o + kWidth, o + 2 * kWidth, kWidth / 8, 128);
