@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace tavo {
 
@@ -66,6 +67,14 @@ inline CountAboveWindow count_above_window(int32_t first) {
 
 // Vectors a nibble counter takes before it is spread into wider counters.
 inline constexpr size_t kNibbleVectors = 15;
+
+// The last `width` bytes of a row of n bytes; a shorter row is copied to the
+// end of `copy` (width bytes, zeroed), which is returned.
+inline const uint8_t* last_bytes(const uint8_t* src, size_t n, uint8_t* copy, size_t width) {
+  if (n >= width) return src + n - width;
+  memcpy(copy + width - n, src, n);
+  return copy;
+}
 
 }  // namespace
 

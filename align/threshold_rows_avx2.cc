@@ -8,8 +8,6 @@
 // by the top bit.
 #include <immintrin.h>
 
-#include <cstring>
-
 #include "align/threshold_rows.h"
 
 namespace tavo {
@@ -77,13 +75,8 @@ void CountAboveRow_AVX2(const uint8_t* src, size_t n, int32_t first, uint64_t* a
   }
   if (const size_t r = n % 32; r != 0) {
     uint8_t copy[32] = {};
-    const uint8_t* last = src + n - 32;
-    if (n < 32) {
-      memcpy(copy + 32 - r, src, r);
-      last = copy;
-    }
     __m256i nibbles[kTables] = {};
-    counters.add(_mm256_or_si256(counters.index(load(last)), load(kSkipFirst + r)), nibbles);
+    counters.add(_mm256_or_si256(counters.index(load(last_bytes(src, n, copy, 32))), load(kSkipFirst + r)), nibbles);
     counters.spread(nibbles);
   }
   counters.sum_into(above);

@@ -7,8 +7,6 @@
 // tables.
 #include <arm_neon.h>
 
-#include <cstring>
-
 #include "align/threshold_rows.h"
 
 namespace tavo {
@@ -72,13 +70,9 @@ void CountAboveRow_NEON(const uint8_t* src, size_t n, int32_t first, uint64_t* a
   const size_t r = n % 16;
   if (r == 0) return;
   uint8_t copy[16] = {};
-  const uint8_t* last = src + n - 16;
-  if (n < 16) {
-    memcpy(copy + 16 - r, src, r);
-    last = copy;
-  }
   uint8x16_t nibbles[kTables] = {};
-  counters.add(vorrq_u8(vqsubq_u8(counters.c, vld1q_u8(last)), vld1q_u8(kSkipFirst + r)), nibbles);
+  counters.add(vorrq_u8(vqsubq_u8(counters.c, vld1q_u8(last_bytes(src, n, copy, 16))), vld1q_u8(kSkipFirst + r)),
+               nibbles);
   counters.spread(nibbles);
   counters.sum_into(above);
 }

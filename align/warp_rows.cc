@@ -14,10 +14,7 @@ void SplitPairsRow_C(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n)
 }
 
 void MergePairsRow_C(const uint8_t* odd, const uint8_t* even, uint8_t* dst, int32_t n) {
-  for (int32_t j = 0; j < n; ++j) {
-    dst[2 * j] = even[j];
-    dst[2 * j + 1] = odd[j];
-  }
+  merge_pairs_from(odd, even, dst, 0, n);
 }
 
 }  // namespace tavo

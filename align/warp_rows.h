@@ -42,6 +42,14 @@ inline const uint8_t* crop_row(const uint8_t* src, uint32_t stride, int32_t xs, 
   return src + (static_cast<int64_t>(ys) + r) * static_cast<int64_t>(stride) + xs;
 }
 
+// Pairs j ... n - 1 of a merge, one at a time.
+inline void merge_pairs_from(const uint8_t* odd, const uint8_t* even, uint8_t* dst, int32_t j, int32_t n) {
+  for (; j < n; ++j) {
+    dst[2 * j] = even[j];
+    dst[2 * j + 1] = odd[j];
+  }
+}
+
 }  // namespace
 
 }  // namespace tavo

@@ -54,10 +54,7 @@ void MergePairsRow_AVX2(const uint8_t* odd, const uint8_t* even, uint8_t* dst, i
   if (n >= 16) {
     merge16(odd + n - 16, even + n - 16, dst + 2 * (n - 16));
   } else {
-    for (; j < n; ++j) {
-      dst[2 * j] = even[j];
-      dst[2 * j + 1] = odd[j];
-    }
+    merge_pairs_from(odd, even, dst, j, n);
   }
 }
 

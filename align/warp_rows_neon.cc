@@ -74,10 +74,7 @@ void MergePairsRow_NEON(const uint8_t* odd, const uint8_t* even, uint8_t* dst, i
   if (n >= 8) {
     merge8(odd + n - 8, even + n - 8, dst + 2 * (n - 8));
   } else {
-    for (; j < n; ++j) {
-      dst[2 * j] = even[j];
-      dst[2 * j + 1] = odd[j];
-    }
+    merge_pairs_from(odd, even, dst, j, n);
   }
 }
 
