@@ -4,7 +4,6 @@ namespace tavo {
 
 void InitAlignRows_AVX512(AlignRows* rows) {
   rows->mismatch = MismatchRows_AVX512;
-  rows->widen_x16 = WidenX16Row_AVX512;
   rows->wavelet_main = WaveletMainRow_AVX512;
   rows->count_above = CountAboveRow_AVX512;
 }

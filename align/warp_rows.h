@@ -27,7 +27,6 @@ void MergePairsRow_NEON(const uint8_t* odd, const uint8_t* even, uint8_t* dst, i
 #if defined(__x86_64__)
 void WidenX16Row_SSE41(const uint8_t* src, uint16_t* dst, int32_t n);
 void WidenX16Row_AVX2(const uint8_t* src, uint16_t* dst, int32_t n);
-void WidenX16Row_AVX512(const uint8_t* src, uint16_t* dst, int32_t n);
 void SplitPairsRow_SSE41(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n);
 void MergePairsRow_AVX2(const uint8_t* odd, const uint8_t* even, uint8_t* dst, int32_t n);
 #endif
