@@ -1,9 +1,9 @@
 // The bitmap comparison of align/mismatch_rows.h with NEON, 32 pixels a step
 // through two-register loads: the selects as bitwise selects, the bit count
 // by CNT into byte counters (at most 8 a pixel, so 30 vectors fit a byte),
-// widened by pairwise adds. A row ends with one more 16-pixel vector over its
-// last 16 pixels (over a copy of a shorter row), the pixels already counted
-// masked out.
+// widened by pairwise adds into 32-bit lanes that gather all rows of a call.
+// A row ends with one more 16-pixel vector over its last 16 pixels (over a
+// copy of a shorter row), the pixels already counted masked out.
 #include <arm_neon.h>
 
 #include <cstring>
@@ -48,40 +48,42 @@ inline uint8x16_t mismatch16_at(const uint8_t* moving_mask, const uint8_t* movin
   return vaddlvq_u8(vcntq_u8(vandq_u8(f, vld1q_u8(kLastBytes + n))));
 }
 
-uint32_t row(const uint8_t* moving_mask, const uint8_t* moving_bitmap, const uint8_t* ref_bitmap,
-             const uint8_t* ref_mask, int32_t n) {
-  if (n < 16) return n <= 0 ? 0 : short_row(moving_mask, moving_bitmap, ref_bitmap, ref_mask, n);
-  uint32x4_t sums = vdupq_n_u32(0);
-  const uint8_t *mm = moving_mask, *mb = moving_bitmap, *rb = ref_bitmap, *rm = ref_mask;
-  for (int32_t left = n / 32; left > 0;) {
-    int32_t steps = left < kStepsPerWidening ? left : kStepsPerWidening;
-    left -= steps;
-    uint8x16_t bits = vdupq_n_u8(0);
-    for (; steps > 0; --steps, mm += 32, mb += 32, rb += 32, rm += 32) {
-      const uint8x16x2_t m = vld1q_u8_x2(mm), b = vld1q_u8_x2(mb), r = vld1q_u8_x2(rb), q = vld1q_u8_x2(rm);
-      bits = vaddq_u8(bits, vcntq_u8(mismatch16(m.val[0], b.val[0], r.val[0], q.val[0])));
-      bits = vaddq_u8(bits, vcntq_u8(mismatch16(m.val[1], b.val[1], r.val[1], q.val[1])));
-    }
-    sums = vpadalq_u16(sums, vpaddlq_u8(bits));
-  }
-  int32_t j = n & ~31;
-  uint8x16_t bits = vdupq_n_u8(0);
-  if (j + 16 <= n) {
-    bits = vcntq_u8(mismatch16_at(moving_mask, moving_bitmap, ref_bitmap, ref_mask, j));
-    j += 16;
-  }
-  if (j < n) {
-    const uint8x16_t f = mismatch16_at(moving_mask, moving_bitmap, ref_bitmap, ref_mask, n - 16);
-    bits = vaddq_u8(bits, vcntq_u8(vandq_u8(f, vld1q_u8(kLastBytes + (n - j)))));
-  }
-  return vaddvq_u32(vpadalq_u16(sums, vpaddlq_u8(bits)));
-}
-
 }  // namespace
 
 uint32_t MismatchRows_NEON(const uint8_t* moving_mask, const uint8_t* moving_bitmap, const uint8_t* ref_bitmap,
                            const uint8_t* ref_mask, int32_t n, int32_t rows, ptrdiff_t stride) {
-  return score_rows(row, moving_mask, moving_bitmap, ref_bitmap, ref_mask, n, rows, stride);
+  if (n < 16) {
+    return n <= 0 ? 0 : score_rows(short_row, moving_mask, moving_bitmap, ref_bitmap, ref_mask, n, rows, stride);
+  }
+  // The same steps for every row: n / 32 two-vector steps, one vector more
+  // when 16 or more pixels are left, and the last r pixels by a vector over
+  // the row's last 16 (from `last`, relative to the end of the steps). The
+  // counts of all rows gather in one set of 32-bit lanes.
+  const int32_t steps = n / 32;
+  const bool half = n - 32 * steps >= 16;
+  const int32_t r = n - 32 * steps - (half ? 16 : 0);
+  const int32_t last = n - 16 - 32 * steps;
+  const uint8x16_t keep = vld1q_u8(kLastBytes + r);
+  uint32x4_t sums = vdupq_n_u32(0);
+  for (int32_t row = 0; row < rows; ++row) {
+    const ptrdiff_t o = row * stride;
+    const uint8_t *mm = moving_mask + o, *mb = moving_bitmap + o, *rb = ref_bitmap + o, *rm = ref_mask + o;
+    for (int32_t left = steps; left > 0;) {
+      int32_t chunk = left < kStepsPerWidening ? left : kStepsPerWidening;
+      left -= chunk;
+      uint8x16_t bits = vdupq_n_u8(0);
+      for (; chunk > 0; --chunk, mm += 32, mb += 32, rb += 32, rm += 32) {
+        const uint8x16x2_t m = vld1q_u8_x2(mm), b = vld1q_u8_x2(mb), c = vld1q_u8_x2(rb), q = vld1q_u8_x2(rm);
+        bits = vaddq_u8(bits, vcntq_u8(mismatch16(m.val[0], b.val[0], c.val[0], q.val[0])));
+        bits = vaddq_u8(bits, vcntq_u8(mismatch16(m.val[1], b.val[1], c.val[1], q.val[1])));
+      }
+      sums = vpadalq_u16(sums, vpaddlq_u8(bits));
+    }
+    uint8x16_t bits = half ? vcntq_u8(mismatch16_at(mm, mb, rb, rm, 0)) : vdupq_n_u8(0);
+    if (r > 0) bits = vaddq_u8(bits, vcntq_u8(vandq_u8(mismatch16_at(mm, mb, rb, rm, last), keep)));
+    sums = vpadalq_u16(sums, vpaddlq_u8(bits));
+  }
+  return vaddvq_u32(sums);
 }
 
 }  // namespace tavo
