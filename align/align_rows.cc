@@ -5,9 +5,10 @@
 namespace tavo {
 
 void InitAlignRows_C(AlignRows* rows) {
-  rows->mismatch = MismatchRow_C;
+  rows->mismatch = MismatchRows_C;
   rows->widen_x16 = WidenX16Row_C;
   rows->split_pairs = SplitPairsRow_C;
+  rows->merge_pairs = MergePairsRow_C;
   rows->wavelet_main = WaveletMainRow_C;
   rows->count_above = CountAboveRow_C;
 }
@@ -17,6 +18,7 @@ AlignRows GetAlignRows() {
 #if defined(__x86_64__)
       {platform::kCpuHasSSE41, InitAlignRows_SSE41},
       {platform::kCpuHasAVX2, InitAlignRows_AVX2},
+      {platform::kCpuHasAVX512, InitAlignRows_AVX512},
 #endif
 #if defined(__aarch64__)
       {platform::kCpuHasNEON, InitAlignRows_NEON},

@@ -11,9 +11,10 @@
 namespace tavo {
 
 struct AlignRows {
-  MismatchRowFn mismatch;
+  MismatchRowsFn mismatch;
   WidenX16RowFn widen_x16;
   SplitPairsRowFn split_pairs;
+  MergePairsRowFn merge_pairs;
   WaveletMainRowFn wavelet_main;  // for thresholds 0 ... 255; others take WaveletMainRow_C
   CountAboveRowFn count_above;
   const char* set;  // the widest set applied (platform::CpuSetName)
@@ -24,6 +25,7 @@ void InitAlignRows_C(AlignRows* rows);
 #if defined(__x86_64__)
 void InitAlignRows_SSE41(AlignRows* rows);
 void InitAlignRows_AVX2(AlignRows* rows);
+void InitAlignRows_AVX512(AlignRows* rows);
 #endif
 #if defined(__aarch64__)
 void InitAlignRows_NEON(AlignRows* rows);

@@ -65,11 +65,13 @@ RowRange clamped_moving_rows(const tavo::BandSplit& split, int32_t b, int32_t he
 }
 
 // Sets of nine candidate shifts of one level scored in one batch. The bands
-// take the reference rows in chunks; for every chunk row a band scores each
-// candidate's pair with the moving row it pairs with, so the rows of all the
+// take the reference rows in chunks, and a chunk in groups of up to
+// kGroupRows rows: for every group a band scores each candidate's pairs of
+// the group's rows with the moving rows they pair with, so the rows of all the
 // comparisons are read while they are in cache. Every pair is scored once, by
 // the chunk that holds its reference row.
 constexpr int kMaxCandidates = tavo::kCandidates * tavo::kSearchedFrames;
+constexpr int32_t kGroupRows = 8;
 
 struct CandidatesJob {
   const uint8_t* planes[tavo::kSearchedFrames][4];
@@ -81,18 +83,28 @@ struct CandidatesJob {
 
 int32_t candidates_body(void* record) {
   auto& a = tavo::band_payload<CandidatesJob>(record);
-  const tavo::MismatchRowFn row = tavo::GetAlignRows().mismatch;
+  const tavo::MismatchRowsFn score = tavo::GetAlignRows().mismatch;
+  const int32_t candidates = a.sets * tavo::kCandidates;
+  tavo::ShiftedColumns columns[kMaxCandidates];
+  uint32_t partial[kMaxCandidates] = {};
+  for (int32_t k = 0; k < candidates; ++k) columns[k] = tavo::shifted_columns(a.width, a.x[k]);
   int32_t first = 0, count = 0;
   while (a.chunks->take(&first, &count)) {
-    for (int32_t r = first; r < first + count; ++r) {
-      for (int32_t k = 0; k < a.sets * tavo::kCandidates; ++k) {
-        const int32_t m = r - a.y[k];
-        if (m < 0 || m >= a.height) continue;
+    for (int32_t group = first; group < first + count; group += kGroupRows) {
+      const int32_t group_end = std::min(group + kGroupRows, first + count);
+      for (int32_t k = 0; k < candidates; ++k) {
+        // The group's reference rows r whose moving row r - y lies in the plane.
+        const int32_t r_begin = std::max<int32_t>(group, a.y[k]);
+        const int32_t r_end = std::min<int32_t>(group_end, a.height + a.y[k]);
+        if (r_end <= r_begin || columns[k].n == 0) continue;
         const uint8_t* const* p = a.planes[k / tavo::kCandidates];
-        a.partial[k] += tavo::count_mismatches(p[0], p[1], p[2], p[3], a.width, m, m + 1, a.x[k], a.y[k], row);
+        const int64_t moving = static_cast<int64_t>(r_begin - a.y[k]) * a.width + columns[k].begin;
+        const int64_t ref = static_cast<int64_t>(r_begin) * a.width + columns[k].begin + a.x[k];
+        partial[k] += score(p[0] + moving, p[1] + moving, p[2] + ref, p[3] + ref, columns[k].n, r_end - r_begin, a.width);
       }
     }
   }
+  for (int32_t k = 0; k < candidates; ++k) a.partial[k] = partial[k];
   tavo::band_done(record);
   return 0;
 }

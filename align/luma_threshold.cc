@@ -6,7 +6,7 @@
 // The threshold is the first level at which the running histogram sum reaches
 // the frame's target. With vector rows it is found without the full
 // histogram: a histogram of every 32nd row estimates the level, one pass
-// counts the bytes above the sixteen levels around the estimate, and when the
+// counts the bytes above the eight levels around the estimate, and when the
 // counts bracket the target the first level reaching it is the threshold.
 // When they do not (the estimate missed), the full histogram decides. Either
 // way the level is the one the histogram walk gives.
@@ -32,34 +32,46 @@ struct ThresholdJob {
   int32_t frame_index;
 };
 
-// Adds the histogram of `rows` rows of `width` bytes, `step` rows apart.
-// Four partial histograms, so that runs of equal bytes do not serialise on
-// one counter; eight bytes are read at a time and taken apart in registers.
-void add_histogram(const uint8_t* luma, int32_t width, int32_t rows, uint32_t* histogram,
-                   int32_t step = 1) {
-  uint32_t partial[4][256] = {};
-  if (width > 0) {
+// A histogram kept as four partial ones, so that runs of equal bytes do not
+// serialise on one counter.
+struct PartialHistograms {
+  uint32_t counts[4][256] = {};
+
+  // Adds `rows` rows of `width` bytes, `step` rows apart, read eight bytes at
+  // a time and taken apart in registers.
+  void add(const uint8_t* luma, int32_t width, int32_t rows, int32_t step = 1) {
+    if (width < 1) return;
     for (int32_t r = 0; r < rows; r += step) {
       const uint8_t* row = luma + static_cast<ptrdiff_t>(r) * width;
       int32_t j = 0;
       for (; j + 8 <= width; j += 8) {
         uint64_t v;
         memcpy(&v, row + j, sizeof v);
-        ++partial[0][v & 0xff];
-        ++partial[1][(v >> 8) & 0xff];
-        ++partial[2][(v >> 16) & 0xff];
-        ++partial[3][(v >> 24) & 0xff];
-        ++partial[0][(v >> 32) & 0xff];
-        ++partial[1][(v >> 40) & 0xff];
-        ++partial[2][(v >> 48) & 0xff];
-        ++partial[3][v >> 56];
+        ++counts[0][v & 0xff];
+        ++counts[1][(v >> 8) & 0xff];
+        ++counts[2][(v >> 16) & 0xff];
+        ++counts[3][(v >> 24) & 0xff];
+        ++counts[0][(v >> 32) & 0xff];
+        ++counts[1][(v >> 40) & 0xff];
+        ++counts[2][(v >> 48) & 0xff];
+        ++counts[3][v >> 56];
       }
-      for (; j < width; ++j) ++partial[0][row[j]];
+      for (; j < width; ++j) ++counts[0][row[j]];
     }
   }
-  for (int32_t level = 0; level < 256; ++level) {
-    histogram[level] += partial[0][level] + partial[1][level] + partial[2][level] + partial[3][level];
+
+  void add_into(uint32_t* histogram) const {
+    for (int32_t level = 0; level < 256; ++level) {
+      histogram[level] += counts[0][level] + counts[1][level] + counts[2][level] + counts[3][level];
+    }
   }
+};
+
+// The histogram of every step-th row of a frame, on this thread.
+void frame_histogram(const uint8_t* luma, int32_t width, int32_t height, int32_t step, uint32_t* histogram) {
+  PartialHistograms partial;
+  partial.add(luma, width, height, step);
+  partial.add_into(histogram);
 }
 
 // The frame's target: a signed 32-bit quotient (w*h wraps like the 32-bit
@@ -94,25 +106,26 @@ uint8_t estimate_from(const uint32_t* sampled_histogram, int32_t width, int32_t 
 
 uint8_t estimated_level(const uint8_t* luma, int32_t width, int32_t height, uint32_t target) {
   uint32_t histogram[256] = {};
-  add_histogram(luma, width, height, histogram, kEstimateRowStep);
+  frame_histogram(luma, width, height, kEstimateRowStep, histogram);
   return estimate_from(histogram, width, height, target);
 }
 
-// Sixteen levels around an estimate: the first is the bound below the window,
-// the other fifteen the candidates.
-void window_levels(uint8_t estimate, uint8_t* levels) {
-  const int32_t base = std::clamp<int32_t>(estimate - 8, 0, 256 - tavo::kThresholdLevels);
-  for (int32_t k = 0; k < tavo::kThresholdLevels; ++k) levels[k] = static_cast<uint8_t>(base + k);
+// The first of the eight levels around an estimate: the bound below the
+// window; the other seven, estimate - 3 ... estimate + 3, are the candidates.
+// A histogram of every 32nd row puts nearly every frame's level within 3 of
+// the estimate.
+int32_t window_first(uint8_t estimate) {
+  return std::clamp<int32_t>(estimate - tavo::kThresholdLevels / 2, 0, tavo::kLastFirstLevel);
 }
 
 // The threshold from the counts above the window's levels of all n bytes, or
 // -1 when the window does not hold it. The cumulative count of a level is
 // kept in 32 bits, as the histogram walk keeps it.
-int32_t level_in_window(const uint8_t* levels, const uint64_t* above, uint64_t n, uint32_t target) {
+int32_t level_in_window(int32_t first, const uint64_t* above, uint64_t n, uint32_t target) {
   auto reaches = [&](int k) { return static_cast<uint32_t>(n - above[k]) >= target; };
-  if (reaches(0)) return levels[0] == 0 ? 0 : -1;
+  if (reaches(0)) return first == 0 ? 0 : -1;
   for (int k = 1; k < tavo::kThresholdLevels; ++k) {
-    if (reaches(k)) return levels[k];
+    if (reaches(k)) return first + k;
   }
   return -1;
 }
@@ -124,34 +137,44 @@ bool counting_pays(int32_t width, int32_t height) {
          static_cast<uint64_t>(width) * static_cast<uint64_t>(height) <= UINT32_MAX;
 }
 
-// A band of rows of every frame, taken in chunks: with `levels`, the counts
-// above each frame's levels; without, each frame's histogram of every
+// A band of rows of every frame, taken in chunks: with `first`, the counts
+// above each frame's window of levels; without, each frame's histogram of every
 // step-th row (the chunks count those rows).
 struct ThresholdBand {
   const uint8_t* const* frames;
   int32_t width, height, step;
   tavo::RowChunks* chunks;
-  const uint8_t* levels;  // kThresholdFrames x kThresholdLevels, or null
+  const int32_t* first;   // kThresholdFrames first levels, or null
   uint64_t* above;        // this band's kThresholdFrames x kThresholdLevels counts
   uint32_t* histograms;   // this band's kThresholdFrames x 256 counts
 };
 
-int32_t threshold_band_body(void* record) {
-  const auto& a = tavo::band_payload<ThresholdBand>(record);
-  const tavo::CountAboveRowFn count_above = tavo::GetAlignRows().count_above;
+// Calls take(f, luma, rows) for the rows of every frame in each chunk the
+// band takes.
+template <class Take>
+void for_band_rows(const ThresholdBand& a, Take take) {
   int32_t first = 0, rows = 0;
   while (a.chunks->take(&first, &rows)) {
     const int32_t first_row = first * a.step;
     const int32_t rows_spanned = std::min(rows * a.step, a.height - first_row);
     for (int32_t f = 0; f < tavo::kThresholdFrames; ++f) {
-      const uint8_t* luma = a.frames[f] + static_cast<ptrdiff_t>(first_row) * a.width;
-      if (a.levels != nullptr) {
-        count_above(luma, static_cast<size_t>(rows_spanned) * static_cast<size_t>(a.width),
-                    a.levels + tavo::kThresholdLevels * f, a.above + tavo::kThresholdLevels * f);
-      } else {
-        add_histogram(luma, a.width, rows_spanned, a.histograms + 256 * f, a.step);
-      }
+      take(f, a.frames[f] + static_cast<ptrdiff_t>(first_row) * a.width, rows_spanned);
     }
+  }
+}
+
+int32_t threshold_band_body(void* record) {
+  const auto& a = tavo::band_payload<ThresholdBand>(record);
+  if (a.first != nullptr) {
+    const tavo::CountAboveRowFn count_above = tavo::GetAlignRows().count_above;
+    for_band_rows(a, [&](int32_t f, const uint8_t* luma, int32_t rows) {
+      count_above(luma, static_cast<size_t>(rows) * static_cast<size_t>(a.width), a.first[f],
+                  a.above + tavo::kThresholdLevels * f);
+    });
+  } else {
+    PartialHistograms partial[tavo::kThresholdFrames];
+    for_band_rows(a, [&](int32_t f, const uint8_t* luma, int32_t rows) { partial[f].add(luma, a.width, rows, a.step); });
+    for (int32_t f = 0; f < tavo::kThresholdFrames; ++f) partial[f].add_into(a.histograms + 256 * f);
   }
   tavo::band_done(record);
   return 0;
@@ -179,19 +202,18 @@ extern "C" TAVO_HDR_EXPORT uint32_t loadImg(const uint8_t* luma, int32_t width, 
   *threshold_out = 0;
   const uint32_t target = target_of(width, height, frame_index);
   if (counting_pays(width, height)) {
-    uint8_t levels[tavo::kThresholdLevels];
-    window_levels(estimated_level(luma, width, height, target), levels);
+    const int32_t first = window_first(estimated_level(luma, width, height, target));
     uint64_t above[tavo::kThresholdLevels] = {};
     const uint64_t n = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
-    tavo::GetAlignRows().count_above(luma, n, levels, above);
-    const int32_t level = level_in_window(levels, above, n, target);
+    tavo::GetAlignRows().count_above(luma, n, first, above);
+    const int32_t level = level_in_window(first, above, n, target);
     if (level >= 0) {
       *threshold_out = static_cast<uint8_t>(level);
       return 0;
     }
   }
   uint32_t histogram[256] = {};
-  add_histogram(luma, width, height, histogram);
+  frame_histogram(luma, width, height, 1, histogram);
   *threshold_out = percentile_level(histogram, target);
   return 0;
 }
@@ -204,22 +226,20 @@ void tavo::frame_thresholds(const uint8_t* const* frames, int32_t width, int32_t
 
   uint32_t histograms[kFrames][256];
   if (counting_pays(width, height)) {
-    uint8_t levels[kFrames][kThresholdLevels];
+    int32_t first[kFrames];
     banded_histograms(frames, width, height, kEstimateRowStep, histograms);
-    for (int32_t f = 0; f < kFrames; ++f) {
-      window_levels(estimate_from(histograms[f], width, height, targets[f]), levels[f]);
-    }
+    for (int32_t f = 0; f < kFrames; ++f) first[f] = window_first(estimate_from(histograms[f], width, height, targets[f]));
     uint64_t above[kBandCount][kFrames][kThresholdLevels] = {};
     RowChunks chunks(height);
     run_bands<ThresholdBand>(kBandCount, threshold_band_body, [&](int32_t b, ThresholdBand& a) {
-      a = ThresholdBand{frames, width, height, 1, &chunks, &levels[0][0], &above[b][0][0], nullptr};
+      a = ThresholdBand{frames, width, height, 1, &chunks, first, &above[b][0][0], nullptr};
     }, static_cast<int64_t>(width) * height * kFrames);
     const uint64_t n = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
     bool settled = true;
     for (int32_t f = 0; f < kFrames && settled; ++f) {
       uint64_t total[kThresholdLevels];
       for (int32_t k = 0; k < kThresholdLevels; ++k) total[k] = above[0][f][k] + above[1][f][k] + above[2][f][k] + above[3][f][k];
-      const int32_t level = level_in_window(levels[f], total, n, targets[f]);
+      const int32_t level = level_in_window(first[f], total, n, targets[f]);
       settled = level >= 0;
       thresholds[f] = static_cast<uint8_t>(level);
     }

@@ -14,10 +14,8 @@ constexpr uint32_t bits_set(uint8_t v) {
   return (b + (b >> 4)) & 0x0fu;
 }
 
-}  // namespace
-
-uint32_t MismatchRow_C(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
-                       const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
+uint32_t mismatch_row(const uint8_t* moving_mask, const uint8_t* moving_bitmap, const uint8_t* ref_bitmap,
+                      const uint8_t* ref_mask, int32_t n) {
   uint32_t total = 0;
   for (int32_t j = 0; j < n; ++j) {
     const uint8_t d = moving_bitmap[j] ^ ref_bitmap[j];
@@ -28,20 +26,29 @@ uint32_t MismatchRow_C(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
   return total;
 }
 
-uint32_t count_mismatches(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
-                          const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t width,
-                          int32_t m_begin, int32_t m_end, int32_t x, int32_t y, MismatchRowFn row) {
+}  // namespace
+
+uint32_t MismatchRows_C(const uint8_t* moving_mask, const uint8_t* moving_bitmap, const uint8_t* ref_bitmap,
+                        const uint8_t* ref_mask, int32_t n, int32_t rows, ptrdiff_t stride) {
+  return score_rows(mismatch_row, moving_mask, moving_bitmap, ref_bitmap, ref_mask, n, rows, stride);
+}
+
+ShiftedColumns shifted_columns(int32_t width, int32_t x) {
   const int64_t j_begin = std::max<int64_t>(-static_cast<int64_t>(x), 0);
   const int64_t j_end = std::min<int64_t>(static_cast<int64_t>(width) - x, width);
-  if (j_end <= j_begin) return 0;
-  const auto n = static_cast<int32_t>(j_end - j_begin);
-  uint32_t total = 0;
-  for (int64_t m = m_begin; m < m_end; ++m) {
-    const int64_t moving = m * width + j_begin;
-    const int64_t ref = (m + y) * width + j_begin + x;
-    total += row(moving_mask + moving, moving_bitmap + moving, ref_bitmap + ref, ref_mask + ref, n);
-  }
-  return total;
+  if (j_end <= j_begin) return {0, 0};
+  return {static_cast<int32_t>(j_begin), static_cast<int32_t>(j_end - j_begin)};
+}
+
+uint32_t count_mismatches(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
+                          const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t width,
+                          int32_t m_begin, int32_t m_end, int32_t x, int32_t y, MismatchRowsFn rows) {
+  const ShiftedColumns columns = shifted_columns(width, x);
+  if (columns.n == 0 || m_end <= m_begin) return 0;
+  const int64_t moving = static_cast<int64_t>(m_begin) * width + columns.begin;
+  const int64_t ref = (static_cast<int64_t>(m_begin) + y) * width + columns.begin + x;
+  return rows(moving_mask + moving, moving_bitmap + moving, ref_bitmap + ref, ref_mask + ref, columns.n,
+              m_end - m_begin, width);
 }
 
 }  // namespace tavo

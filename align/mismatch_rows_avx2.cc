@@ -38,11 +38,9 @@ inline __m256i bit_sums(__m256i f) {
   return _mm256_sad_epu8(_mm256_add_epi8(low, high), _mm256_setzero_si256());
 }
 
-}  // namespace
-
-uint32_t MismatchRow_AVX2(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
-                          const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
-  if (n < 32) return MismatchRow_SSE41(moving_mask, moving_bitmap, ref_bitmap, ref_mask, n);
+// A row of at least 32 pixels.
+uint32_t row(const uint8_t* moving_mask, const uint8_t* moving_bitmap, const uint8_t* ref_bitmap,
+             const uint8_t* ref_mask, int32_t n) {
   __m256i sums = _mm256_setzero_si256();  // four 64-bit lanes
   int32_t j = 0;
   for (; j + 32 <= n; j += 32) {
@@ -55,6 +53,14 @@ uint32_t MismatchRow_AVX2(const uint8_t* moving_mask, const uint8_t* moving_bitm
   const __m128i halves = _mm_add_epi64(_mm256_castsi256_si128(sums), _mm256_extracti128_si256(sums, 1));
   return static_cast<uint32_t>(static_cast<uint64_t>(_mm_cvtsi128_si64(halves)) +
                                static_cast<uint64_t>(_mm_extract_epi64(halves, 1)));
+}
+
+}  // namespace
+
+uint32_t MismatchRows_AVX2(const uint8_t* moving_mask, const uint8_t* moving_bitmap, const uint8_t* ref_bitmap,
+                           const uint8_t* ref_mask, int32_t n, int32_t rows, ptrdiff_t stride) {
+  if (n < 32) return MismatchRows_SSE41(moving_mask, moving_bitmap, ref_bitmap, ref_mask, n, rows, stride);
+  return score_rows(row, moving_mask, moving_bitmap, ref_bitmap, ref_mask, n, rows, stride);
 }
 
 }  // namespace tavo

@@ -4,8 +4,10 @@
 
 namespace tavo {
 
-uint32_t MismatchRow_SSE41(const uint8_t* moving_mask, const uint8_t* moving_bitmap,
-                           const uint8_t* ref_bitmap, const uint8_t* ref_mask, int32_t n) {
+namespace {
+
+uint32_t row(const uint8_t* moving_mask, const uint8_t* moving_bitmap, const uint8_t* ref_bitmap,
+             const uint8_t* ref_mask, int32_t n) {
   auto load = [](const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); };
   const __m128i one = _mm_set1_epi8(1);
   const __m128i nibble = _mm_set1_epi8(0x0f);
@@ -24,7 +26,14 @@ uint32_t MismatchRow_SSE41(const uint8_t* moving_mask, const uint8_t* moving_bit
   const uint64_t vector_sum = static_cast<uint64_t>(_mm_cvtsi128_si64(sums)) +
                               static_cast<uint64_t>(_mm_extract_epi64(sums, 1));
   return static_cast<uint32_t>(vector_sum) +
-         MismatchRow_C(moving_mask + j, moving_bitmap + j, ref_bitmap + j, ref_mask + j, n - j);
+         MismatchRows_C(moving_mask + j, moving_bitmap + j, ref_bitmap + j, ref_mask + j, n - j, 1, 0);
+}
+
+}  // namespace
+
+uint32_t MismatchRows_SSE41(const uint8_t* moving_mask, const uint8_t* moving_bitmap, const uint8_t* ref_bitmap,
+                            const uint8_t* ref_mask, int32_t n, int32_t rows, ptrdiff_t stride) {
+  return score_rows(row, moving_mask, moving_bitmap, ref_bitmap, ref_mask, n, rows, stride);
 }
 
 }  // namespace tavo

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "align/align_rows.h"
 #include "align/registration.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/arm_float.h"
@@ -18,7 +19,8 @@
 namespace {
 
 // Destination columns are handled in blocks whose source columns are looked up
-// once per call and kept on the stack (with their runs, about 64 KB).
+// once per block and kept (with their runs, about 64 KB): a band fills its
+// maps once and reuses them for every chunk of rows it takes.
 constexpr int32_t kColumnBlock = 4096;
 
 // min(last, trunc(scale * d)), the source index of destination index d.
@@ -41,9 +43,14 @@ struct ColumnMap {
   };
   int32_t columns[kColumnBlock];
   Run runs[kColumnBlock];
+  int32_t block = -1;  // the first destination column of the block held
   int32_t count = 0, run_count = 0;
 
+  // Holds the block from destination column `first` on, n columns; a map
+  // serves one scale and one last source column.
   void fill(int32_t first, int32_t n, float scale, int32_t last) {
+    if (block == first && count == n) return;
+    block = first;
     count = n;
     fill_indices(columns, first, n, scale, last);
     run_count = 0;
@@ -67,25 +74,18 @@ struct ColumnMap {
     }
     for (int32_t r = 0; r < run_count; ++r) memcpy(d + runs[r].first, s + runs[r].source, runs[r].length);
   }
+};
 
-  // d[2k] = v[columns[k]], d[2k + 1] = u[columns[k]]: V,U pairs.
-  void interleave(const uint8_t* u, const uint8_t* v, uint8_t* d) const {
-    for (int32_t r = 0; r < run_count; ++r) {
-      const uint8_t* su = u + runs[r].source;
-      const uint8_t* sv = v + runs[r].source;
-      uint8_t* pair = d + 2 * runs[r].first;
-      for (int32_t m = 0; m < runs[r].length; ++m) {
-        pair[2 * m] = sv[m];
-        pair[2 * m + 1] = su[m];
-      }
-    }
-  }
+// The maps a band keeps over its chunks, and the rows of the U and V samples
+// of a destination chroma row before they are merged into V,U pairs.
+struct ResizeScratch {
+  ColumnMap luma, chroma;
+  uint8_t u[kColumnBlock], v[kColumnBlock];
 };
 
 // Destination luma rows first ... end - 1.
 void resize_luma(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t src_height,
-                 int32_t dst_width, float sx, float sy, int32_t first, int32_t end) {
-  ColumnMap map;
+                 int32_t dst_width, float sx, float sy, int32_t first, int32_t end, ColumnMap& map) {
   for (int32_t j0 = 0; j0 < dst_width; j0 += kColumnBlock) {
     map.fill(j0, std::min(kColumnBlock, dst_width - j0), sx, src_width - 1);
     for (int32_t i = first; i < end; ++i) {
@@ -97,15 +97,15 @@ void resize_luma(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t sr
 
 // Destination chroma rows first ... end - 1.
 void resize_chroma(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t src_height,
-                   int32_t dst_width, int32_t dst_height, float sx, float sy, bool interleave,
-                   int32_t first, int32_t end) {
+                   int32_t dst_width, int32_t dst_height, float sx, float sy, tavo::MergePairsRowFn merge,
+                   int32_t first, int32_t end, ResizeScratch& scratch) {
   const tavo::Yuv420Planes from = tavo::yuv420_planes(src_width, src_height);
   const tavo::Yuv420Planes to = tavo::yuv420_planes(dst_width, dst_height);
   const uint8_t* src_u = src + from.u_plane;
   const uint8_t* src_v = src + from.v_plane;
   const int32_t pairs = dst_width / 2;  // chroma columns of a destination row
 
-  ColumnMap map;
+  ColumnMap& map = scratch.chroma;
   for (int32_t j0 = 0; j0 < pairs; j0 += kColumnBlock) {
     const int32_t n = std::min(kColumnBlock, pairs - j0);
     map.fill(j0, n, sx, src_width / 2 - 1);
@@ -114,8 +114,10 @@ void resize_chroma(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t 
       const int64_t src_offset = (row * src_width) / 2;
       const uint8_t* su = src_u + src_offset;
       const uint8_t* sv = src_v + src_offset;
-      if (interleave) {
-        map.interleave(su, sv, dst + to.vu_plane + 2 * (static_cast<int64_t>(i) * pairs + j0));
+      if (merge != nullptr) {
+        map.copy(su, scratch.u);
+        map.copy(sv, scratch.v);
+        merge(scratch.u, scratch.v, dst + to.vu_plane + 2 * (static_cast<int64_t>(i) * pairs + j0), n);
       } else {
         const int64_t dst_offset = (static_cast<int64_t>(i) * dst_width) / 2 + j0;
         map.copy(su, dst + to.u_plane + dst_offset);
@@ -130,20 +132,22 @@ struct ResizeBand {
   uint8_t* dst;
   int32_t src_width, src_height, dst_width, dst_height;
   float sx, sy;
-  bool chroma, interleave;
-  tavo::RowChunks* chunks;  // of luma rows, which start on even rows
+  bool chroma;
+  tavo::MergePairsRowFn merge;  // for V,U pairs; null for planar chroma
+  tavo::RowChunks* chunks;      // of luma rows, which start on even rows
 };
 
 // The luma rows of every chunk the band takes and, when the frame has chroma,
 // the chroma rows they hold.
 int32_t resize_band_body(void* record) {
   const auto& a = tavo::band_payload<ResizeBand>(record);
+  ResizeScratch scratch;
   int32_t first = 0, rows = 0;
   while (a.chunks->take(&first, &rows)) {
-    resize_luma(a.src, a.dst, a.src_width, a.src_height, a.dst_width, a.sx, a.sy, first, first + rows);
+    resize_luma(a.src, a.dst, a.src_width, a.src_height, a.dst_width, a.sx, a.sy, first, first + rows, scratch.luma);
     if (a.chroma) {
-      resize_chroma(a.src, a.dst, a.src_width, a.src_height, a.dst_width, a.dst_height, a.sx, a.sy,
-                    a.interleave, first / 2, std::min((first + rows) / 2, a.dst_height / 2));
+      resize_chroma(a.src, a.dst, a.src_width, a.src_height, a.dst_width, a.dst_height, a.sx, a.sy, a.merge,
+                    first / 2, std::min((first + rows) / 2, a.dst_height / 2), scratch);
     }
   }
   tavo::band_done(record);
@@ -158,10 +162,10 @@ void tavo::resize_in_bands(const uint8_t* src, uint8_t* dst, int32_t src_width, 
   const float sx = static_cast<float>(src_width) / static_cast<float>(dst_width);
   const float sy = static_cast<float>(src_height) / static_cast<float>(dst_height);
   const bool chroma = dst_width >= 2 && dst_height >= 2;
-  const bool interleave = layout == ChromaLayout::kSemiPlanar;
+  const MergePairsRowFn merge = layout == ChromaLayout::kSemiPlanar ? GetAlignRows().merge_pairs : nullptr;
   RowChunks chunks(dst_height);
   run_bands<ResizeBand>(kBandCount, resize_band_body, [&](int32_t, ResizeBand& a) {
-    a = ResizeBand{src, dst, src_width, src_height, dst_width, dst_height, sx, sy, chroma, interleave, &chunks};
+    a = ResizeBand{src, dst, src_width, src_height, dst_width, dst_height, sx, sy, chroma, merge, &chunks};
   }, static_cast<int64_t>(dst_width) * dst_height);
 }
 
@@ -171,8 +175,10 @@ extern "C" TAVO_HDR_EXPORT void image_resize(const uint8_t* src, uint8_t* dst, i
   if (dst_height < 1 || dst_width < 1) return;
   const float sx = static_cast<float>(src_width) / static_cast<float>(dst_width);
   const float sy = static_cast<float>(src_height) / static_cast<float>(dst_height);
-  resize_luma(src, dst, src_width, src_height, dst_width, sx, sy, 0, dst_height);
+  ResizeScratch scratch;
+  resize_luma(src, dst, src_width, src_height, dst_width, sx, sy, 0, dst_height, scratch.luma);
   if (dst_width < 2 || dst_height < 2) return;
-  const bool interleave = tavo::parse_layout(layout) == tavo::ChromaLayout::kSemiPlanar;
-  resize_chroma(src, dst, src_width, src_height, dst_width, dst_height, sx, sy, interleave, 0, dst_height / 2);
+  const tavo::MergePairsRowFn merge =
+      tavo::parse_layout(layout) == tavo::ChromaLayout::kSemiPlanar ? tavo::GetAlignRows().merge_pairs : nullptr;
+  resize_chroma(src, dst, src_width, src_height, dst_width, dst_height, sx, sy, merge, 0, dst_height / 2, scratch);
 }

@@ -13,4 +13,8 @@ void SplitPairsRow_C(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t n)
   }
 }
 
+void MergePairsRow_C(const uint8_t* odd, const uint8_t* even, uint8_t* dst, int32_t n) {
+  merge_pairs_from(odd, even, dst, 0, n);
+}
+
 }  // namespace tavo

@@ -34,6 +34,8 @@ void WaveletMainRow_SSE41(const uint8_t* top, const uint8_t* bottom, uint8_t* ap
                           uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
 void WaveletMainRow_AVX2(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
                          uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
+void WaveletMainRow_AVX512(const uint8_t* top, const uint8_t* bottom, uint8_t* approx,
+                           uint8_t* bitmap, uint8_t* mask, int32_t blocks, int32_t threshold);
 #endif
 
 // Input columns first ... width - 1 (first even) into outputs first/2 onward of

@@ -34,7 +34,6 @@ struct Inputs {
   std::vector<uint16_t> level[5];  // rows of a pyramid level, 2 kWidth samples
   std::vector<int16_t> fused = tavo::test::make_row<int16_t>(0, kWidth, tavo::test::kLevelSamples, 6);
   std::vector<int16_t> lap = tavo::test::make_row<int16_t>(1, kFrames * kWidth, tavo::test::kLevelSamples, 7);
-  std::vector<uint8_t> levels = {100, 101, 102, 103, 104, 105, 106, 107, 108, 109, 110, 111, 112, 113, 114, 115};
   std::vector<uint64_t> above = std::vector<uint64_t>(tavo::kThresholdLevels);
   std::vector<uint16_t> out16 = std::vector<uint16_t>(kWidth);
   std::vector<int16_t> out_s16 = std::vector<int16_t>(kStride);
@@ -98,20 +97,22 @@ void add(const char* module, const char* name, Table (*get)(), Row Table::*entry
 // The table of rows, one entry a row.
 const bool kRegistered = [] {
   using In = Inputs&;
-  add("align", "mismatch", tavo::GetAlignRows, &AlignRows::mismatch, +[](tavo::MismatchRowFn r, In in) {
+  add("align", "mismatch", tavo::GetAlignRows, &AlignRows::mismatch, +[](tavo::MismatchRowsFn r, In in) {
     const uint8_t* m = in.maps.data();
-    benchmark::DoNotOptimize(r(m, m + kWidth, m + 2 * kWidth, m + 3 * kWidth, kWidth));
+    benchmark::DoNotOptimize(r(m, m + kWidth, m + 2 * kWidth, m + 3 * kWidth, kWidth, 1, 0));
   });
   add("align", "widen_x16", tavo::GetAlignRows, &AlignRows::widen_x16,
       +[](tavo::WidenX16RowFn r, In in) { r(in.bytes.data(), in.out16.data(), kWidth); });
   add("align", "split_pairs", tavo::GetAlignRows, &AlignRows::split_pairs,
       +[](tavo::SplitPairsRowFn r, In in) { r(in.bytes.data(), in.out8.data(), in.out8.data() + kWidth, kWidth); });
+  add("align", "merge_pairs", tavo::GetAlignRows, &AlignRows::merge_pairs,
+      +[](tavo::MergePairsRowFn r, In in) { r(in.bytes.data(), in.bytes.data() + kWidth, in.out8.data(), kWidth); });
   add("align", "wavelet_main", tavo::GetAlignRows, &AlignRows::wavelet_main, +[](tavo::WaveletMainRowFn r, In in) {
     uint8_t* o = in.out8.data();
     r(in.bytes.data(), in.bytes.data() + 2 * kWidth, o, o + kWidth, o + 2 * kWidth, kWidth / 8, 128);
   });
   add("align", "count_above", tavo::GetAlignRows, &AlignRows::count_above,
-      +[](tavo::CountAboveRowFn r, In in) { r(in.bytes.data(), kWidth, in.levels.data(), in.above.data()); });
+      +[](tavo::CountAboveRowFn r, In in) { r(in.bytes.data(), kWidth, 100, in.above.data()); });
 
   add("fusion", "reduce_h", tavo::GetFusionRows, &FusionRows::reduce_h,
       +[](tavo::ReduceHRow<uint16_t>* r, In in) { r(in.level[0].data(), 2 * kWidth, in.out16.data(), kWidth); });

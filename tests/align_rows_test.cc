@@ -73,15 +73,18 @@ TEST(AlignRows, WaveletMainRowsMatchPortable) {
 
 TEST(AlignRows, MismatchRowsMatchPortable) {
   // Any bytes, the level maps' values, and small alphabets where a mask often
-  // equals the bitmap difference (the select steps).
-  expect_variants_match(&AlignRows::mismatch, {{}, {0, 1, 255}, {0, 1, 2, 3}, {0, 255}}, up_to(70), 4,
-                        {0, 1, 3}, [](tavo::MismatchRowFn row, const uint8_t* p, size_t n) {
-                          return row(p, p + n, p + 2 * n, p + 3 * n, static_cast<int32_t>(n));
+  // equals the bitmap difference (the select steps); one row, and three rows
+  // of n pixels n + 1 apart.
+  expect_variants_match(&AlignRows::mismatch, {{}, {0, 1, 255}, {0, 1, 2, 3}, {0, 255}}, up_to(70), 12,
+                        {0, 1, 3}, [](tavo::MismatchRowsFn row, const uint8_t* p, size_t n) {
+                          const auto w = static_cast<int32_t>(n);
+                          return std::vector<uint32_t>{row(p, p + n, p + 2 * n, p + 3 * n, w, 1, 0),
+                                                       row(p, p + 3 * n, p + 6 * n, p + 9 * n, w, 3, w + 1)};
                         });
   // A long row of the worst case: every byte scores 8.
   const std::vector<uint8_t> ones(5000, 0xff), zeros(5000, 0);
   for (const auto& [set, row] : tavo::test::RowVariants(tavo::GetAlignRows, &AlignRows::mismatch)) {
-    EXPECT_EQ(row(zeros.data(), ones.data(), zeros.data(), zeros.data(), 5000), 5000u * 8) << set;
+    EXPECT_EQ(row(zeros.data(), ones.data(), zeros.data(), zeros.data(), 5000, 1, 0), 5000u * 8) << set;
   }
 }
 
@@ -98,23 +101,39 @@ TEST(AlignRows, WarpRowsMatchPortable) {
                           row(src, dst.data() + 1, dst.data() + n + 9, static_cast<int32_t>(n));
                           return dst;
                         });
+  expect_variants_match(&AlignRows::merge_pairs, {{}}, up_to(70), 2,
+                        {0, 1, 2, 7}, [](tavo::MergePairsRowFn row, const uint8_t* src, size_t n) {
+                          std::vector<uint8_t> dst(2 * n + 16, 0xEE);
+                          row(src, src + n + 1, dst.data() + n % 5, static_cast<int32_t>(n));
+                          return dst;
+                        });
 }
 
 TEST(AlignRows, CountAboveRowsMatchPortable) {
-  // Lengths around the vector and the 255-vector counter blocks; levels at
-  // both ends and around the signed-compare boundary. The rows add to the
+  // Lengths around the vector and the 15-vector nibble counters; windows at
+  // both ends and across the signed-compare boundary. The rows add to the
   // counts they are given.
   expect_variants_match(
-      &AlignRows::count_above, {{}, {0}, {255}, {0, 255}, {126, 127, 128, 129}},
-      {0, 1, 15, 16, 31, 32, 33, 255 * 32 - 1, 255 * 32, 255 * 32 + 47, 3 * 255 * 32 + 17}, 1, {0, 3},
+      &AlignRows::count_above, {{}, {0}, {255}, {0, 255}, {126, 127, 128, 129}, {0, 1, 2, 7, 8, 9}, {246, 247, 248, 254}},
+      {0, 1, 15, 16, 31, 32, 33, 63, 65, 15 * 64 - 1, 15 * 64 + 1, 255 * 32 + 47, 3 * 255 * 32 + 17}, 1, {0, 3},
       [](tavo::CountAboveRowFn row, const uint8_t* src, size_t n) {
-        uint8_t levels[tavo::kThresholdLevels] = {0, 255, 127, 128, 126, 129, 1, 254};
-        std::vector<uint64_t> above(tavo::kThresholdLevels);
-        for (int k = 8; k < tavo::kThresholdLevels; ++k) levels[k] = static_cast<uint8_t>(37 * k + n);
-        for (int k = 0; k < tavo::kThresholdLevels; ++k) above[k] = k;
-        row(src, n, levels, above.data());
+        std::vector<uint64_t> above;
+        for (int32_t first : {0, 1, 121, 124, 200, 247, tavo::kLastFirstLevel}) {
+          std::vector<uint64_t> counts(tavo::kThresholdLevels);
+          for (int k = 0; k < tavo::kThresholdLevels; ++k) counts[k] = k;
+          row(src, n, first, counts.data());
+          above.insert(above.end(), counts.begin(), counts.end());
+        }
         return above;
       });
+  // A long row of the worst case: every byte above every level, past the
+  // point where wider counters are summed.
+  const std::vector<uint8_t> bright(2049 * 15 * 16 + 5, 255);
+  for (const auto& [set, row] : tavo::test::RowVariants(tavo::GetAlignRows, &AlignRows::count_above)) {
+    std::vector<uint64_t> above(tavo::kThresholdLevels);
+    row(bright.data(), bright.size(), 0, above.data());
+    EXPECT_EQ(above, std::vector<uint64_t>(tavo::kThresholdLevels, bright.size())) << set;
+  }
 }
 
 }  // namespace
