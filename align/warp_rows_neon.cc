@@ -14,7 +14,7 @@ namespace {
 
 inline void widen16(const uint8_t* src, uint16_t* dst) {
   const uint8x16_t v = vld1q_u8(src);
-  vst1q_u16_x2(dst, uint16x8x2_t{{vshll_n_u8(vget_low_u8(v), 4), vshll_high_n_u8(v, 4)}});
+  vst1q_u16_x2(dst, (uint16x8x2_t{{vshll_n_u8(vget_low_u8(v), 4), vshll_high_n_u8(v, 4)}}));
 }
 
 inline void split8(const uint8_t* src, uint8_t* odd, uint8_t* even) {
@@ -24,7 +24,7 @@ inline void split8(const uint8_t* src, uint8_t* odd, uint8_t* even) {
 }
 
 inline void merge8(const uint8_t* odd, const uint8_t* even, uint8_t* dst) {
-  vst2_u8(dst, uint8x8x2_t{{vld1_u8(even), vld1_u8(odd)}});
+  vst2_u8(dst, (uint8x8x2_t{{vld1_u8(even), vld1_u8(odd)}}));
 }
 
 }  // namespace
@@ -33,10 +33,10 @@ void WidenX16Row_NEON(const uint8_t* src, uint16_t* dst, int32_t n) {
   int32_t j = 0;
   for (; j + 64 <= n; j += 64) {
     const uint8x16x4_t v = vld1q_u8_x4(src + j);
-    vst1q_u16_x4(dst + j, uint16x8x4_t{{vshll_n_u8(vget_low_u8(v.val[0]), 4), vshll_high_n_u8(v.val[0], 4),
-                                        vshll_n_u8(vget_low_u8(v.val[1]), 4), vshll_high_n_u8(v.val[1], 4)}});
-    vst1q_u16_x4(dst + j + 32, uint16x8x4_t{{vshll_n_u8(vget_low_u8(v.val[2]), 4), vshll_high_n_u8(v.val[2], 4),
-                                             vshll_n_u8(vget_low_u8(v.val[3]), 4), vshll_high_n_u8(v.val[3], 4)}});
+    vst1q_u16_x4(dst + j, (uint16x8x4_t{{vshll_n_u8(vget_low_u8(v.val[0]), 4), vshll_high_n_u8(v.val[0], 4),
+                                         vshll_n_u8(vget_low_u8(v.val[1]), 4), vshll_high_n_u8(v.val[1], 4)}}));
+    vst1q_u16_x4(dst + j + 32, (uint16x8x4_t{{vshll_n_u8(vget_low_u8(v.val[2]), 4), vshll_high_n_u8(v.val[2], 4),
+                                              vshll_n_u8(vget_low_u8(v.val[3]), 4), vshll_high_n_u8(v.val[3], 4)}}));
   }
   for (; j + 16 <= n; j += 16) widen16(src + j, dst + j);
   if (j == n) return;
@@ -68,7 +68,7 @@ void SplitPairsRow_NEON(const uint8_t* src, uint8_t* odd, uint8_t* even, int32_t
 
 void MergePairsRow_NEON(const uint8_t* odd, const uint8_t* even, uint8_t* dst, int32_t n) {
   int32_t j = 0;
-  for (; j + 16 <= n; j += 16) vst2q_u8(dst + 2 * j, uint8x16x2_t{{vld1q_u8(even + j), vld1q_u8(odd + j)}});
+  for (; j + 16 <= n; j += 16) vst2q_u8(dst + 2 * j, (uint8x16x2_t{{vld1q_u8(even + j), vld1q_u8(odd + j)}}));
   for (; j + 8 <= n; j += 8) merge8(odd + j, even + j, dst + 2 * j);
   if (j == n) return;
   if (n >= 8) {

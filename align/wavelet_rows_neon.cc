@@ -43,8 +43,8 @@ void WaveletMainRow_NEON(const uint8_t* top, const uint8_t* bottom, uint8_t* app
     const uint8x16x2_t a = {{block_means(t.val[0], t.val[1], d.val[0], d.val[1]),
                              block_means(t.val[2], t.val[3], d.val[2], d.val[3])}};
     vst1q_u8_x2(approx + out, a);
-    vst1q_u8_x2(bitmap + out, uint8x16x2_t{{classes.bitmap(a.val[0]), classes.bitmap(a.val[1])}});
-    vst1q_u8_x2(mask + out, uint8x16x2_t{{classes.mask(a.val[0]), classes.mask(a.val[1])}});
+    vst1q_u8_x2(bitmap + out, (uint8x16x2_t{{classes.bitmap(a.val[0]), classes.bitmap(a.val[1])}}));
+    vst1q_u8_x2(mask + out, (uint8x16x2_t{{classes.mask(a.val[0]), classes.mask(a.val[1])}}));
   }
   if (b + 2 <= blocks) {
     const int32_t in = b * 16, out = b * 8;

@@ -13,6 +13,8 @@ packages=(
   python3-dev python3-numpy pybind11-dev
   nlohmann-json3-dev python3-distributed parallel
 )
+# The phone build's compile check: clang and lld for aarch64-linux-android.
+packages+=(clang lld)
 # The aarch64 cross build links tavo-hdr against Debian's arm64 image libraries
 # and the tests against its arm64 GoogleTest,
 # installed beside the amd64 ones (multiarch); the Debian packages are built
