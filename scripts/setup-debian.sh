@@ -15,6 +15,8 @@ packages=(
 )
 # The phone build's compile check: clang and lld for aarch64-linux-android.
 packages+=(clang lld)
+# The ABI check: abidiff against abi/ (abidw writes the baseline).
+packages+=(abigail-tools)
 # The aarch64 cross build links tavo-hdr against Debian's arm64 image libraries
 # and the tests against its arm64 GoogleTest,
 # installed beside the amd64 ones (multiarch); the Debian packages are built
