@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "api/stage_times.h"
+#include "tavo_lumo_hdr.h"
 
 namespace tavo {
 
@@ -16,6 +17,7 @@ int32_t stop_flag_value();
 // elapsed on the monotonic clock since start_ns.
 double endTime(const char* label, int64_t start_ns);
 
-inline constexpr const char* kLibraryVersion = "v4.2.2.1";
+// The banner's version text: "v" and the version of tavo_lumo_hdr.h.
+inline constexpr const char* kLibraryVersion = "v" TAVO_HDR_VERSION_STRING;
 
 }  // namespace tavo

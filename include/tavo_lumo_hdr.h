@@ -40,6 +40,24 @@
 #define TAVO_HDR_MIN_HEIGHT 2
 #define TAVO_HDR_MAX_PIXELS 213726991
 
+/* The library's version, written here only: the build, the packages, the
+ * pkg-config file and the Python module take it from these lines.
+ * TAVO_HDR_VERSION is one number to compare at compile time
+ * (MAJOR * 1000000 + MINOR * 10000 + PATCH * 100 + TWEAK: 4.2.2.1 is 4020201),
+ * TAVO_HDR_VERSION_STRING the text ("4.2.2.1"). */
+#define TAVO_HDR_VERSION_MAJOR 4
+#define TAVO_HDR_VERSION_MINOR 2
+#define TAVO_HDR_VERSION_PATCH 2
+#define TAVO_HDR_VERSION_TWEAK 1
+#define TAVO_HDR_VERSION                                                           \
+  (TAVO_HDR_VERSION_MAJOR * 1000000 + TAVO_HDR_VERSION_MINOR * 10000 +             \
+   TAVO_HDR_VERSION_PATCH * 100 + TAVO_HDR_VERSION_TWEAK)
+#define TAVO_HDR_TEXT_(x) #x
+#define TAVO_HDR_TEXT(x) TAVO_HDR_TEXT_(x)
+#define TAVO_HDR_VERSION_STRING                                                    \
+  TAVO_HDR_TEXT(TAVO_HDR_VERSION_MAJOR) "." TAVO_HDR_TEXT(TAVO_HDR_VERSION_MINOR) "." \
+  TAVO_HDR_TEXT(TAVO_HDR_VERSION_PATCH) "." TAVO_HDR_TEXT(TAVO_HDR_VERSION_TWEAK)
+
 #ifdef __cplusplus
 extern "C" {
 #endif

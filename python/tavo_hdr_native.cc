@@ -262,6 +262,7 @@ py::object compare(const Bytes& a, const Bytes& b, int32_t width, int32_t height
 
 PYBIND11_MODULE(_native, m) {
   m.doc() = "libtavo_lumo_hdr and the tavo-hdr tool's file and colour code; use the tavo_hdr package";
+  m.attr("__version__") = TAVO_HDR_VERSION_STRING;
   m.attr("MIN_WIDTH") = TAVO_HDR_MIN_WIDTH;
   m.attr("MIN_HEIGHT") = TAVO_HDR_MIN_HEIGHT;
   m.attr("MAX_PIXELS") = TAVO_HDR_MAX_PIXELS;

@@ -28,6 +28,8 @@ import numpy as np
 
 from . import _native
 
+__version__ = _native.__version__
+
 __all__ = [
     "LAYOUTS", "FusionError", "Stopped", "fuse", "restart", "set_stop_flag", "last_log",
     "read_raw", "write_raw", "read_dump", "read_capture", "dumped_output", "replay", "compare",
