@@ -17,6 +17,8 @@ packages=(
 packages+=(clang lld)
 # The ABI check: abidiff against abi/ (abidw writes the baseline).
 packages+=(abigail-tools)
+# The Python package from the checkout: pip in a venv, and wheels.
+packages+=(python3-setuptools python3-wheel python3-venv python3-pip python3-build)
 # The aarch64 cross build links tavo-hdr against Debian's arm64 image libraries
 # and the tests against its arm64 GoogleTest,
 # installed beside the amd64 ones (multiarch); the Debian packages are built

@@ -2,6 +2,7 @@
 library's own log; run by ctest with PYTHONPATH at the build tree."""
 
 import json
+import mmap
 import os
 import pathlib
 import subprocess
@@ -47,11 +48,19 @@ class TavoHdrTest(unittest.TestCase):
             subprocess.run([tool, "fuse", *names, "-o", self.path("tool.yuv"), "--size", f"{width}x{height}",
                             "--layout", layout], check=True, capture_output=True)
             expected = np.fromfile(self.path("tool.yuv"), dtype=np.uint8)
-            for what, given in (("1-D", [f.ravel() for f in frames]), ("2-D", frames), ("stacked", np.stack(frames))):
+            files = [open(name, "rb") for name in names]
+            self.addCleanup(lambda: [f.close() for f in files])
+            maps = [mmap.mmap(f.fileno(), 0, access=mmap.ACCESS_READ) for f in files]
+            for what, given in (("1-D", [f.ravel() for f in frames]), ("2-D", frames), ("stacked", np.stack(frames)),
+                                ("bytes", [f.tobytes() for f in frames]), ("bytearray", [bytearray(f) for f in frames]),
+                                ("memoryview", [memoryview(f) for f in frames]), ("mmap", maps)):
                 with self.subTest(layout=layout, frames=what):
                     out = tavo_hdr.fuse(given, width, height, layout)
-                    self.assertEqual(out.shape, given[0].shape)
+                    self.assertEqual(out.shape, getattr(given[0], "shape", expected.shape))
                     self.assertTrue(np.array_equal(out.ravel(), expected))
+            del out, given  # the arrays over the maps go before the maps
+            for m in maps:
+                m.close()
 
     def test_colour_conversion_follows_the_layout(self):
         rgb = np.zeros((2, 4, 3), np.uint8)
@@ -72,6 +81,8 @@ class TavoHdrTest(unittest.TestCase):
             ("wrong size", ([f, f, f[:-1]], 64, 48), ValueError),
             ("not contiguous", ([f, f, np.zeros((72, 128), np.uint8)[:, ::2]], 64, 48), ValueError),
             ("not uint8", ([f, f, f.astype(np.int16)], 64, 48), TypeError),
+            ("a buffer of int16", ([f, f, memoryview(f.astype(np.int16))], 64, 48), TypeError),
+            ("not a buffer", ([f, f, "frame"], 64, 48), TypeError),
             ("two frames", ([f, f], 64, 48), TypeError),
             ("unknown layout", ([f, f, f], 64, 48, "NV12"), ValueError),
         ]

@@ -200,21 +200,33 @@ def _check_size(width, height, multiple):
     return width, height
 
 
-def _check_array(a, what):
+def _as_array(a, what):
+    """A numpy array, or a uint8 array over any C-contiguous buffer of bytes
+    (bytes, bytearray, memoryview, mmap), sharing its memory."""
     if not isinstance(a, np.ndarray):
-        raise TypeError(f"{what} must be a numpy array, not {type(a).__name__}")
+        try:
+            view = memoryview(a)
+        except TypeError:
+            raise TypeError(f"{what} must be a numpy array or a buffer of bytes, not {type(a).__name__}") from None
+        if view.format not in ("B", "c") or view.itemsize != 1:
+            raise TypeError(f"{what} must hold bytes, not items of format {view.format!r}")
+        if not view.c_contiguous:
+            raise ValueError(f"{what} is not C-contiguous")
+        return np.frombuffer(view, np.uint8).reshape(view.shape)
     if a.dtype != np.uint8:
         raise TypeError(f"{what} must be of dtype uint8, not {a.dtype}")
     if not a.flags.c_contiguous:
         raise ValueError(f"{what} is not C-contiguous (np.ascontiguousarray makes it so)")
+    return a
 
 
 def _check_frame(frame, width, height, what):
-    _check_array(frame, what)
+    frame = _as_array(frame, what)
     shapes = ((width * height * 3 // 2,), (height * 3 // 2, width))
     if frame.shape not in shapes:
         raise ValueError(f"{what} has shape {frame.shape}; a {width}x{height} frame is "
                          f"{shapes[0]} or {shapes[1]}")
+    return frame
 
 
 def _check_layout(layout):
@@ -224,6 +236,8 @@ def _check_layout(layout):
 
 def fuse(frames, width, height, layout="YUV420_PLANAR"):
     """Fuses (dark, normal, bright), a sequence or an array stacking the three,
+    each a uint8 array or any C-contiguous buffer of bytes (bytes, bytearray,
+    memoryview, mmap),
     into a new frame of the first frame's shape: exactly the bytes HDR_Function
     writes. Raises FusionError when the library fails (its log lines in the
     message) and Stopped when the stop flag is set."""
@@ -231,8 +245,8 @@ def fuse(frames, width, height, layout="YUV420_PLANAR"):
     _check_layout(layout)
     if isinstance(frames, (str, bytes)) or len(frames) != 3:
         raise TypeError("frames must be a sequence of three frames: dark, normal, bright")
-    for frame, what in zip(frames, ("the dark frame", "the normal frame", "the bright frame")):
-        _check_frame(frame, width, height, what)
+    frames = [_check_frame(frame, width, height, what)
+              for frame, what in zip(frames, ("the dark frame", "the normal frame", "the bright frame"))]
     out = np.empty_like(frames[0])
     result, _, _ = _fuse_into(*frames, out, width, height, layout)
     if result == 1:
@@ -304,7 +318,7 @@ def write_raw(path, array):
     place, so that no reader ever sees a partial file. Raises OSError, with
     the path, rather than replace a non-regular file or a file with several
     hard links, and when the file cannot be written."""
-    _check_array(array, "the array")
+    array = _as_array(array, "the array")
     _native.write_raw(_path(path), array)
 
 
@@ -377,8 +391,8 @@ def compare(a, b, width, height, layout="YUV420_PLANAR"):
     squared_error, psnr (None for equal planes)}."""
     width, height = _check_size(width, height, 2)
     _check_layout(layout)
-    _check_frame(a, width, height, "the first frame")
-    _check_frame(b, width, height, "the second frame")
+    a = _check_frame(a, width, height, "the first frame")
+    b = _check_frame(b, width, height, "the second frame")
     return _native.compare(a, b, width, height, layout)
 
 
@@ -386,14 +400,14 @@ def yuv_to_rgb(frame, width, height, layout="YUV420_PLANAR"):
     """Full-range BT.601, as tavo-hdr converts: a (height, width, 3) uint8 RGB image."""
     width, height = _check_size(width, height, 2)
     _check_layout(layout)
-    _check_frame(frame, width, height, "the frame")
+    frame = _check_frame(frame, width, height, "the frame")
     return _native.yuv_to_rgb(frame, width, height, layout)
 
 
 def rgb_to_yuv(rgb, layout="YUV420_PLANAR"):
     """Full-range BT.601, as tavo-hdr converts: a (height, width, 3) uint8 RGB
     image (width and height even) to a frame shaped (height*3//2, width)."""
-    _check_array(rgb, "the image")
+    rgb = _as_array(rgb, "the image")
     _check_layout(layout)
     if rgb.ndim != 3 or rgb.shape[2] != 3:
         raise ValueError(f"the image has shape {rgb.shape}, not (height, width, 3)")
