@@ -304,6 +304,17 @@ ToolRun run_tool(const std::string& dir, const std::string& args, int signal = 0
   return run;
 }
 
+// tests/photo_tags.py in `dir`: phone photographs made, or their tags as
+// Pillow reads them.
+std::string photo_tags(const std::string& dir, const std::string& args) {
+  FILE* p = popen(("cd '" + dir + "' && /usr/bin/python3 " TAVO_TEST_PHOTO_TAGS " " + args).c_str(), "r");
+  std::string out;
+  char buffer[4096];
+  for (size_t n; p != nullptr && (n = fread(buffer, 1, sizeof buffer, p)) > 0;) out.append(buffer, n);
+  EXPECT_TRUE(p != nullptr && pclose(p) == 0) << args;
+  return out;
+}
+
 RgbImage rgb_of(const std::vector<uint8_t>& yuv, int32_t w, int32_t h) {
   RgbImage image{w, h, std::vector<uint8_t>(static_cast<size_t>(w) * h * 3)};
   yuv420_to_rgb(yuv.data(), w, h, ChromaLayout::kPlanar, image.pixels.data());
@@ -362,6 +373,28 @@ TEST_F(Tool, FusesRawFramesAndImagesToTheLibrarysBytes) {
   ASSERT_TRUE(png_image_write_to_file(&png, (d + "alpha.png").c_str(), 0, rgba, 0, nullptr));
   ASSERT_TRUE(read_image(d + "alpha.png", &fused, &error)) << error;
   EXPECT_EQ(fused.pixels, (std::vector<uint8_t>{200, 100, 50, 0, 0, 0}));
+}
+
+// Phone photographs: the result keeps the reference's EXIF (stating the
+// result's pixel size), XMP (JPEG) and profile, as Pillow reads them.
+TEST_F(Tool, PhotographsKeepTheReferencesTagsAndProfile) {
+  const std::string d = dir_.path() + "/";
+  photo_tags(d, "make dark.jpg 40 0.0025 6 normal.jpg 110 0.01 6 bright.jpg 200 0.04 6");
+  const std::string normal = std::regex_replace(photo_tags(d, "tags normal.jpg"),
+                                                std::regex("0xa002 1920\nExif 0xa003 1080"), "0xa002 64\nExif 0xa003 48");
+  ASSERT_NE(normal.find("0xa003 48\n"), std::string::npos) << normal;
+  const struct {
+    std::string args, output;
+    std::string tags;
+  } cases[] = {
+      {"dark.jpg normal.jpg bright.jpg", "out.jpg", normal},
+      {"dark.jpg normal.jpg bright.jpg", "out.png", std::regex_replace(normal, std::regex("xmp [^\n]*\n"), "")},
+  };
+  for (const auto& c : cases) {
+    const ToolRun run = run_tool(d, "fuse " + c.args + " -o " + c.output);
+    ASSERT_EQ(run.exit_code, 0) << c.args << "\n" << run.err;
+    EXPECT_EQ(photo_tags(d, "tags " + c.output), c.tags) << c.args << " -o " << c.output;
+  }
 }
 
 TEST_F(Tool, ReplaysTheLibrarysDumpsIdentically) {
@@ -547,6 +580,7 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
   write_all(d + "bad.png", bytes);
   write_png_claiming(d + "a.png", d + "huge.png", 100000, 100000);
   write_png_claiming(d + "a.png", d + "big.png", 16384, 8192);
+  photo_tags(d, "make turned.jpg 90 0.01 6");
   // Captures whose dumped output or frame is no frame: a directory, a FIFO, a
   // device, a symbolic link loop. Their results go elsewhere.
   for (const std::string sub : {"hdr-dir", "hdr-fifo", "hdr-device", "hdr-loop", "frame-loop"}) {
@@ -599,6 +633,8 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
       {"fuse a.png b.png in0.yuv -o out.png", 2, "give three image files"},
       {"fuse cut.jpg a.png b.png -o out.png", 3, "cannot decode cut.jpg: Premature end of JPEG file"},
       {"fuse a.png bad.png b.png -o out.png", 3, "cannot decode bad.png: "},
+      {"fuse turned.jpg a.png b.png -o out.png", 3,
+       "images of different orientations: turned.jpg has EXIF orientation 6, a.png 1"},
       {"fuse huge.png a.png b.png -o out.png", 3, "huge.png: 100000x100000 is more than the library's 213726991 pixels"},
 // Sanitizers need more address space; under an emulator the limit would bound
 // the emulator's own mappings too (the loop skips it there).

@@ -27,6 +27,7 @@
 #include "tools/core_plan.h"
 #include "tools/exit_codes.h"
 #include "tools/dump_names.h"
+#include "tools/exif_tags.h"
 #include "tools/frame_diff.h"
 #include "tools/image_io.h"
 #include "tools/interrupt.h"
@@ -239,6 +240,7 @@ int fuse_command(const Options& options) {
   Frames frames;
   frames.layout = options.layout;
   RgbImage rgb[3];
+  ImageMetadata metadata[3];
   if (images == 0) {
     if (options.width == 0) return fail(kUsageError, "raw frames need --size WxH");
     if (const std::string p = frame_size_problem(options.width, options.height); !p.empty()) {
@@ -250,12 +252,21 @@ int fuse_command(const Options& options) {
   } else {
     for (int k = 0; k < 3; ++k) {
       std::string error;
-      if (!read_image(options.inputs[k], &rgb[k], &error, frame_size_problem)) return fail(kInputError, error);
+      if (!read_image(options.inputs[k], &rgb[k], &error, frame_size_problem, &metadata[k])) {
+        return fail(kInputError, error);
+      }
       if (rgb[k].width != rgb[0].width || rgb[k].height != rgb[0].height) {
         return fail(kInputError, "images of different sizes: " + options.inputs[0] + " is " +
                                      std::to_string(rgb[0].width) + "x" + std::to_string(rgb[0].height) + ", " +
                                      options.inputs[k] + " is " + std::to_string(rgb[k].width) + "x" +
                                      std::to_string(rgb[k].height));
+      }
+      // Pixels stay as stored and the result keeps the reference's Orientation
+      // tag, as a camera does; that holds for all three only when they agree.
+      const int first = read_exif(metadata[0].exif).orientation, other = read_exif(metadata[k].exif).orientation;
+      if (other != first) {
+        return fail(kInputError, "images of different orientations: " + options.inputs[0] + " has EXIF orientation " +
+                                     std::to_string(first) + ", " + options.inputs[k] + " " + std::to_string(other));
       }
     }
     frames.width = rgb[0].width;
@@ -280,7 +291,7 @@ int fuse_command(const Options& options) {
   } else {
     RgbImage result{frames.width, frames.height, std::vector<uint8_t>(rgb[0].pixels.size())};
     yuv420_to_rgb(out.data(), frames.width, frames.height, layout, result.pixels.data());
-    if (!write_image(options.output, result, &error, inputs)) return fail(kInputError, error);
+    if (!write_image(options.output, result, &error, inputs, metadata[1])) return fail(kInputError, error);
   }
   say("wrote %s (%dx%d)\n", printable(options.output).c_str(), frames.width, frames.height);
   return kOk;
