@@ -13,20 +13,23 @@ import hashlib
 import struct
 import sys
 
+from fractions import Fraction
+
 from PIL import Image, ImageCms
+from PIL.TiffImagePlugin import IFDRational
 
 XMP = b'http://ns.adobe.com/xap/1.0/\0<x:xmpmeta xmlns:x="adobe:ns:meta/"><dc:creator>A. Photographer</dc:creator></x:xmpmeta>'
 
 
 def make(path, level, exposure_time, orientation):
-    level, exposure_time = int(level), float(exposure_time)
+    level, exposure_time = int(level), Fraction(exposure_time)
     image = Image.new("RGB", (64, 48))
     image.putdata([(min(255, level + x), level, max(0, level - y)) for y in range(48) for x in range(64)])
     options = {}
     if exposure_time > 0:
         exif = Image.Exif()
         exif.update({0x0112: int(orientation), 0x010F: "Maker", 0x0110: "Phone 1", 0x8298: "(c) A. Photographer"})
-        exif[0x8769] = {0x829A: exposure_time, 0x829D: 1.8, 0x8827: 100, 0x9003: "2026:11:20 10:00:00",
+        exif[0x8769] = {0x829A: IFDRational(exposure_time), 0x829D: IFDRational(9, 5), 0x8827: 100, 0x9003: "2026:11:20 10:00:00",
                         0xA002: 1920, 0xA003: 1080}
         exif[0x8825] = {1: "N", 2: (48.0, 51.0, 30.0)}
         profile = ImageCms.ImageCmsProfile(ImageCms.createProfile("sRGB")).tobytes()

@@ -375,25 +375,36 @@ TEST_F(Tool, FusesRawFramesAndImagesToTheLibrarysBytes) {
   EXPECT_EQ(fused.pixels, (std::vector<uint8_t>{200, 100, 50, 0, 0, 0}));
 }
 
-// Phone photographs: the result keeps the reference's EXIF (stating the
-// result's pixel size), XMP (JPEG) and profile, as Pillow reads them.
-TEST_F(Tool, PhotographsKeepTheReferencesTagsAndProfile) {
+// Phone photographs, given in any order: the tool orders them by EXIF
+// exposure, else by mean luma, into the bytes of the bracket given dark,
+// normal, bright with --order as-given; the result keeps the reference's EXIF
+// (stating the result's pixel size), XMP (JPEG) and profile, or gets the sRGB
+// chunk (PNG), as Pillow reads them.
+TEST_F(Tool, PhotographsAreOrderedByExposureAndKeepTheReferencesTags) {
   const std::string d = dir_.path() + "/";
-  photo_tags(d, "make dark.jpg 40 0.0025 6 normal.jpg 110 0.01 6 bright.jpg 200 0.04 6");
+  photo_tags(d, "make dark.jpg 40 0.0025 6 normal.jpg 110 0.01 6 bright.jpg 200 0.04 6 "
+                "lo.png 40 0 1 mid.png 110 0 1 hi.png 200 0 1");
   const std::string normal = std::regex_replace(photo_tags(d, "tags normal.jpg"),
                                                 std::regex("0xa002 1920\nExif 0xa003 1080"), "0xa002 64\nExif 0xa003 48");
   ASSERT_NE(normal.find("0xa003 48\n"), std::string::npos) << normal;
+  const std::string by_exif = "dark dark.jpg, normal normal.jpg, bright bright.jpg (by EXIF exposure ";
   const struct {
-    std::string args, output;
-    std::string tags;
+    std::string args, output, order, tags, as_given;
   } cases[] = {
-      {"dark.jpg normal.jpg bright.jpg", "out.jpg", normal},
-      {"dark.jpg normal.jpg bright.jpg", "out.png", std::regex_replace(normal, std::regex("xmp [^\n]*\n"), "")},
+      {"normal.jpg dark.jpg bright.jpg", "out.jpg", by_exif, normal, "dark.jpg normal.jpg bright.jpg"},
+      {"bright.jpg dark.jpg normal.jpg", "out.png", by_exif, std::regex_replace(normal, std::regex("xmp [^\n]*\n"), ""),
+       "dark.jpg normal.jpg bright.jpg"},
+      {"hi.png lo.png mid.png", "out.png", "dark lo.png, normal mid.png, bright hi.png (by mean luma ",
+       "size 64x48\nicc none\nsrgb True\n", "lo.png mid.png hi.png"},
   };
   for (const auto& c : cases) {
     const ToolRun run = run_tool(d, "fuse " + c.args + " -o " + c.output);
     ASSERT_EQ(run.exit_code, 0) << c.args << "\n" << run.err;
+    EXPECT_TRUE(run.out.starts_with(c.order)) << run.out;
     EXPECT_EQ(photo_tags(d, "tags " + c.output), c.tags) << c.args << " -o " << c.output;
+    const ToolRun given = run_tool(d, "fuse " + c.as_given + " -o given-" + c.output + " --order as-given");
+    ASSERT_EQ(given.exit_code, 0) << given.err;
+    EXPECT_EQ(read_all(d + c.output), read_all(d + "given-" + c.output)) << c.args;
   }
 }
 
@@ -633,6 +644,9 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
       {"fuse a.png b.png in0.yuv -o out.png", 2, "give three image files"},
       {"fuse cut.jpg a.png b.png -o out.png", 3, "cannot decode cut.jpg: Premature end of JPEG file"},
       {"fuse a.png bad.png b.png -o out.png", 3, "cannot decode bad.png: "},
+      {"fuse a.png b.png a.png -o out.png", 3,
+       "cannot tell a.png and b.png apart by mean luma (90 and 90; 2 levels apart at least)"},
+      {"fuse a.png b.png a.png -o out.png --order darkest", 2, "bad order 'darkest' (exposure or as-given)"},
       {"fuse turned.jpg a.png b.png -o out.png", 3,
        "images of different orientations: turned.jpg has EXIF orientation 6, a.png 1"},
       {"fuse huge.png a.png b.png -o out.png", 3, "huge.png: 100000x100000 is more than the library's 213726991 pixels"},

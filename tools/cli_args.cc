@@ -10,12 +10,14 @@ namespace tavo::tool {
 
 const char kUsage[] =
     "usage: tavo-hdr [demo] [--size WxH] [--out-dir DIR]\n"
-    "       tavo-hdr fuse DARK NORMAL BRIGHT -o OUT [--size WxH --layout NAME]\n"
+    "       tavo-hdr fuse FRAME FRAME FRAME -o OUT [--order exposure|as-given] [--size WxH --layout NAME]\n"
     "       tavo-hdr replay PREFIX|DIR... [--out-dir DIR] [--jobs N] [--report FILE] [--quiet]\n"
     "options for every command: --prop key=value (repeatable), --dump-dir DIR, --verbose\n"
     "raw frames (.yuv or any other name) need --size; layouts: YUV420_PLANAR (default),\n"
     "YVU420_SEMIPLANAR. Image files (.jpg, .jpeg, .png) carry their size; alpha is\n"
-    "composited over black. Ctrl-C stops a capture and exits with 130 (SIGTERM: 143,\n"
+    "composited over black; they are ordered dark, normal, bright by their exposure\n"
+    "(EXIF, else mean luma), raw frames taken as given (--order switches either).\n"
+    "Ctrl-C stops a capture and exits with 130 (SIGTERM: 143,\n"
     "SIGHUP: 129); standard output that cannot be written ends it with 7.\n";
 
 namespace {
@@ -97,6 +99,12 @@ bool parse_args(int argc, const char* const* argv, Options* options, std::string
       if (!value(&options->out_dir)) return false;
     } else if (arg == "--dump-dir") {
       if (!value(&options->dump_dir)) return false;
+    } else if (arg == "--order") {
+      if (!value(&options->order)) return false;
+      if (options->order != "exposure" && options->order != "as-given") {
+        *error = "bad order '" + options->order + "' (exposure or as-given)";
+        return false;
+      }
     } else if (arg == "--layout") {
       if (!value(&options->layout)) return false;
     } else if (arg == "--size") {

@@ -15,6 +15,9 @@ struct Options {
   std::string out_dir;              // demo, replay
   int32_t width = 0, height = 0;    // --size
   std::string layout = "YUV420_PLANAR";
+  // fuse: "exposure" (the tool orders the frames) or "as-given"; "" for the
+  // default, exposure for images and as given for raw frames.
+  std::string order;
   std::vector<std::pair<std::string, std::string>> properties;  // --prop key=value
   std::string dump_dir;
   int jobs = 0;         // replay: worker processes (0: as many as suit the machine)

@@ -1,6 +1,8 @@
 #include "tools/exif_tags.h"
 
+#include <cmath>
 #include <cstddef>
+#include <cstring>
 
 namespace tavo::tool {
 
@@ -18,7 +20,7 @@ enum Tag : uint16_t {
   kPixelXDimension = 0xa002,
   kPixelYDimension = 0xa003,
 };
-enum Type : uint16_t { kShort = 3, kLong = 4, kRational = 5 };
+enum Type : uint16_t { kShort = 3, kLong = 4, kRational = 5, kDouble = 12 };
 
 // A TIFF block in its byte order; every read and write checks its bounds.
 class Tiff {
@@ -53,13 +55,19 @@ class Tiff {
     }
     return at + 2 + 12ull * n;
   }
-  // An entry's first value as a number (SHORT, LONG or RATIONAL).
+  // An entry's first value as a number (SHORT, LONG, RATIONAL or DOUBLE).
   double number(uint64_t e, uint16_t type) const {
     if (type == kShort) return get(e + 8, 2);
     if (type == kLong) return get(e + 8, 4);
-    if (type != kRational) return 0;
-    const uint32_t at = get(e + 8, 4), den = get(at + 4, 4);
-    return den == 0 ? 0 : static_cast<double>(get(at, 4)) / den;
+    const uint32_t at = get(e + 8, 4);
+    if (type == kDouble && fits(at, 8)) {
+      const uint64_t bits = (static_cast<uint64_t>(get(at + (big_ ? 0 : 4), 4)) << 32) | get(at + (big_ ? 4 : 0), 4);
+      double v;
+      memcpy(&v, &bits, sizeof v);
+      return std::isfinite(v) ? v : 0;
+    }
+    const uint32_t den = get(at + 4, 4);
+    return type != kRational || den == 0 ? 0 : static_cast<double>(get(at, 4)) / den;
   }
   std::string text(uint64_t e, uint32_t count) const {
     const uint64_t at = count <= 4 ? e + 8 : get(e + 8, 4);

@@ -28,6 +28,7 @@
 #include "tools/exit_codes.h"
 #include "tools/dump_names.h"
 #include "tools/exif_tags.h"
+#include "tools/exposure_order.h"
 #include "tools/frame_diff.h"
 #include "tools/image_io.h"
 #include "tools/interrupt.h"
@@ -277,6 +278,24 @@ int fuse_command(const Options& options) {
     }
   }
 
+  const ImageMetadata* reference = &metadata[1];
+  if (options.order == "exposure" || (options.order.empty() && images != 0)) {
+    std::string names[3];
+    double exposure[3], luma[3];
+    for (int k = 0; k < 3; ++k) {
+      names[k] = options.inputs[k];
+      exposure[k] = read_exif(metadata[k].exif).exposure();
+      luma[k] = mean_luma(frames.data[k].data(), static_cast<size_t>(frames.width) * frames.height);
+    }
+    BracketOrder order;
+    std::string error;
+    if (!order_bracket(names, exposure, luma, &order, &error)) return fail(kInputError, error);
+    std::vector<uint8_t> given[3] = {std::move(frames.data[0]), std::move(frames.data[1]), std::move(frames.data[2])};
+    for (int k = 0; k < 3; ++k) frames.data[k] = std::move(given[order.frame[k]]);
+    reference = &metadata[order.frame[1]];
+    say("%s\n", printable(order.line).c_str());
+  }
+
   Pool pool;
   if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
   std::vector<uint8_t> out;
@@ -291,7 +310,7 @@ int fuse_command(const Options& options) {
   } else {
     RgbImage result{frames.width, frames.height, std::vector<uint8_t>(rgb[0].pixels.size())};
     yuv420_to_rgb(out.data(), frames.width, frames.height, layout, result.pixels.data());
-    if (!write_image(options.output, result, &error, inputs, metadata[1])) return fail(kInputError, error);
+    if (!write_image(options.output, result, &error, inputs, *reference)) return fail(kInputError, error);
   }
   say("wrote %s (%dx%d)\n", printable(options.output).c_str(), frames.width, frames.height);
   return kOk;

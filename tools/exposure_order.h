@@ -1,0 +1,27 @@
+// Which of three frames is the dark, the normal and the bright one: by their
+// EXIF exposure (exposure time x ISO / f-number squared) when all three state
+// it, else by their mean luma. Neighbours must lie a third of a stop apart
+// (EXIF; a bracket's smallest step) or 2 levels of 255 (mean luma), else the
+// bracket cannot be told apart.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace tavo::tool {
+
+struct BracketOrder {
+  int frame[3] = {0, 1, 2};  // the inputs taken as dark, normal and bright
+  std::string line;          // "dark A, normal B, bright C (by EXIF exposure 0.0025, 0.01, 0.04)"
+};
+
+// `exposure`: each frame's EXIF exposure, 0 when unknown; `luma`: its mean
+// luma. False with the reason, naming the two frames too close to order.
+bool order_bracket(const std::string names[3], const double exposure[3], const double luma[3], BracketOrder* order,
+                   std::string* error);
+
+// The mean of `count` luma samples.
+double mean_luma(const uint8_t* y, size_t count);
+
+}  // namespace tavo::tool
