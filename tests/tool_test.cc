@@ -387,13 +387,16 @@ TEST_F(Tool, PhotographsAreOrderedByExposureAndKeepTheReferencesTags) {
   const std::string normal = std::regex_replace(photo_tags(d, "tags normal.jpg"),
                                                 std::regex("0xa002 1920\nExif 0xa003 1080"), "0xa002 64\nExif 0xa003 48");
   ASSERT_NE(normal.find("0xa003 48\n"), std::string::npos) << normal;
+  ASSERT_NE(normal.find("quantizer 2\n"), std::string::npos) << normal;
   const std::string by_exif = "dark dark.jpg, normal normal.jpg, bright bright.jpg (by EXIF exposure ";
+  const std::string in_png = std::regex_replace(normal, std::regex("xmp [^\n]*\n|quantizer 2\n"), "");
   const struct {
     std::string args, output, order, tags, as_given;
   } cases[] = {
       {"normal.jpg dark.jpg bright.jpg", "out.jpg", by_exif, normal, "dark.jpg normal.jpg bright.jpg"},
-      {"bright.jpg dark.jpg normal.jpg", "out.png", by_exif, std::regex_replace(normal, std::regex("xmp [^\n]*\n"), ""),
-       "dark.jpg normal.jpg bright.jpg"},
+      {"bright.jpg dark.jpg normal.jpg", "out.png", by_exif, in_png, "dark.jpg normal.jpg bright.jpg"},
+      {"normal.jpg dark.jpg bright.jpg --quality 50", "q50.jpg", by_exif,
+       std::regex_replace(normal, std::regex("quantizer 2"), "quantizer 16"), "dark.jpg normal.jpg bright.jpg --quality 50"},
       {"hi.png lo.png mid.png", "out.png", "dark lo.png, normal mid.png, bright hi.png (by mean luma ",
        "size 64x48\nicc none\nsrgb True\n", "lo.png mid.png hi.png"},
   };
@@ -647,6 +650,7 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
       {"fuse a.png b.png a.png -o out.png", 3,
        "cannot tell a.png and b.png apart by mean luma (90 and 90; 2 levels apart at least)"},
       {"fuse a.png b.png a.png -o out.png --order darkest", 2, "bad order 'darkest' (exposure or as-given)"},
+      {"fuse a.png b.png a.png -o out.jpg --quality 101", 2, "bad quality '101' (1 to 100)"},
       {"fuse turned.jpg a.png b.png -o out.png", 3,
        "images of different orientations: turned.jpg has EXIF orientation 6, a.png 1"},
       {"fuse huge.png a.png b.png -o out.png", 3, "huge.png: 100000x100000 is more than the library's 213726991 pixels"},
@@ -775,6 +779,7 @@ TEST_F(Tool, SignalsStopTheToolWithTheirExitCodeAndLeaveNoTemporaryFile) {
 }
 
 TEST_F(Tool, DemoFindsTheShiftsItAppliedAndWritesItsPictures) {
+  EXPECT_EQ(run_tool(dir_.path(), "--version").out, "tavo-hdr " TAVO_HDR_VERSION "\n");
   const ToolRun run = run_tool(dir_.path(), "demo --size 192x128 --out-dir pictures");
   ASSERT_EQ(run.exit_code, 0) << run.err;
   EXPECT_NE(run.out.find("frame 0 (dark):    applied dx=+6 dy=-4, found x=+6 y=-4: agree"), std::string::npos) << run.out;

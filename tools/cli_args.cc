@@ -9,16 +9,51 @@
 namespace tavo::tool {
 
 const char kUsage[] =
-    "usage: tavo-hdr [demo] [--size WxH] [--out-dir DIR]\n"
-    "       tavo-hdr fuse FRAME FRAME FRAME -o OUT [--order exposure|as-given] [--size WxH --layout NAME]\n"
-    "       tavo-hdr replay PREFIX|DIR... [--out-dir DIR] [--jobs N] [--report FILE] [--quiet]\n"
-    "options for every command: --prop key=value (repeatable), --dump-dir DIR, --verbose\n"
-    "raw frames (.yuv or any other name) need --size; layouts: YUV420_PLANAR (default),\n"
+    "Usage: tavo-hdr [demo] [--size WxH] [--out-dir DIR]\n"
+    "  or:  tavo-hdr fuse FRAME FRAME FRAME -o OUT [--order exposure|as-given] [--quality Q] [--size WxH --layout NAME]\n"
+    "  or:  tavo-hdr replay PREFIX|DIR... [--out-dir DIR] [--jobs N] [--report FILE] [--quiet]\n"
+    "  or:  tavo-hdr --version\n"
+    "\n"
+    "Options for every command: --prop key=value (repeatable), --dump-dir DIR, --verbose.\n"
+    "Raw frames (.yuv or any other name) need --size; layouts: YUV420_PLANAR (default),\n"
     "YVU420_SEMIPLANAR. Image files (.jpg, .jpeg, .png) carry their size; alpha is\n"
     "composited over black; they are ordered dark, normal, bright by their exposure\n"
     "(EXIF, else mean luma), raw frames taken as given (--order switches either).\n"
-    "Ctrl-C stops a capture and exits with 130 (SIGTERM: 143,\n"
-    "SIGHUP: 129); standard output that cannot be written ends it with 7.\n";
+    "Ctrl-C stops a capture and exits with 130 (SIGTERM: 143, SIGHUP: 129); standard\n"
+    "output that cannot be written ends it with 7.\n";
+
+const char kHelp[] =
+    "\n"
+    "Fuses three differently exposed frames of one scene into one high-dynamic-range\n"
+    "frame with libtavo_lumo_hdr, as a camera service does on the phone.\n"
+    "\n"
+    "Commands:\n"
+    "  demo      fuse a synthetic bracket; writes demo_result.png and demo_contact_sheet.png\n"
+    "  fuse      fuse three raw YUV 4:2:0 frames, or three JPEG or PNG photographs\n"
+    "  replay    fuse captures the library dumped and compare them with its output\n"
+    "\n"
+    "Options:\n"
+    "  -o, --out FILE         fuse: the result (raw, or .jpg, .jpeg, .png)\n"
+    "  --out-dir DIR          demo, replay: where the results go\n"
+    "  --size WxH             raw frames' size; demo: the scene's (1920x1080)\n"
+    "  --layout NAME          raw frames' layout: YUV420_PLANAR or YVU420_SEMIPLANAR\n"
+    "  --order exposure|as-given\n"
+    "                         fuse: order the frames by exposure or take them as given\n"
+    "  --quality Q            JPEG outputs' quality, 1 to 100 (95)\n"
+    "  -j, --jobs N           replay: worker processes (one per core)\n"
+    "  --report FILE          replay: a JSON Lines report\n"
+    "  -q, --quiet            no progress line on a terminal\n"
+    "  --prop key=value       a library property for this run (repeatable)\n"
+    "  --dump-dir DIR         where the library's dumps go\n"
+    "  --stop                 raise the library's stop flag before the capture\n"
+    "  -v, --verbose          show the library's log\n"
+    "  -h, --help             show this text\n"
+    "  --version              show the library's version\n"
+    "\n"
+    "Exit status:\n"
+    "  0 done, 2 bad arguments, 3 input or output files, 4 the library failed or\n"
+    "  memory ran out, 5 stopped by --stop, 6 replay: an output differs, 7 standard\n"
+    "  output lost, 128 + the signal that stopped it.\n";
 
 namespace {
 
@@ -79,6 +114,14 @@ bool parse_args(int argc, const char* const* argv, Options* options, std::string
     std::string v;
     if (arg == "-h" || arg == "--help") {
       options->help = true;
+    } else if (arg == "--version") {
+      options->version = true;
+    } else if (arg == "--quality") {
+      if (!value(&v)) return false;
+      if (!positive_number(v, &options->quality) || options->quality > 100) {
+        *error = "bad quality '" + v + "' (1 to 100)";
+        return false;
+      }
     } else if (arg == "--verbose" || arg == "-v") {
       options->verbose = true;
     } else if (arg == "--quiet" || arg == "-q") {
@@ -128,7 +171,7 @@ bool parse_args(int argc, const char* const* argv, Options* options, std::string
       options->inputs.push_back(arg);
     }
   }
-  if (options->help) return true;
+  if (options->help || options->version) return true;
   if (options->command == "fuse" && (options->inputs.size() != 3 || options->output.empty())) {
     *error = "fuse takes three input files and -o OUTPUT";
     return false;

@@ -24,8 +24,9 @@ struct Options {
   std::string report;   // replay: JSON Lines report
   bool quiet = false;   // no progress display
   bool verbose = false;
+  int quality = 95;     // JPEG outputs
   bool stop = false;  // raise the stop request before the capture
-  bool help = false;
+  bool help = false, version = false;
 };
 
 inline constexpr int kMaxJobs = 256;
@@ -43,6 +44,9 @@ std::string frame_size_problem(int32_t width, int32_t height);
 // Why the library cannot fuse frames of this layout name ("" when it can).
 std::string layout_problem(const std::string& layout);
 
+// The usage, shown with a bad command line; --help adds kHelp, from which
+// the man page is made.
 extern const char kUsage[];
+extern const char kHelp[];
 
 }  // namespace tavo::tool

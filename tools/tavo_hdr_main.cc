@@ -310,7 +310,9 @@ int fuse_command(const Options& options) {
   } else {
     RgbImage result{frames.width, frames.height, std::vector<uint8_t>(rgb[0].pixels.size())};
     yuv420_to_rgb(out.data(), frames.width, frames.height, layout, result.pixels.data());
-    if (!write_image(options.output, result, &error, inputs, *reference)) return fail(kInputError, error);
+    if (!write_image(options.output, result, &error, inputs, *reference, options.quality)) {
+      return fail(kInputError, error);
+    }
   }
   say("wrote %s (%dx%d)\n", printable(options.output).c_str(), frames.width, frames.height);
   return kOk;
@@ -596,8 +598,9 @@ int main(int argc, char** argv) {
   }
   int code = kOk;
   try {
-    if (options.help) {
-      say("%s", kUsage);
+    if (options.help || options.version) {
+      if (options.version) say("tavo-hdr %s\n", TAVO_HDR_VERSION);
+      else say("%s%s", kUsage, kHelp);
       return kOk;
     }
     install_interrupt_handlers(raise_stop_flag);
