@@ -1,13 +1,15 @@
-// Which of three frames is the dark, the normal and the bright one: by their
-// EXIF exposure (exposure time x ISO / f-number squared) when all three state
-// it, else by their mean luma. Neighbours must lie a third of a stop apart
-// (EXIF; a bracket's smallest step) or 2 levels of 255 (mean luma), else the
-// bracket cannot be told apart.
+// Which frames of a bracket are the dark, the normal and the bright one: by
+// their EXIF exposure (exposure time x ISO / f-number squared) when all state
+// it, else by their mean luma; of more than three, the darkest, the middle and
+// the brightest. These must lie a sixth of a stop apart (EXIF; half a
+// bracket's smallest step, which cameras round) or 2 levels of 255 (mean
+// luma), else the bracket cannot be told apart.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace tavo::tool {
 
@@ -18,8 +20,8 @@ struct BracketOrder {
 
 // `exposure`: each frame's EXIF exposure, 0 when unknown; `luma`: its mean
 // luma. False with the reason, naming the two frames too close to order.
-bool order_bracket(const std::string names[3], const double exposure[3], const double luma[3], BracketOrder* order,
-                   std::string* error);
+bool order_bracket(const std::vector<std::string>& names, const std::vector<double>& exposure,
+                   const std::vector<double>& luma, BracketOrder* order, std::string* error);
 
 // The mean of `count` luma samples.
 double mean_luma(const uint8_t* y, size_t count);

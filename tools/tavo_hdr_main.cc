@@ -33,6 +33,7 @@
 #include "tools/image_io.h"
 #include "tools/interrupt.h"
 #include "tools/output_file.h"
+#include "tools/photo_bracket.h"
 #include "tools/printable_text.h"
 #include "tools/progress_line.h"
 #include "tools/replay.h"
@@ -224,6 +225,29 @@ std::string read_raw_frames(const std::vector<std::string>& paths, Frames* frame
 
 // ---- fuse ----------------------------------------------------------------
 
+// Photographs: ordered, fused and written with the reference's metadata
+// (photo_bracket.h).
+int fuse_images(const Options& options, const std::vector<FileId>& inputs) {
+  PhotoJob job;
+  job.frames = options.inputs;
+  job.by_exposure = options.order != "as-given";
+  job.layout = options.layout;
+  job.quality = options.quality;
+  job.output = [&](const std::string&) { return options.output; };
+  Pool pool;
+  if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
+  const PhotoResult r = fuse_photographs(job, inputs, capture_here);
+  if (!r.order.empty()) say("%s\n", printable(r.order).c_str());
+  if (r.captured) {
+    g_log.show(r.fused.log, r.fused.result == -1 && !r.fused.interrupted);
+    if (r.fused.interrupted) return kInterrupted;
+    print_time("capture", r.fused.ms);
+  }
+  if (r.failure != 0) return fail(r.failure, r.reason);
+  say("wrote %s (%dx%d)\n", printable(options.output).c_str(), r.width, r.height);
+  return kOk;
+}
+
 int fuse_command(const Options& options) {
   int images = 0;
   for (const std::string& in : options.inputs) images += image_format_of(in) != ImageFormat::kNone;
@@ -233,66 +257,30 @@ int fuse_command(const Options& options) {
   }
   if (images == 0 && image_out) return fail(kUsageError, "raw frames fuse into a raw output, not " + options.output);
   if (const std::string p = layout_problem(options.layout); !p.empty()) return fail(kUsageError, p);
-  const tavo::ChromaLayout layout = tavo::parse_layout(options.layout.c_str());
   std::vector<FileId> inputs;
   for (const std::string& in : options.inputs) add_file_id(in, &inputs);
   if (const std::string p = output_problem(options.output, inputs); !p.empty()) return fail(kInputError, p);
+  if (images != 0) return fuse_images(options, inputs);
 
   Frames frames;
   frames.layout = options.layout;
-  RgbImage rgb[3];
-  ImageMetadata metadata[3];
-  if (images == 0) {
-    if (options.width == 0) return fail(kUsageError, "raw frames need --size WxH");
-    if (const std::string p = frame_size_problem(options.width, options.height); !p.empty()) {
-      return fail(kUsageError, p);
-    }
-    frames.width = options.width;
-    frames.height = options.height;
-    if (const std::string p = read_raw_frames(options.inputs, &frames); !p.empty()) return fail(kInputError, p);
-  } else {
-    for (int k = 0; k < 3; ++k) {
-      std::string error;
-      if (!read_image(options.inputs[k], &rgb[k], &error, frame_size_problem, &metadata[k])) {
-        return fail(kInputError, error);
-      }
-      if (rgb[k].width != rgb[0].width || rgb[k].height != rgb[0].height) {
-        return fail(kInputError, "images of different sizes: " + options.inputs[0] + " is " +
-                                     std::to_string(rgb[0].width) + "x" + std::to_string(rgb[0].height) + ", " +
-                                     options.inputs[k] + " is " + std::to_string(rgb[k].width) + "x" +
-                                     std::to_string(rgb[k].height));
-      }
-      // Pixels stay as stored and the result keeps the reference's Orientation
-      // tag, as a camera does; that holds for all three only when they agree.
-      const int first = read_exif(metadata[0].exif).orientation, other = read_exif(metadata[k].exif).orientation;
-      if (other != first) {
-        return fail(kInputError, "images of different orientations: " + options.inputs[0] + " has EXIF orientation " +
-                                     std::to_string(first) + ", " + options.inputs[k] + " " + std::to_string(other));
-      }
-    }
-    frames.width = rgb[0].width;
-    frames.height = rgb[0].height;
-    for (int k = 0; k < 3; ++k) {
-      frames.data[k].resize(raw_frame_bytes(frames.width, frames.height));
-      rgb_to_yuv420(rgb[k].pixels.data(), frames.width, frames.height, layout, frames.data[k].data());
-    }
+  if (options.width == 0) return fail(kUsageError, "raw frames need --size WxH");
+  if (const std::string p = frame_size_problem(options.width, options.height); !p.empty()) {
+    return fail(kUsageError, p);
   }
-
-  const ImageMetadata* reference = &metadata[1];
-  if (options.order == "exposure" || (options.order.empty() && images != 0)) {
-    std::string names[3];
-    double exposure[3], luma[3];
+  frames.width = options.width;
+  frames.height = options.height;
+  if (const std::string p = read_raw_frames(options.inputs, &frames); !p.empty()) return fail(kInputError, p);
+  if (options.order == "exposure") {  // raw frames have no EXIF: by mean luma
+    std::vector<double> luma(3);
     for (int k = 0; k < 3; ++k) {
-      names[k] = options.inputs[k];
-      exposure[k] = read_exif(metadata[k].exif).exposure();
       luma[k] = mean_luma(frames.data[k].data(), static_cast<size_t>(frames.width) * frames.height);
     }
     BracketOrder order;
     std::string error;
-    if (!order_bracket(names, exposure, luma, &order, &error)) return fail(kInputError, error);
+    if (!order_bracket(options.inputs, std::vector<double>(3), luma, &order, &error)) return fail(kInputError, error);
     std::vector<uint8_t> given[3] = {std::move(frames.data[0]), std::move(frames.data[1]), std::move(frames.data[2])};
     for (int k = 0; k < 3; ++k) frames.data[k] = std::move(given[order.frame[k]]);
-    reference = &metadata[order.frame[1]];
     say("%s\n", printable(order.line).c_str());
   }
 
@@ -303,17 +291,8 @@ int fuse_command(const Options& options) {
   const int code = capture(frames, &out, &ms);
   if (code != kInterrupted) print_time("capture", ms);
   if (code != kOk) return code;
-
   std::string error;
-  if (images == 0) {
-    if (!write_output(options.output, out.data(), out.size(), inputs, &error)) return fail(kInputError, error);
-  } else {
-    RgbImage result{frames.width, frames.height, std::vector<uint8_t>(rgb[0].pixels.size())};
-    yuv420_to_rgb(out.data(), frames.width, frames.height, layout, result.pixels.data());
-    if (!write_image(options.output, result, &error, inputs, *reference, options.quality)) {
-      return fail(kInputError, error);
-    }
-  }
+  if (!write_output(options.output, out.data(), out.size(), inputs, &error)) return fail(kInputError, error);
   say("wrote %s (%dx%d)\n", printable(options.output).c_str(), frames.width, frames.height);
   return kOk;
 }
