@@ -12,10 +12,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <new>
 #include <string>
@@ -328,9 +330,28 @@ class Report {
   std::string error_;
 };
 
-// A replay's records, printed in capture order as they come (from this
-// process or from workers, in any order): the capture's line, the library's
-// log and the reason of a failure on stderr, the report record, the progress.
+// Records that arrive in any order (from this process or from workers),
+// handed on in the order of their index.
+template <typename Record>
+class InOrder {
+ public:
+  template <typename Print>
+  void add(size_t i, Record record, const Print& print) {
+    waiting_.emplace(i, std::move(record));
+    for (auto next = waiting_.begin(); next != waiting_.end() && next->first == next_;
+         next = waiting_.erase(next), ++next_) {
+      print(next_, next->second);
+    }
+  }
+
+ private:
+  std::map<size_t, Record> waiting_;  // records that came before an earlier one's
+  size_t next_ = 0;
+};
+
+// A replay's records, printed in capture order as they come: the capture's
+// line, the library's log and the reason of a failure on stderr, the report
+// record, the progress.
 class ReplayPrinter {
  public:
   ReplayPrinter(size_t captures, Report* report, bool progress)
@@ -338,26 +359,22 @@ class ReplayPrinter {
     tally_.captures = captures;
   }
   void add(size_t i, ReplayRecord record) {
-    waiting_.emplace(i, std::move(record));
-    for (auto next = waiting_.begin(); next != waiting_.end() && next->first == printed_;
-         next = waiting_.erase(next), ++printed_) {
-      const ReplayRecord& r = next->second;
+    records_.add(i, std::move(record), [&](size_t k, const ReplayRecord& r) {
       progress_.clear();
       const std::string base = fs::path(r.job.capture.prefix).filename().string();
-      say("[%zu/%zu] %s: %s", printed_ + 1, tally_.captures, printable(base).c_str(), replay_line(r).c_str());
+      say("[%zu/%zu] %s: %s", k + 1, tally_.captures, printable(base).c_str(), replay_line(r).c_str());
       g_log.show(r.log, r.failure == kLibraryFailed);
       if (r.failure != 0) fail(r.failure, r.reason);
       tally_.add(r);
       if (r.status != ReplayStatus::kInterrupted) report_->add(report_line(r));
-      progress_.update(printed_ + 1);
-    }
+      progress_.update(k + 1);
+    });
   }
   const ReplayTally& tally() const { return tally_; }
   void finish() { progress_.clear(); }
 
  private:
-  std::map<size_t, ReplayRecord> waiting_;  // records that came before an earlier one's
-  size_t printed_ = 0;
+  InOrder<ReplayRecord> records_;
   ReplayTally tally_;
   Report* report_;
   ProgressLine progress_;
@@ -372,11 +389,15 @@ void replay_here(const std::vector<ReplayJob>& jobs, const std::vector<FileId>& 
   }
 }
 
-// Replays on `workers` worker processes, each with its pool pinned to cores of
-// its own (core_plan.h); the records come back in CBOR, which keeps names
-// byte for byte, and are printed in capture order.
-int replay_on_workers(const Options& options, int workers, const std::vector<ReplayJob>& jobs,
-                      const std::vector<FileId>& inputs, ReplayPrinter* printer) {
+// Runs jobs 0 ... count - 1 on `workers` worker processes, each with its pool
+// pinned to cores of its own (core_plan.h): work(i) runs job i in a worker
+// and gives its answer (CBOR, which keeps names byte for byte), done() takes
+// it here as the job ends. A signal stops the workers' captures and ends the
+// run once they stop. The number of jobs handed out (those from it on had no
+// worker left to take them), or kNoWorkers with the error printed.
+constexpr size_t kNoWorkers = SIZE_MAX;
+size_t run_on_workers(const Options& options, int workers, size_t count,
+                      const std::function<std::string(size_t)>& work, const WorkerProcesses::Done& done) {
   const std::vector<int> allowed = allowed_cores();
   const auto worker_main = [&](int k, const WorkerProcesses::NextJob& next,
                                const WorkerProcesses::Answer& answer) -> int {
@@ -393,8 +414,7 @@ int replay_on_workers(const Options& options, int workers, const std::vector<Rep
       DeferInterrupts defer;  // a signal stops the capture, then the worker
       size_t i = 0;
       while (code == kOk && interrupting_signal() == 0 && next(&i)) {
-        const ReplayRecord r = replay_capture(jobs[i], inputs, capture_here);
-        if (!answer(worker_message(r))) break;
+        if (!answer(work(i))) break;
       }
     }
     g_log.close();
@@ -402,8 +422,18 @@ int replay_on_workers(const Options& options, int workers, const std::vector<Rep
   };
   WorkerProcesses processes;
   std::string error;
-  if (!processes.start(workers, worker_main, &error)) return fail(kLibraryFailed, error);
-  DeferInterrupts defer;  // a signal ends the replay once the workers' captures stop
+  if (!processes.start(workers, worker_main, &error)) {
+    fail(kLibraryFailed, error);
+    return kNoWorkers;
+  }
+  DeferInterrupts defer;  // a signal ends the run once the workers' captures stop
+  return processes.run(count, done, [] { return interrupting_signal() != 0; });
+}
+
+// Replays on worker processes; the records are printed in capture order.
+int replay_on_workers(const Options& options, int workers, const std::vector<ReplayJob>& jobs,
+                      const std::vector<FileId>& inputs, ReplayPrinter* printer) {
+  const auto work = [&](size_t i) { return worker_message(replay_capture(jobs[i], inputs, capture_here)); };
   const auto done = [&](size_t i, const std::string& answer, const std::string& lost) {
     ReplayRecord r;
     if (!lost.empty() || !record_from_message(answer, jobs[i], &r)) {
@@ -412,7 +442,8 @@ int replay_on_workers(const Options& options, int workers, const std::vector<Rep
     }
     printer->add(i, std::move(r));
   };
-  const size_t handed = processes.run(jobs.size(), done, [] { return interrupting_signal() != 0; });
+  const size_t handed = run_on_workers(options, workers, jobs.size(), work, done);
+  if (handed == kNoWorkers) return kLibraryFailed;
   // Captures no worker was left to take (every worker died).
   for (size_t i = handed; i < jobs.size() && interrupting_signal() == 0; ++i) {
     printer->add(i, replay_failure(jobs[i], kLibraryFailed, "no worker process is left to replay this capture"));
