@@ -411,6 +411,46 @@ TEST_F(Tool, PhotographsAreOrderedByExposureAndKeepTheReferencesTags) {
   }
 }
 
+// A folder of photographs in groups of three by the time they were taken,
+// a change of size or a gap closing a group early: each bracket fused as
+// fuse fuses it, named after its reference, kept on a rerun (--force redoes
+// it), the same on worker processes.
+TEST_F(Tool, BatchFusesEachBracketOfAFolderOnce) {
+  const std::string d = dir_.path() + "/";
+  fs::create_directory(d + "photos");
+  std::string error;
+  for (const std::string bracket_name : {"a", "b", "c", "d"}) {
+    const auto frames = bracket(64, 48, "YUV420_PLANAR", bracket_name[0]);
+    for (int k = 0; k < (bracket_name == "c" ? 2 : 3); ++k) {  // in a camera's order: normal, dark, bright
+      const std::string path = d + "photos/" + bracket_name + std::to_string(k) + ".png";
+      ASSERT_TRUE(write_image(path, rgb_of(frames[(k + 1) % 3], 64, 48), &error)) << error;
+      if (bracket_name == "d") fs::last_write_time(path, fs::last_write_time(path) + std::chrono::minutes(1));
+    }
+  }
+  ASSERT_TRUE(write_image(d + "photos/a3.png", {72, 48, std::vector<uint8_t>(72 * 48 * 3, 90)}, &error));
+  const std::regex times("(captures|done in) +[0-9.]+ ms\n| \\(by mean luma [^)]*\\)");
+  std::string first;
+  for (const std::string args : {"", " --jobs 2", " --force --jobs 2"}) {
+    const ToolRun run = run_tool(d, "batch photos --out-dir out" + args);
+    EXPECT_EQ(run.exit_code, 0) << args << "\n" << run.err;
+    const std::string out = std::regex_replace(run.out, times, "");
+    if (first.empty()) first = out;
+    const std::string kept = std::regex_replace(std::regex_replace(first, std::regex("written;"), "exists, kept;"),
+                                                std::regex("3 written, 0 kept"), "0 written, 3 kept");
+    EXPECT_EQ(out, args == " --jobs 2" ? kept : first) << args;
+  }
+  EXPECT_EQ(first,
+            "[1/5] a0_hdr.png: written; dark photos/a2.png, normal photos/a0.png, bright photos/a1.png\n"
+            "[2/5] a3.png: 1 frame, not a bracket of 3, skipped\n"
+            "[3/5] b0_hdr.png: written; dark photos/b2.png, normal photos/b0.png, bright photos/b1.png\n"
+            "[4/5] c0.png, c1.png: 2 frames, not a bracket of 3, skipped\n"
+            "[5/5] d0_hdr.png: written; dark photos/d2.png, normal photos/d0.png, bright photos/d1.png\n"
+            "batch of 5 groups: 3 written, 0 kept (the result existed), 2 skipped (not a bracket), 0 failed\n");
+  const ToolRun fused = run_tool(d, "fuse photos/a2.png photos/a0.png photos/a1.png -o a.png --order as-given");
+  ASSERT_EQ(fused.exit_code, 0) << fused.err;
+  EXPECT_EQ(read_all(d + "out/a0_hdr.png"), read_all(d + "a.png"));
+}
+
 TEST_F(Tool, ReplaysTheLibrarysDumpsIdentically) {
   const std::string d = dir_.path() + "/";
   const auto frames = bracket(64, 48, "YVU420_SEMIPLANAR", 9);
@@ -681,6 +721,10 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
       {"replay IMG_64x9999999999YUV420_PLANAR_20180823_090812", 3,
        "IMG_64x9999999999YUV420_PLANAR_20180823_090812: 64x9999999999 is more than the library's 213726991 pixels"},
       {"demo --size 64x48 >/dev/full", 7, "cannot write to standard output: No space left on device"},
+      {"batch sub", 2, "batch takes one folder and --out-dir OUT"},
+      {"batch sub --out-dir out --group 2", 2, "bad group '2' (3 to 99 frames)"},
+      {"batch . --out-dir .", 2, "--out-dir is the folder itself"},
+      {"batch holiday --out-dir out", 3, "cannot read the folder holiday: No such file or directory"},
       {"sharpen", 2, "unknown command 'sharpen'"},
   };
   const auto files = snapshot(dir_.path());
@@ -737,6 +781,12 @@ TEST_F(Tool, SignalsStopTheToolWithTheirExitCodeAndLeaveNoTemporaryFile) {
     frames += " " + frame;
   }
   for (int i = 0; i < 50; ++i) fifty += " " + capture;
+  fs::create_directory(dir_.path() + "/photos");  // 20 brackets of photographs
+  for (int i = 0; i < 60; ++i) {
+    std::string error;
+    const RgbImage image{512, 384, std::vector<uint8_t>(512 * 384 * 3, static_cast<uint8_t>(40 + 60 * (i % 3)))};
+    ASSERT_TRUE(write_image(dir_.path() + "/photos/" + std::to_string(100 + i) + ".png", image, &error)) << error;
+  }
   const std::string replay = "replay" + fifty + " --out-dir replayed --prop a=b --jobs 1",
                     fuse = "fuse" + frames + " -o fused.yuv --size 512x384";
   const char* lost = "tavo-hdr: cannot write to standard output: Broken pipe\n";
@@ -757,6 +807,10 @@ TEST_F(Tool, SignalsStopTheToolWithTheirExitCodeAndLeaveNoTemporaryFile) {
       {"demo --size 4096x2048 --prop a=b --out-dir pictures", SIGPIPE, "", 7, lost, ""},
       {replay, SIGPIPE, "[1/50]", 7, lost, "[1/50]"},
       {replay + " --jobs 2", SIGPIPE, "[1/50]", 7, lost, "[1/50]"},
+      {"batch photos --out-dir out --jobs 1", SIGINT, "[1/20]", 130, "tavo-hdr: interrupted by SIGINT\n",
+       " of 20 groups (stopped by SIGINT): "},
+      {"batch photos --out-dir out --jobs 2 --force", SIGTERM, "[1/20]", 143, "tavo-hdr: interrupted by SIGTERM\n",
+       " of 20 groups (stopped by SIGTERM): "},
       {fuse + " --prop a=b", SIGXFSZ, "", 3, "tavo-hdr: cannot write fused.yuv: File too large\n", "capture"},
       {fuse + " --prop saveinput=yes --dump-dir dumps", SIGXFSZ, "", 4,
        "tavo-hdr: the library could not fuse the frames (result -1; its log is above)\n", "capture"},

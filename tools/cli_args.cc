@@ -12,6 +12,7 @@ const char kUsage[] =
     "Usage: tavo-hdr [demo] [--size WxH] [--out-dir DIR]\n"
     "  or:  tavo-hdr fuse FRAME FRAME FRAME -o OUT [--order exposure|as-given] [--quality Q] [--size WxH --layout NAME]\n"
     "  or:  tavo-hdr replay PREFIX|DIR... [--out-dir DIR] [--jobs N] [--report FILE] [--quiet]\n"
+    "  or:  tavo-hdr batch DIR --out-dir OUT [--group N] [--jobs N] [--force] [--order ...] [--quality Q] [--quiet]\n"
     "  or:  tavo-hdr --version\n"
     "\n"
     "Options for every command: --prop key=value (repeatable), --dump-dir DIR, --verbose.\n"
@@ -31,16 +32,20 @@ const char kHelp[] =
     "  demo      fuse a synthetic bracket; writes demo_result.png and demo_contact_sheet.png\n"
     "  fuse      fuse three raw YUV 4:2:0 frames, or three JPEG or PNG photographs\n"
     "  replay    fuse captures the library dumped and compare them with its output\n"
+    "  batch     fuse every bracket of photographs in a folder\n"
     "\n"
     "Options:\n"
     "  -o, --out FILE         fuse: the result (raw, or .jpg, .jpeg, .png)\n"
-    "  --out-dir DIR          demo, replay: where the results go\n"
+    "  --out-dir DIR          demo, replay, batch: where the results go\n"
     "  --size WxH             raw frames' size; demo: the scene's (1920x1080)\n"
     "  --layout NAME          raw frames' layout: YUV420_PLANAR or YVU420_SEMIPLANAR\n"
     "  --order exposure|as-given\n"
-    "                         fuse: order the frames by exposure or take them as given\n"
+    "                         fuse, batch: order the frames by exposure or take them as given\n"
     "  --quality Q            JPEG outputs' quality, 1 to 100 (95)\n"
-    "  -j, --jobs N           replay: worker processes (one per core)\n"
+    "  --group N              batch: frames of a bracket (3); of more, the darkest,\n"
+    "                         the middle and the brightest are fused\n"
+    "  --force                batch: fuse brackets whose result exists too\n"
+    "  -j, --jobs N           replay, batch: worker processes (one per core)\n"
     "  --report FILE          replay: a JSON Lines report\n"
     "  -q, --quiet            no progress line on a terminal\n"
     "  --prop key=value       a library property for this run (repeatable)\n"
@@ -51,9 +56,10 @@ const char kHelp[] =
     "  --version              show the library's version\n"
     "\n"
     "Exit status:\n"
-    "  0 done, 2 bad arguments, 3 input or output files, 4 the library failed or\n"
-    "  memory ran out, 5 stopped by --stop, 6 replay: an output differs, 7 standard\n"
-    "  output lost, 128 + the signal that stopped it.\n";
+    "  0 done, 2 bad arguments, 3 input or output files (batch: a bracket could not\n"
+    "  be read or ordered), 4 the library failed or memory ran out, 5 stopped by\n"
+    "  --stop, 6 replay: an output differs, 7 standard output lost, 128 + the signal\n"
+    "  that stopped it.\n";
 
 namespace {
 
@@ -96,8 +102,8 @@ bool parse_args(int argc, const char* const* argv, Options* options, std::string
   int i = 1;
   if (i < argc && argv[i][0] != '-') options->command = argv[i++];
   if (options->command != "demo" && options->command != "fuse" && options->command != "replay" &&
-      options->command != "help") {
-    *error = "unknown command '" + options->command + "' (demo, fuse, replay)";
+      options->command != "batch" && options->command != "help") {
+    *error = "unknown command '" + options->command + "' (demo, fuse, replay, batch)";
     return false;
   }
   options->help = options->command == "help";
@@ -134,6 +140,14 @@ bool parse_args(int argc, const char* const* argv, Options* options, std::string
         *error = "bad job count '" + v + "' (1 to " + std::to_string(kMaxJobs) + ")";
         return false;
       }
+    } else if (arg == "--group") {
+      if (!value(&v)) return false;
+      if (!positive_number(v, &options->group) || options->group < 3 || options->group > kMaxGroup) {
+        *error = "bad group '" + v + "' (3 to " + std::to_string(kMaxGroup) + " frames)";
+        return false;
+      }
+    } else if (arg == "--force") {
+      options->force = true;
     } else if (arg == "--stop") {
       options->stop = true;
     } else if (arg == "-o" || arg == "--out") {
@@ -178,6 +192,10 @@ bool parse_args(int argc, const char* const* argv, Options* options, std::string
   }
   if (options->command == "replay" && options->inputs.empty()) {
     *error = "replay takes at least one capture prefix or directory";
+    return false;
+  }
+  if (options->command == "batch" && (options->inputs.size() != 1 || options->out_dir.empty())) {
+    *error = "batch takes one folder and --out-dir OUT";
     return false;
   }
   if (options->command == "demo" && !options->inputs.empty()) {

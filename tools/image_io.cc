@@ -71,8 +71,9 @@ void take_jpeg_metadata(jpeg_decompress_struct* info, ImageMetadata* metadata) {
 }
 
 // The decoders: false with the reason, *refused when the size was refused.
+// With `header_only`, the image's size is set and no pixel is decoded.
 bool decode_jpeg(const std::vector<uint8_t>& bytes, RgbImage* image, SizeCheck check, bool* refused,
-                 std::string* error, ImageMetadata* metadata) {
+                 std::string* error, ImageMetadata* metadata, bool header_only) {
   jpeg_decompress_struct info{};
   JpegError err{};
   info.err = &err.mgr;
@@ -94,6 +95,12 @@ bool decode_jpeg(const std::vector<uint8_t>& bytes, RgbImage* image, SizeCheck c
     *refused = true;
     jpeg_destroy_decompress(&info);
     return false;
+  }
+  if (header_only) {
+    image->width = static_cast<int32_t>(info.image_width);
+    image->height = static_cast<int32_t>(info.image_height);
+    jpeg_destroy_decompress(&info);
+    return true;
   }
   info.out_color_space = JCS_RGB;
   jpeg_start_decompress(&info);
@@ -184,13 +191,17 @@ void png_write_memory(png_structp png, png_bytep data, size_t n) {
 }
 void png_flush_nothing(png_structp) {}
 
-// The profile and EXIF of the chunks before the image data.
-void read_png_metadata(const std::vector<uint8_t>& bytes, ImageMetadata* metadata) {
+// The size, and the profile and EXIF of the chunks before the image data.
+bool read_png_header(const std::vector<uint8_t>& bytes, RgbImage* image, ImageMetadata* metadata,
+                     std::string* error) {
   PngStream stream;
   stream.in = &bytes;
   png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &stream, png_error_exit, png_warning_dropped);
   png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;
-  if (info != nullptr && setjmp(stream.jump) == 0) {
+  bool ok = false;
+  if (info == nullptr) {
+    stream.message = "out of memory";
+  } else if (setjmp(stream.jump) == 0) {
     png_set_benign_errors(png, 1);
     png_set_read_fn(png, &stream, png_read_memory);
     png_read_info(png, info);
@@ -200,8 +211,13 @@ void read_png_metadata(const std::vector<uint8_t>& bytes, ImageMetadata* metadat
     png_uint_32 size = 0;
     if (png_get_iCCP(png, info, &name, &compression, &data, &size) != 0) metadata->icc.assign(data, data + size);
     if (png_get_eXIf_1(png, info, &size, &data) != 0) metadata->exif.assign(data, data + size);
+    image->width = static_cast<int32_t>(std::min<png_uint_32>(png_get_image_width(png, info), INT32_MAX));
+    image->height = static_cast<int32_t>(std::min<png_uint_32>(png_get_image_height(png, info), INT32_MAX));
+    ok = true;
   }
   png_destroy_read_struct(&png, &info, nullptr);
+  *error = stream.message;
+  return ok;
 }
 
 // libpng's simplified reader keeps its warnings in png.message and prints
@@ -281,21 +297,39 @@ ImageFormat image_format_of(const std::string& path) {
   return ImageFormat::kNone;
 }
 
-bool read_image(const std::string& path, RgbImage* image, std::string* error, SizeCheck size_problem,
-                ImageMetadata* metadata) {
+namespace {
+
+bool read(const std::string& path, RgbImage* image, std::string* error, SizeCheck size_problem,
+          ImageMetadata* metadata, bool header_only) {
   std::vector<uint8_t> bytes;
   if (!read_file(path, &bytes, error)) return false;
   std::string why;
   bool refused = false;
-  const bool ok = image_format_of(path) == ImageFormat::kJpeg
-                      ? decode_jpeg(bytes, image, size_problem, &refused, &why, metadata)
-                      : decode_png(bytes, image, size_problem, &refused, &why);
-  if (ok && metadata != nullptr && image_format_of(path) == ImageFormat::kPng) read_png_metadata(bytes, metadata);
+  ImageMetadata ignored;
+  const bool jpeg = image_format_of(path) == ImageFormat::kJpeg;
+  bool ok = jpeg ? decode_jpeg(bytes, image, size_problem, &refused, &why, metadata, header_only)
+                 : (header_only || decode_png(bytes, image, size_problem, &refused, &why));
+  if (ok && !jpeg && (metadata != nullptr || header_only)) {
+    RgbImage header;
+    ok = read_png_header(bytes, &header, metadata != nullptr ? metadata : &ignored, &why);
+    if (header_only) *image = std::move(header);
+  }
   if (!ok) {
     while (!why.empty() && (why.back() == '\n' || why.back() == '.')) why.pop_back();
     *error = (refused ? path : "cannot decode " + path) + ": " + why;
   }
   return ok;
+}
+
+}  // namespace
+
+bool read_image(const std::string& path, RgbImage* image, std::string* error, SizeCheck size_problem,
+                ImageMetadata* metadata) {
+  return read(path, image, error, size_problem, metadata, false);
+}
+
+bool read_image_header(const std::string& path, RgbImage* image, ImageMetadata* metadata, std::string* error) {
+  return read(path, image, error, nullptr, metadata, true);
 }
 
 bool write_image(const std::string& path, const RgbImage& image, std::string* error,

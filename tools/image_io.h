@@ -38,6 +38,10 @@ inline constexpr int kDefaultJpegQuality = 95;
 bool read_image(const std::string& path, RgbImage* image, std::string* error, SizeCheck size_problem = nullptr,
                 ImageMetadata* metadata = nullptr);
 
+// The size (in `image`, without pixels) and metadata of an image, read from
+// its header; false with a one-line reason naming the file.
+bool read_image_header(const std::string& path, RgbImage* image, ImageMetadata* metadata, std::string* error);
+
 // Encodes by the extension of `path` in memory and writes the file with
 // write_output, which protects `inputs`. A JPEG (at `quality`) carries the
 // metadata's EXIF (its pixel size set to the image's, no thumbnail), XMP and

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "tavo_lumo_hdr.h"
+#include "tools/batch.h"
 #include "tools/cli_args.h"
 #include "tools/contact_sheet.h"
 #include "tools/core_plan.h"
@@ -498,6 +499,106 @@ int replay_command(const Options& options) {
   return tally.exit_code(sig);
 }
 
+// ---- batch ---------------------------------------------------------------
+
+// A batch's groups, printed in order as their results come: the line, the
+// library's log and the reason of a failure on stderr, the progress.
+class BatchPrinter {
+ public:
+  BatchPrinter(const std::vector<BatchGroup>& groups, bool progress)
+      : groups_(groups), progress_(groups.size(), progress) {
+    tally_.groups = groups.size();
+  }
+  void add(size_t i, PhotoResult result) {
+    results_.add(i, std::move(result), [&](size_t k, const PhotoResult& r) {
+      if (r.captured && r.fused.interrupted) return;  // a signal stopped it: not done
+      const BatchGroup& group = groups_[k];
+      progress_.clear();
+      say("[%zu/%zu] %s\n", k + 1, groups_.size(), printable(batch_line(group, r)).c_str());
+      g_log.show(r.fused.log, r.captured && r.fused.result == -1);
+      if (group.failure != 0 || (group.problem.empty() && r.failure != 0)) {
+        fail(group.failure != 0 ? group.failure : r.failure, group.failure != 0 ? group.problem : r.reason);
+      }
+      tally_.add(group, r);
+      progress_.update(tally_.done);
+    });
+  }
+  const BatchTally& tally() const { return tally_; }
+  void finish() { progress_.clear(); }
+
+ private:
+  const std::vector<BatchGroup>& groups_;
+  InOrder<PhotoResult> results_;
+  BatchTally tally_;
+  ProgressLine progress_;
+};
+
+int batch_command(const Options& options) {
+  const std::string& dir = options.inputs[0];
+  std::string error;
+  std::vector<BatchGroup> groups;
+  if (!plan_batch(dir, options.group, &groups, &error)) return fail(kInputError, error);
+  if (groups.empty()) return fail(kInputError, "no JPEG or PNG files in " + dir);
+  std::error_code same;
+  if (fs::equivalent(dir, options.out_dir, same)) {
+    return fail(kUsageError, "--out-dir is the folder itself, where results would be taken for photographs");
+  }
+  if (!prepare_directory(options.out_dir, "output directory", &error)) return fail(kInputError, error);
+
+  std::vector<size_t> brackets;  // the groups fused, by job number
+  BatchPrinter printer(groups, !options.quiet && isatty(STDERR_FILENO));
+  for (size_t i = 0; i < groups.size(); ++i) {
+    if (groups[i].problem.empty()) {
+      brackets.push_back(i);
+    } else {
+      printer.add(i, PhotoResult{});
+    }
+  }
+  const auto fuse = [&](size_t job) {
+    PhotoJob photos;
+    photos.frames = groups[brackets[job]].frames;
+    photos.by_exposure = options.order != "as-given";
+    photos.quality = options.quality;
+    photos.keep_existing = !options.force;
+    photos.output = [&](const std::string& reference) { return batch_result(options.out_dir, reference); };
+    return fuse_photographs(photos, {}, capture_here);
+  };
+  const int workers = std::min<int>(options.jobs != 0 ? options.jobs : default_jobs(), static_cast<int>(brackets.size()));
+  if (workers == 1) {
+    LibrarySettings settings;
+    if (!settings.apply(options, &error, bindcore_value(worker_cores(0, 1, allowed_cores())))) {
+      return fail(kInputError, error);
+    }
+    Pool pool;
+    if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
+    DeferInterrupts defer;  // a signal ends the batch after the bracket it stops
+    for (size_t job = 0; job < brackets.size() && interrupting_signal() == 0; ++job) printer.add(brackets[job], fuse(job));
+  } else if (workers > 1) {
+    const auto failed = [&](size_t job, const std::string& reason) {
+      PhotoResult r;
+      r.failure = kLibraryFailed;
+      r.reason = reason;
+      printer.add(brackets[job], std::move(r));
+    };
+    const auto done = [&](size_t job, const std::string& answer, const std::string& lost) {
+      PhotoResult r;
+      if (lost.empty() && photo_from_message(answer, &r)) return printer.add(brackets[job], std::move(r));
+      failed(job, (lost.empty() ? "a worker process answered nonsense" : lost) + " during this bracket");
+    };
+    const size_t handed =
+        run_on_workers(options, workers, brackets.size(), [&](size_t job) { return photo_message(fuse(job)); }, done);
+    if (handed == kNoWorkers) return kLibraryFailed;
+    for (size_t job = handed; job < brackets.size() && interrupting_signal() == 0; ++job) {
+      failed(job, "no worker process is left to fuse this bracket");
+    }
+  }
+  printer.finish();
+  const int sig = interrupting_signal();
+  print_time("captures", printer.tally().capture_ms);
+  say("%s", printer.tally().summary(sig == 0 ? nullptr : signal_name(sig)).c_str());
+  return printer.tally().exit_code(sig);
+}
+
 // ---- demo ----------------------------------------------------------------
 
 RgbImage to_rgb(const std::vector<uint8_t>& yuv, int32_t width, int32_t height) {
@@ -622,6 +723,7 @@ int main(int argc, char** argv) {
     if (options.command == "fuse") code = fuse_command(options);
     if (options.command == "replay") code = replay_command(options);
     if (options.command == "demo") code = demo_command(options);
+    if (options.command == "batch") code = batch_command(options);
     if (code == kOk) say("done in %.1f ms\n", watch.ms());
   } catch (const std::bad_alloc&) {
     code = fail(kLibraryFailed, "out of memory in " + options.command);
