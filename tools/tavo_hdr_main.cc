@@ -390,6 +390,20 @@ void replay_here(const std::vector<ReplayJob>& jobs, const std::vector<FileId>& 
   }
 }
 
+// Runs `jobs` in this process, its pool pinned as a single worker's: to the
+// first four cores this process may use. kOk, or the code of the error printed.
+int run_here(const Options& options, const std::function<void()>& jobs) {
+  LibrarySettings settings;
+  std::string error;
+  if (!settings.apply(options, &error, bindcore_value(worker_cores(0, 1, allowed_cores())))) {
+    return fail(kInputError, error);
+  }
+  Pool pool;
+  if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
+  jobs();
+  return kOk;
+}
+
 // Runs jobs 0 ... count - 1 on `workers` worker processes, each with its pool
 // pinned to cores of its own (core_plan.h): work(i) runs job i in a worker
 // and gives its answer (CBOR, which keeps names byte for byte), done() takes
@@ -473,15 +487,7 @@ int replay_command(const Options& options) {
   const Stopwatch wall;
   ReplayPrinter printer(jobs.size(), &report, !options.quiet && isatty(STDERR_FILENO));
   if (workers == 1) {
-    // The pool pinned as a single worker's: to the first four cores this
-    // process may use.
-    LibrarySettings settings;
-    if (!settings.apply(options, &error, bindcore_value(worker_cores(0, 1, allowed_cores())))) {
-      return fail(kInputError, error);
-    }
-    Pool pool;
-    if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
-    replay_here(jobs, inputs, &printer);
+    if (const int code = run_here(options, [&] { replay_here(jobs, inputs, &printer); }); code != kOk) return code;
   } else if (const int code = replay_on_workers(options, workers, jobs, inputs, &printer); code != kOk) {
     return code;
   }
@@ -565,14 +571,13 @@ int batch_command(const Options& options) {
   };
   const int workers = std::min<int>(options.jobs != 0 ? options.jobs : default_jobs(), static_cast<int>(brackets.size()));
   if (workers == 1) {
-    LibrarySettings settings;
-    if (!settings.apply(options, &error, bindcore_value(worker_cores(0, 1, allowed_cores())))) {
-      return fail(kInputError, error);
-    }
-    Pool pool;
-    if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
-    DeferInterrupts defer;  // a signal ends the batch after the bracket it stops
-    for (size_t job = 0; job < brackets.size() && interrupting_signal() == 0; ++job) printer.add(brackets[job], fuse(job));
+    const int code = run_here(options, [&] {
+      DeferInterrupts defer;  // a signal ends the batch after the bracket it stops
+      for (size_t job = 0; job < brackets.size() && interrupting_signal() == 0; ++job) {
+        printer.add(brackets[job], fuse(job));
+      }
+    });
+    if (code != kOk) return code;
   } else if (workers > 1) {
     const auto failed = [&](size_t job, const std::string& reason) {
       PhotoResult r;
