@@ -781,8 +781,8 @@ TEST_F(Tool, SignalsStopTheToolWithTheirExitCodeAndLeaveNoTemporaryFile) {
     frames += " " + frame;
   }
   for (int i = 0; i < 50; ++i) fifty += " " + capture;
-  fs::create_directory(dir_.path() + "/photos");  // 20 brackets of photographs
-  for (int i = 0; i < 60; ++i) {
+  fs::create_directory(dir_.path() + "/photos");  // 60 brackets of photographs
+  for (int i = 0; i < 180; ++i) {
     std::string error;
     const RgbImage image{512, 384, std::vector<uint8_t>(512 * 384 * 3, static_cast<uint8_t>(40 + 60 * (i % 3)))};
     ASSERT_TRUE(write_image(dir_.path() + "/photos/" + std::to_string(100 + i) + ".png", image, &error)) << error;
@@ -807,10 +807,10 @@ TEST_F(Tool, SignalsStopTheToolWithTheirExitCodeAndLeaveNoTemporaryFile) {
       {"demo --size 4096x2048 --prop a=b --out-dir pictures", SIGPIPE, "", 7, lost, ""},
       {replay, SIGPIPE, "[1/50]", 7, lost, "[1/50]"},
       {replay + " --jobs 2", SIGPIPE, "[1/50]", 7, lost, "[1/50]"},
-      {"batch photos --out-dir out --jobs 1", SIGINT, "[1/20]", 130, "tavo-hdr: interrupted by SIGINT\n",
-       " of 20 groups (stopped by SIGINT): "},
-      {"batch photos --out-dir out --jobs 2 --force", SIGTERM, "[1/20]", 143, "tavo-hdr: interrupted by SIGTERM\n",
-       " of 20 groups (stopped by SIGTERM): "},
+      {"batch photos --out-dir out --jobs 1", SIGINT, "[1/60]", 130, "tavo-hdr: interrupted by SIGINT\n",
+       " of 60 groups (stopped by SIGINT): "},
+      {"batch photos --out-dir out --jobs 2 --force", SIGTERM, "[1/60]", 143, "tavo-hdr: interrupted by SIGTERM\n",
+       " of 60 groups (stopped by SIGTERM): "},
       {fuse + " --prop a=b", SIGXFSZ, "", 3, "tavo-hdr: cannot write fused.yuv: File too large\n", "capture"},
       {fuse + " --prop saveinput=yes --dump-dir dumps", SIGXFSZ, "", 4,
        "tavo-hdr: the library could not fuse the frames (result -1; its log is above)\n", "capture"},

@@ -435,13 +435,15 @@ size_t run_on_workers(const Options& options, int workers, size_t count,
     g_log.close();
     return code;
   };
+  // A signal ends the run once the workers' captures stop, and the workers
+  // are reaped before it ends the tool.
+  DeferInterrupts defer;
   WorkerProcesses processes;
   std::string error;
   if (!processes.start(workers, worker_main, &error)) {
     fail(kLibraryFailed, error);
     return kNoWorkers;
   }
-  DeferInterrupts defer;  // a signal ends the run once the workers' captures stop
   return processes.run(count, done, [] { return interrupting_signal() != 0; });
 }
 
