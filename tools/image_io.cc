@@ -299,8 +299,9 @@ ImageFormat image_format_of(const std::string& path) {
 
 namespace {
 
-bool read(const std::string& path, RgbImage* image, std::string* error, SizeCheck size_problem,
-          ImageMetadata* metadata, bool header_only) {
+// A JPEG or PNG file decoded, or with `header_only` its size and metadata only.
+bool load_image(const std::string& path, RgbImage* image, std::string* error, SizeCheck size_problem,
+                ImageMetadata* metadata, bool header_only) {
   std::vector<uint8_t> bytes;
   if (!read_file(path, &bytes, error)) return false;
   std::string why;
@@ -325,11 +326,11 @@ bool read(const std::string& path, RgbImage* image, std::string* error, SizeChec
 
 bool read_image(const std::string& path, RgbImage* image, std::string* error, SizeCheck size_problem,
                 ImageMetadata* metadata) {
-  return read(path, image, error, size_problem, metadata, false);
+  return load_image(path, image, error, size_problem, metadata, false);
 }
 
 bool read_image_header(const std::string& path, RgbImage* image, ImageMetadata* metadata, std::string* error) {
-  return read(path, image, error, nullptr, metadata, true);
+  return load_image(path, image, error, nullptr, metadata, true);
 }
 
 bool write_image(const std::string& path, const RgbImage& image, std::string* error,

@@ -30,7 +30,6 @@
 #include "tools/core_plan.h"
 #include "tools/exit_codes.h"
 #include "tools/dump_names.h"
-#include "tools/exif_tags.h"
 #include "tools/exposure_order.h"
 #include "tools/frame_diff.h"
 #include "tools/image_io.h"
