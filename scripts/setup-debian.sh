@@ -12,6 +12,7 @@ packages=(
   libjpeg62-turbo-dev libpng-dev
   python3-dev python3-numpy pybind11-dev
   nlohmann-json3-dev python3-distributed parallel
+  python3-pil help2man man-db
 )
 # The aarch64 cross build links tavo-hdr against Debian's arm64 image libraries
 # and the tests against its arm64 GoogleTest,
