@@ -198,7 +198,7 @@ bool read_png_header(const std::vector<uint8_t>& bytes, RgbImage* image, ImageMe
   stream.in = &bytes;
   png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &stream, png_error_exit, png_warning_dropped);
   png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;
-  bool ok = false;
+  volatile bool ok = false;  // set after setjmp, read after a possible longjmp
   if (info == nullptr) {
     stream.message = "out of memory";
   } else if (setjmp(stream.jump) == 0) {
