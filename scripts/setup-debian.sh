@@ -12,6 +12,7 @@ packages=(
   libjpeg62-turbo-dev libpng-dev
   python3-dev python3-numpy pybind11-dev
   nlohmann-json3-dev python3-distributed parallel
+  python3-pil help2man man-db
 )
 # The phone build's compile check: clang and lld for aarch64-linux-android.
 packages+=(clang lld)

@@ -304,6 +304,17 @@ ToolRun run_tool(const std::string& dir, const std::string& args, int signal = 0
   return run;
 }
 
+// tests/photo_tags.py in `dir`: phone photographs made, or their tags as
+// Pillow reads them.
+std::string photo_tags(const std::string& dir, const std::string& args) {
+  FILE* p = popen(("cd '" + dir + "' && /usr/bin/python3 " TAVO_TEST_PHOTO_TAGS " " + args).c_str(), "r");
+  std::string out;
+  char buffer[4096];
+  for (size_t n; p != nullptr && (n = fread(buffer, 1, sizeof buffer, p)) > 0;) out.append(buffer, n);
+  EXPECT_TRUE(p != nullptr && pclose(p) == 0) << args;
+  return out;
+}
+
 RgbImage rgb_of(const std::vector<uint8_t>& yuv, int32_t w, int32_t h) {
   RgbImage image{w, h, std::vector<uint8_t>(static_cast<size_t>(w) * h * 3)};
   yuv420_to_rgb(yuv.data(), w, h, ChromaLayout::kPlanar, image.pixels.data());
@@ -362,6 +373,82 @@ TEST_F(Tool, FusesRawFramesAndImagesToTheLibrarysBytes) {
   ASSERT_TRUE(png_image_write_to_file(&png, (d + "alpha.png").c_str(), 0, rgba, 0, nullptr));
   ASSERT_TRUE(read_image(d + "alpha.png", &fused, &error)) << error;
   EXPECT_EQ(fused.pixels, (std::vector<uint8_t>{200, 100, 50, 0, 0, 0}));
+}
+
+// Phone photographs, given in any order: the tool orders them by EXIF
+// exposure, else by mean luma, into the bytes of the bracket given dark,
+// normal, bright with --order as-given; the result keeps the reference's EXIF
+// (stating the result's pixel size), XMP (JPEG) and profile, or gets the sRGB
+// chunk (PNG), as Pillow reads them.
+TEST_F(Tool, PhotographsAreOrderedByExposureAndKeepTheReferencesTags) {
+  const std::string d = dir_.path() + "/";
+  photo_tags(d, "make dark.jpg 40 0.0025 6 normal.jpg 110 0.01 6 bright.jpg 200 0.04 6 "
+                "lo.png 40 0 1 mid.png 110 0 1 hi.png 200 0 1");
+  const std::string normal = std::regex_replace(photo_tags(d, "tags normal.jpg"),
+                                                std::regex("0xa002 1920\nExif 0xa003 1080"), "0xa002 64\nExif 0xa003 48");
+  ASSERT_NE(normal.find("0xa003 48\n"), std::string::npos) << normal;
+  ASSERT_NE(normal.find("quantizer 2\n"), std::string::npos) << normal;
+  const std::string by_exif = "dark dark.jpg, normal normal.jpg, bright bright.jpg (by EXIF exposure ";
+  const std::string in_png = std::regex_replace(normal, std::regex("xmp [^\n]*\n|quantizer 2\n"), "");
+  const struct {
+    std::string args, output, order, tags, as_given;
+  } cases[] = {
+      {"normal.jpg dark.jpg bright.jpg", "out.jpg", by_exif, normal, "dark.jpg normal.jpg bright.jpg"},
+      {"bright.jpg dark.jpg normal.jpg", "out.png", by_exif, in_png, "dark.jpg normal.jpg bright.jpg"},
+      {"normal.jpg dark.jpg bright.jpg --quality 50", "q50.jpg", by_exif,
+       std::regex_replace(normal, std::regex("quantizer 2"), "quantizer 16"), "dark.jpg normal.jpg bright.jpg --quality 50"},
+      {"hi.png lo.png mid.png", "out.png", "dark lo.png, normal mid.png, bright hi.png (by mean luma ",
+       "size 64x48\nicc none\nsrgb True\n", "lo.png mid.png hi.png"},
+  };
+  for (const auto& c : cases) {
+    const ToolRun run = run_tool(d, "fuse " + c.args + " -o " + c.output);
+    ASSERT_EQ(run.exit_code, 0) << c.args << "\n" << run.err;
+    EXPECT_TRUE(run.out.starts_with(c.order)) << run.out;
+    EXPECT_EQ(photo_tags(d, "tags " + c.output), c.tags) << c.args << " -o " << c.output;
+    const ToolRun given = run_tool(d, "fuse " + c.as_given + " -o given-" + c.output + " --order as-given");
+    ASSERT_EQ(given.exit_code, 0) << given.err;
+    EXPECT_EQ(read_all(d + c.output), read_all(d + "given-" + c.output)) << c.args;
+  }
+}
+
+// A folder of photographs in groups of three by the time they were taken,
+// a change of size or a gap closing a group early: each bracket fused as
+// fuse fuses it, named after its reference, kept on a rerun (--force redoes
+// it), the same on worker processes.
+TEST_F(Tool, BatchFusesEachBracketOfAFolderOnce) {
+  const std::string d = dir_.path() + "/";
+  fs::create_directory(d + "photos");
+  std::string error;
+  for (const std::string bracket_name : {"a", "b", "c", "d"}) {
+    const auto frames = bracket(64, 48, "YUV420_PLANAR", bracket_name[0]);
+    for (int k = 0; k < (bracket_name == "c" ? 2 : 3); ++k) {  // in a camera's order: normal, dark, bright
+      const std::string path = d + "photos/" + bracket_name + std::to_string(k) + ".png";
+      ASSERT_TRUE(write_image(path, rgb_of(frames[(k + 1) % 3], 64, 48), &error)) << error;
+      if (bracket_name == "d") fs::last_write_time(path, fs::last_write_time(path) + std::chrono::minutes(1));
+    }
+  }
+  ASSERT_TRUE(write_image(d + "photos/a3.png", {72, 48, std::vector<uint8_t>(72 * 48 * 3, 90)}, &error));
+  const std::regex times("(captures|done in) +[0-9.]+ ms\n| \\(by mean luma [^)]*\\)");
+  std::string first;
+  for (const std::string args : {"", " --jobs 2", " --force --jobs 2"}) {
+    const ToolRun run = run_tool(d, "batch photos --out-dir out" + args);
+    EXPECT_EQ(run.exit_code, 0) << args << "\n" << run.err;
+    const std::string out = std::regex_replace(run.out, times, "");
+    if (first.empty()) first = out;
+    const std::string kept = std::regex_replace(std::regex_replace(first, std::regex("written;"), "exists, kept;"),
+                                                std::regex("3 written, 0 kept"), "0 written, 3 kept");
+    EXPECT_EQ(out, args == " --jobs 2" ? kept : first) << args;
+  }
+  EXPECT_EQ(first,
+            "[1/5] a0_hdr.png: written; dark photos/a2.png, normal photos/a0.png, bright photos/a1.png\n"
+            "[2/5] a3.png: 1 frame, not a bracket of 3, skipped\n"
+            "[3/5] b0_hdr.png: written; dark photos/b2.png, normal photos/b0.png, bright photos/b1.png\n"
+            "[4/5] c0.png, c1.png: 2 frames, not a bracket of 3, skipped\n"
+            "[5/5] d0_hdr.png: written; dark photos/d2.png, normal photos/d0.png, bright photos/d1.png\n"
+            "batch of 5 groups: 3 written, 0 kept (the result existed), 2 skipped (not a bracket), 0 failed\n");
+  const ToolRun fused = run_tool(d, "fuse photos/a2.png photos/a0.png photos/a1.png -o a.png --order as-given");
+  ASSERT_EQ(fused.exit_code, 0) << fused.err;
+  EXPECT_EQ(read_all(d + "out/a0_hdr.png"), read_all(d + "a.png"));
 }
 
 TEST_F(Tool, ReplaysTheLibrarysDumpsIdentically) {
@@ -547,6 +634,7 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
   write_all(d + "bad.png", bytes);
   write_png_claiming(d + "a.png", d + "huge.png", 100000, 100000);
   write_png_claiming(d + "a.png", d + "big.png", 16384, 8192);
+  photo_tags(d, "make turned.jpg 90 0.01 6");
   // Captures whose dumped output or frame is no frame: a directory, a FIFO, a
   // device, a symbolic link loop. Their results go elsewhere.
   for (const std::string sub : {"hdr-dir", "hdr-fifo", "hdr-device", "hdr-loop", "frame-loop"}) {
@@ -599,6 +687,12 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
       {"fuse a.png b.png in0.yuv -o out.png", 2, "give three image files"},
       {"fuse cut.jpg a.png b.png -o out.png", 3, "cannot decode cut.jpg: Premature end of JPEG file"},
       {"fuse a.png bad.png b.png -o out.png", 3, "cannot decode bad.png: "},
+      {"fuse a.png b.png a.png -o out.png", 3,
+       "cannot tell a.png and b.png apart by mean luma (90 and 90; 2 levels apart at least)"},
+      {"fuse a.png b.png a.png -o out.png --order darkest", 2, "bad order 'darkest' (exposure or as-given)"},
+      {"fuse a.png b.png a.png -o out.jpg --quality 101", 2, "bad quality '101' (1 to 100)"},
+      {"fuse turned.jpg a.png b.png -o out.png", 3,
+       "images of different orientations: turned.jpg has EXIF orientation 6, a.png 1"},
       {"fuse huge.png a.png b.png -o out.png", 3, "huge.png: 100000x100000 is more than the library's 213726991 pixels"},
 // Sanitizers need more address space; under an emulator the limit would bound
 // the emulator's own mappings too (the loop skips it there).
@@ -627,6 +721,10 @@ TEST_F(Tool, RefusesWithItsExitCodeAndOneLineAndLeavesEveryFileAsItWas) {
       {"replay IMG_64x9999999999YUV420_PLANAR_20180823_090812", 3,
        "IMG_64x9999999999YUV420_PLANAR_20180823_090812: 64x9999999999 is more than the library's 213726991 pixels"},
       {"demo --size 64x48 >/dev/full", 7, "cannot write to standard output: No space left on device"},
+      {"batch sub", 2, "batch takes one folder and --out-dir OUT"},
+      {"batch sub --out-dir out --group 2", 2, "bad group '2' (3 to 99 frames)"},
+      {"batch . --out-dir .", 2, "--out-dir is the folder itself"},
+      {"batch holiday --out-dir out", 3, "cannot read the folder holiday: No such file or directory"},
       {"sharpen", 2, "unknown command 'sharpen'"},
   };
   const auto files = snapshot(dir_.path());
@@ -683,6 +781,12 @@ TEST_F(Tool, SignalsStopTheToolWithTheirExitCodeAndLeaveNoTemporaryFile) {
     frames += " " + frame;
   }
   for (int i = 0; i < 50; ++i) fifty += " " + capture;
+  fs::create_directory(dir_.path() + "/photos");  // 60 brackets of photographs
+  for (int i = 0; i < 180; ++i) {
+    std::string error;
+    const RgbImage image{512, 384, std::vector<uint8_t>(512 * 384 * 3, static_cast<uint8_t>(40 + 60 * (i % 3)))};
+    ASSERT_TRUE(write_image(dir_.path() + "/photos/" + std::to_string(100 + i) + ".png", image, &error)) << error;
+  }
   const std::string replay = "replay" + fifty + " --out-dir replayed --prop a=b --jobs 1",
                     fuse = "fuse" + frames + " -o fused.yuv --size 512x384";
   const char* lost = "tavo-hdr: cannot write to standard output: Broken pipe\n";
@@ -703,6 +807,10 @@ TEST_F(Tool, SignalsStopTheToolWithTheirExitCodeAndLeaveNoTemporaryFile) {
       {"demo --size 4096x2048 --prop a=b --out-dir pictures", SIGPIPE, "", 7, lost, ""},
       {replay, SIGPIPE, "[1/50]", 7, lost, "[1/50]"},
       {replay + " --jobs 2", SIGPIPE, "[1/50]", 7, lost, "[1/50]"},
+      {"batch photos --out-dir out --jobs 1", SIGINT, "[1/60]", 130, "tavo-hdr: interrupted by SIGINT\n",
+       " of 60 groups (stopped by SIGINT): "},
+      {"batch photos --out-dir out --jobs 2 --force", SIGTERM, "[1/60]", 143, "tavo-hdr: interrupted by SIGTERM\n",
+       " of 60 groups (stopped by SIGTERM): "},
       {fuse + " --prop a=b", SIGXFSZ, "", 3, "tavo-hdr: cannot write fused.yuv: File too large\n", "capture"},
       {fuse + " --prop saveinput=yes --dump-dir dumps", SIGXFSZ, "", 4,
        "tavo-hdr: the library could not fuse the frames (result -1; its log is above)\n", "capture"},
@@ -725,6 +833,7 @@ TEST_F(Tool, SignalsStopTheToolWithTheirExitCodeAndLeaveNoTemporaryFile) {
 }
 
 TEST_F(Tool, DemoFindsTheShiftsItAppliedAndWritesItsPictures) {
+  EXPECT_EQ(run_tool(dir_.path(), "--version").out, "tavo-hdr " TAVO_HDR_VERSION "\n");
   const ToolRun run = run_tool(dir_.path(), "demo --size 192x128 --out-dir pictures");
   ASSERT_EQ(run.exit_code, 0) << run.err;
   EXPECT_NE(run.out.find("frame 0 (dark):    applied dx=+6 dy=-4, found x=+6 y=-4: agree"), std::string::npos) << run.out;

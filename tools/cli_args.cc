@@ -9,14 +9,57 @@
 namespace tavo::tool {
 
 const char kUsage[] =
-    "usage: tavo-hdr [demo] [--size WxH] [--out-dir DIR]\n"
-    "       tavo-hdr fuse DARK NORMAL BRIGHT -o OUT [--size WxH --layout NAME]\n"
-    "       tavo-hdr replay PREFIX|DIR... [--out-dir DIR] [--jobs N] [--report FILE] [--quiet]\n"
-    "options for every command: --prop key=value (repeatable), --dump-dir DIR, --verbose\n"
-    "raw frames (.yuv or any other name) need --size; layouts: YUV420_PLANAR (default),\n"
+    "Usage: tavo-hdr [demo] [--size WxH] [--out-dir DIR]\n"
+    "  or:  tavo-hdr fuse FRAME FRAME FRAME -o OUT [--order exposure|as-given] [--quality Q] [--size WxH --layout NAME]\n"
+    "  or:  tavo-hdr replay PREFIX|DIR... [--out-dir DIR] [--jobs N] [--report FILE] [--quiet]\n"
+    "  or:  tavo-hdr batch DIR --out-dir OUT [--group N] [--jobs N] [--force] [--order ...] [--quality Q] [--quiet]\n"
+    "  or:  tavo-hdr --version\n"
+    "\n"
+    "Options for every command: --prop key=value (repeatable), --dump-dir DIR, --verbose.\n"
+    "Raw frames (.yuv or any other name) need --size; layouts: YUV420_PLANAR (default),\n"
     "YVU420_SEMIPLANAR. Image files (.jpg, .jpeg, .png) carry their size; alpha is\n"
-    "composited over black. Ctrl-C stops a capture and exits with 130 (SIGTERM: 143,\n"
-    "SIGHUP: 129); standard output that cannot be written ends it with 7.\n";
+    "composited over black; they are ordered dark, normal, bright by their exposure\n"
+    "(EXIF, else mean luma), raw frames taken as given (--order switches either).\n"
+    "Ctrl-C stops a capture and exits with 130 (SIGTERM: 143, SIGHUP: 129); standard\n"
+    "output that cannot be written ends it with 7.\n";
+
+const char kHelp[] =
+    "\n"
+    "Fuses three differently exposed frames of one scene into one high-dynamic-range\n"
+    "frame with libtavo_lumo_hdr, as a camera service does on the phone.\n"
+    "\n"
+    "Commands:\n"
+    "  demo      fuse a synthetic bracket; writes demo_result.png and demo_contact_sheet.png\n"
+    "  fuse      fuse three raw YUV 4:2:0 frames, or three JPEG or PNG photographs\n"
+    "  replay    fuse captures the library dumped and compare them with its output\n"
+    "  batch     fuse every bracket of photographs in a folder\n"
+    "\n"
+    "Options:\n"
+    "  -o, --out FILE         fuse: the result (raw, or .jpg, .jpeg, .png)\n"
+    "  --out-dir DIR          demo, replay, batch: where the results go\n"
+    "  --size WxH             raw frames' size; demo: the scene's (1920x1080)\n"
+    "  --layout NAME          raw frames' layout: YUV420_PLANAR or YVU420_SEMIPLANAR\n"
+    "  --order exposure|as-given\n"
+    "                         fuse, batch: order the frames by exposure or take them as given\n"
+    "  --quality Q            JPEG outputs' quality, 1 to 100 (95)\n"
+    "  --group N              batch: frames of a bracket (3); of more, the darkest,\n"
+    "                         the middle and the brightest are fused\n"
+    "  --force                batch: fuse brackets whose result exists too\n"
+    "  -j, --jobs N           replay, batch: worker processes (one per core)\n"
+    "  --report FILE          replay: a JSON Lines report\n"
+    "  -q, --quiet            no progress line on a terminal\n"
+    "  --prop key=value       a library property for this run (repeatable)\n"
+    "  --dump-dir DIR         where the library's dumps go\n"
+    "  --stop                 raise the library's stop flag before the capture\n"
+    "  -v, --verbose          show the library's log\n"
+    "  -h, --help             show this text\n"
+    "  --version              show the library's version\n"
+    "\n"
+    "Exit status:\n"
+    "  0 done, 2 bad arguments, 3 input or output files (batch: a bracket could not\n"
+    "  be read or ordered), 4 the library failed or memory ran out, 5 stopped by\n"
+    "  --stop, 6 replay: an output differs, 7 standard output lost, 128 + the signal\n"
+    "  that stopped it.\n";
 
 namespace {
 
@@ -59,8 +102,8 @@ bool parse_args(int argc, const char* const* argv, Options* options, std::string
   int i = 1;
   if (i < argc && argv[i][0] != '-') options->command = argv[i++];
   if (options->command != "demo" && options->command != "fuse" && options->command != "replay" &&
-      options->command != "help") {
-    *error = "unknown command '" + options->command + "' (demo, fuse, replay)";
+      options->command != "batch" && options->command != "help") {
+    *error = "unknown command '" + options->command + "' (demo, fuse, replay, batch)";
     return false;
   }
   options->help = options->command == "help";
@@ -77,6 +120,14 @@ bool parse_args(int argc, const char* const* argv, Options* options, std::string
     std::string v;
     if (arg == "-h" || arg == "--help") {
       options->help = true;
+    } else if (arg == "--version") {
+      options->version = true;
+    } else if (arg == "--quality") {
+      if (!value(&v)) return false;
+      if (!positive_number(v, &options->quality) || options->quality > 100) {
+        *error = "bad quality '" + v + "' (1 to 100)";
+        return false;
+      }
     } else if (arg == "--verbose" || arg == "-v") {
       options->verbose = true;
     } else if (arg == "--quiet" || arg == "-q") {
@@ -89,6 +140,14 @@ bool parse_args(int argc, const char* const* argv, Options* options, std::string
         *error = "bad job count '" + v + "' (1 to " + std::to_string(kMaxJobs) + ")";
         return false;
       }
+    } else if (arg == "--group") {
+      if (!value(&v)) return false;
+      if (!positive_number(v, &options->group) || options->group < 3 || options->group > kMaxGroup) {
+        *error = "bad group '" + v + "' (3 to " + std::to_string(kMaxGroup) + " frames)";
+        return false;
+      }
+    } else if (arg == "--force") {
+      options->force = true;
     } else if (arg == "--stop") {
       options->stop = true;
     } else if (arg == "-o" || arg == "--out") {
@@ -97,6 +156,12 @@ bool parse_args(int argc, const char* const* argv, Options* options, std::string
       if (!value(&options->out_dir)) return false;
     } else if (arg == "--dump-dir") {
       if (!value(&options->dump_dir)) return false;
+    } else if (arg == "--order") {
+      if (!value(&options->order)) return false;
+      if (options->order != "exposure" && options->order != "as-given") {
+        *error = "bad order '" + options->order + "' (exposure or as-given)";
+        return false;
+      }
     } else if (arg == "--layout") {
       if (!value(&options->layout)) return false;
     } else if (arg == "--size") {
@@ -120,13 +185,17 @@ bool parse_args(int argc, const char* const* argv, Options* options, std::string
       options->inputs.push_back(arg);
     }
   }
-  if (options->help) return true;
+  if (options->help || options->version) return true;
   if (options->command == "fuse" && (options->inputs.size() != 3 || options->output.empty())) {
     *error = "fuse takes three input files and -o OUTPUT";
     return false;
   }
   if (options->command == "replay" && options->inputs.empty()) {
     *error = "replay takes at least one capture prefix or directory";
+    return false;
+  }
+  if (options->command == "batch" && (options->inputs.size() != 1 || options->out_dir.empty())) {
+    *error = "batch takes one folder and --out-dir OUT";
     return false;
   }
   if (options->command == "demo" && !options->inputs.empty()) {

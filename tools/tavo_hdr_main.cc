@@ -12,25 +12,30 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <new>
 #include <string>
 #include <vector>
 
 #include "tavo_lumo_hdr.h"
+#include "tools/batch.h"
 #include "tools/cli_args.h"
 #include "tools/contact_sheet.h"
 #include "tools/core_plan.h"
 #include "tools/exit_codes.h"
 #include "tools/dump_names.h"
+#include "tools/exposure_order.h"
 #include "tools/frame_diff.h"
 #include "tools/image_io.h"
 #include "tools/interrupt.h"
 #include "tools/output_file.h"
+#include "tools/photo_bracket.h"
 #include "tools/printable_text.h"
 #include "tools/progress_line.h"
 #include "tools/replay.h"
@@ -222,6 +227,29 @@ std::string read_raw_frames(const std::vector<std::string>& paths, Frames* frame
 
 // ---- fuse ----------------------------------------------------------------
 
+// Photographs: ordered, fused and written with the reference's metadata
+// (photo_bracket.h).
+int fuse_images(const Options& options, const std::vector<FileId>& inputs) {
+  PhotoJob job;
+  job.frames = options.inputs;
+  job.by_exposure = options.order != "as-given";
+  job.layout = options.layout;
+  job.quality = options.quality;
+  job.output = [&](const std::string&) { return options.output; };
+  Pool pool;
+  if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
+  const PhotoResult r = fuse_photographs(job, inputs, capture_here);
+  if (!r.order.empty()) say("%s\n", printable(r.order).c_str());
+  if (r.captured) {
+    g_log.show(r.fused.log, r.fused.result == -1 && !r.fused.interrupted);
+    if (r.fused.interrupted) return kInterrupted;
+    print_time("capture", r.fused.ms);
+  }
+  if (r.failure != 0) return fail(r.failure, r.reason);
+  say("wrote %s (%dx%d)\n", printable(options.output).c_str(), r.width, r.height);
+  return kOk;
+}
+
 int fuse_command(const Options& options) {
   int images = 0;
   for (const std::string& in : options.inputs) images += image_format_of(in) != ImageFormat::kNone;
@@ -231,39 +259,31 @@ int fuse_command(const Options& options) {
   }
   if (images == 0 && image_out) return fail(kUsageError, "raw frames fuse into a raw output, not " + options.output);
   if (const std::string p = layout_problem(options.layout); !p.empty()) return fail(kUsageError, p);
-  const tavo::ChromaLayout layout = tavo::parse_layout(options.layout.c_str());
   std::vector<FileId> inputs;
   for (const std::string& in : options.inputs) add_file_id(in, &inputs);
   if (const std::string p = output_problem(options.output, inputs); !p.empty()) return fail(kInputError, p);
+  if (images != 0) return fuse_images(options, inputs);
 
   Frames frames;
   frames.layout = options.layout;
-  RgbImage rgb[3];
-  if (images == 0) {
-    if (options.width == 0) return fail(kUsageError, "raw frames need --size WxH");
-    if (const std::string p = frame_size_problem(options.width, options.height); !p.empty()) {
-      return fail(kUsageError, p);
-    }
-    frames.width = options.width;
-    frames.height = options.height;
-    if (const std::string p = read_raw_frames(options.inputs, &frames); !p.empty()) return fail(kInputError, p);
-  } else {
+  if (options.width == 0) return fail(kUsageError, "raw frames need --size WxH");
+  if (const std::string p = frame_size_problem(options.width, options.height); !p.empty()) {
+    return fail(kUsageError, p);
+  }
+  frames.width = options.width;
+  frames.height = options.height;
+  if (const std::string p = read_raw_frames(options.inputs, &frames); !p.empty()) return fail(kInputError, p);
+  if (options.order == "exposure") {  // raw frames have no EXIF: by mean luma
+    std::vector<double> luma(3);
     for (int k = 0; k < 3; ++k) {
-      std::string error;
-      if (!read_image(options.inputs[k], &rgb[k], &error, frame_size_problem)) return fail(kInputError, error);
-      if (rgb[k].width != rgb[0].width || rgb[k].height != rgb[0].height) {
-        return fail(kInputError, "images of different sizes: " + options.inputs[0] + " is " +
-                                     std::to_string(rgb[0].width) + "x" + std::to_string(rgb[0].height) + ", " +
-                                     options.inputs[k] + " is " + std::to_string(rgb[k].width) + "x" +
-                                     std::to_string(rgb[k].height));
-      }
+      luma[k] = mean_luma(frames.data[k].data(), static_cast<size_t>(frames.width) * frames.height);
     }
-    frames.width = rgb[0].width;
-    frames.height = rgb[0].height;
-    for (int k = 0; k < 3; ++k) {
-      frames.data[k].resize(raw_frame_bytes(frames.width, frames.height));
-      rgb_to_yuv420(rgb[k].pixels.data(), frames.width, frames.height, layout, frames.data[k].data());
-    }
+    BracketOrder order;
+    std::string error;
+    if (!order_bracket(options.inputs, std::vector<double>(3), luma, &order, &error)) return fail(kInputError, error);
+    std::vector<uint8_t> given[3] = {std::move(frames.data[0]), std::move(frames.data[1]), std::move(frames.data[2])};
+    for (int k = 0; k < 3; ++k) frames.data[k] = std::move(given[order.frame[k]]);
+    say("%s\n", printable(order.line).c_str());
   }
 
   Pool pool;
@@ -273,15 +293,8 @@ int fuse_command(const Options& options) {
   const int code = capture(frames, &out, &ms);
   if (code != kInterrupted) print_time("capture", ms);
   if (code != kOk) return code;
-
   std::string error;
-  if (images == 0) {
-    if (!write_output(options.output, out.data(), out.size(), inputs, &error)) return fail(kInputError, error);
-  } else {
-    RgbImage result{frames.width, frames.height, std::vector<uint8_t>(rgb[0].pixels.size())};
-    yuv420_to_rgb(out.data(), frames.width, frames.height, layout, result.pixels.data());
-    if (!write_image(options.output, result, &error, inputs)) return fail(kInputError, error);
-  }
+  if (!write_output(options.output, out.data(), out.size(), inputs, &error)) return fail(kInputError, error);
   say("wrote %s (%dx%d)\n", printable(options.output).c_str(), frames.width, frames.height);
   return kOk;
 }
@@ -317,9 +330,28 @@ class Report {
   std::string error_;
 };
 
-// A replay's records, printed in capture order as they come (from this
-// process or from workers, in any order): the capture's line, the library's
-// log and the reason of a failure on stderr, the report record, the progress.
+// Records that arrive in any order (from this process or from workers),
+// handed on in the order of their index.
+template <typename Record>
+class InOrder {
+ public:
+  template <typename Print>
+  void add(size_t i, Record record, const Print& print) {
+    waiting_.emplace(i, std::move(record));
+    for (auto next = waiting_.begin(); next != waiting_.end() && next->first == next_;
+         next = waiting_.erase(next), ++next_) {
+      print(next_, next->second);
+    }
+  }
+
+ private:
+  std::map<size_t, Record> waiting_;  // records that came before an earlier one's
+  size_t next_ = 0;
+};
+
+// A replay's records, printed in capture order as they come: the capture's
+// line, the library's log and the reason of a failure on stderr, the report
+// record, the progress.
 class ReplayPrinter {
  public:
   ReplayPrinter(size_t captures, Report* report, bool progress)
@@ -327,26 +359,22 @@ class ReplayPrinter {
     tally_.captures = captures;
   }
   void add(size_t i, ReplayRecord record) {
-    waiting_.emplace(i, std::move(record));
-    for (auto next = waiting_.begin(); next != waiting_.end() && next->first == printed_;
-         next = waiting_.erase(next), ++printed_) {
-      const ReplayRecord& r = next->second;
+    records_.add(i, std::move(record), [&](size_t k, const ReplayRecord& r) {
       progress_.clear();
       const std::string base = fs::path(r.job.capture.prefix).filename().string();
-      say("[%zu/%zu] %s: %s", printed_ + 1, tally_.captures, printable(base).c_str(), replay_line(r).c_str());
+      say("[%zu/%zu] %s: %s", k + 1, tally_.captures, printable(base).c_str(), replay_line(r).c_str());
       g_log.show(r.log, r.failure == kLibraryFailed);
       if (r.failure != 0) fail(r.failure, r.reason);
       tally_.add(r);
       if (r.status != ReplayStatus::kInterrupted) report_->add(report_line(r));
-      progress_.update(printed_ + 1);
-    }
+      progress_.update(k + 1);
+    });
   }
   const ReplayTally& tally() const { return tally_; }
   void finish() { progress_.clear(); }
 
  private:
-  std::map<size_t, ReplayRecord> waiting_;  // records that came before an earlier one's
-  size_t printed_ = 0;
+  InOrder<ReplayRecord> records_;
   ReplayTally tally_;
   Report* report_;
   ProgressLine progress_;
@@ -361,11 +389,29 @@ void replay_here(const std::vector<ReplayJob>& jobs, const std::vector<FileId>& 
   }
 }
 
-// Replays on `workers` worker processes, each with its pool pinned to cores of
-// its own (core_plan.h); the records come back in CBOR, which keeps names
-// byte for byte, and are printed in capture order.
-int replay_on_workers(const Options& options, int workers, const std::vector<ReplayJob>& jobs,
-                      const std::vector<FileId>& inputs, ReplayPrinter* printer) {
+// Runs `jobs` in this process, its pool pinned as a single worker's: to the
+// first four cores this process may use. kOk, or the code of the error printed.
+int run_here(const Options& options, const std::function<void()>& jobs) {
+  LibrarySettings settings;
+  std::string error;
+  if (!settings.apply(options, &error, bindcore_value(worker_cores(0, 1, allowed_cores())))) {
+    return fail(kInputError, error);
+  }
+  Pool pool;
+  if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
+  jobs();
+  return kOk;
+}
+
+// Runs jobs 0 ... count - 1 on `workers` worker processes, each with its pool
+// pinned to cores of its own (core_plan.h): work(i) runs job i in a worker
+// and gives its answer (CBOR, which keeps names byte for byte), done() takes
+// it here as the job ends. A signal stops the workers' captures and ends the
+// run once they stop. The number of jobs handed out (those from it on had no
+// worker left to take them), or kNoWorkers with the error printed.
+constexpr size_t kNoWorkers = SIZE_MAX;
+size_t run_on_workers(const Options& options, int workers, size_t count,
+                      const std::function<std::string(size_t)>& work, const WorkerProcesses::Done& done) {
   const std::vector<int> allowed = allowed_cores();
   const auto worker_main = [&](int k, const WorkerProcesses::NextJob& next,
                                const WorkerProcesses::Answer& answer) -> int {
@@ -382,17 +428,28 @@ int replay_on_workers(const Options& options, int workers, const std::vector<Rep
       DeferInterrupts defer;  // a signal stops the capture, then the worker
       size_t i = 0;
       while (code == kOk && interrupting_signal() == 0 && next(&i)) {
-        const ReplayRecord r = replay_capture(jobs[i], inputs, capture_here);
-        if (!answer(worker_message(r))) break;
+        if (!answer(work(i))) break;
       }
     }
     g_log.close();
     return code;
   };
+  // A signal ends the run once the workers' captures stop, and the workers
+  // are reaped before it ends the tool.
+  DeferInterrupts defer;
   WorkerProcesses processes;
   std::string error;
-  if (!processes.start(workers, worker_main, &error)) return fail(kLibraryFailed, error);
-  DeferInterrupts defer;  // a signal ends the replay once the workers' captures stop
+  if (!processes.start(workers, worker_main, &error)) {
+    fail(kLibraryFailed, error);
+    return kNoWorkers;
+  }
+  return processes.run(count, done, [] { return interrupting_signal() != 0; });
+}
+
+// Replays on worker processes; the records are printed in capture order.
+int replay_on_workers(const Options& options, int workers, const std::vector<ReplayJob>& jobs,
+                      const std::vector<FileId>& inputs, ReplayPrinter* printer) {
+  const auto work = [&](size_t i) { return worker_message(replay_capture(jobs[i], inputs, capture_here)); };
   const auto done = [&](size_t i, const std::string& answer, const std::string& lost) {
     ReplayRecord r;
     if (!lost.empty() || !record_from_message(answer, jobs[i], &r)) {
@@ -401,7 +458,8 @@ int replay_on_workers(const Options& options, int workers, const std::vector<Rep
     }
     printer->add(i, std::move(r));
   };
-  const size_t handed = processes.run(jobs.size(), done, [] { return interrupting_signal() != 0; });
+  const size_t handed = run_on_workers(options, workers, jobs.size(), work, done);
+  if (handed == kNoWorkers) return kLibraryFailed;
   // Captures no worker was left to take (every worker died).
   for (size_t i = handed; i < jobs.size() && interrupting_signal() == 0; ++i) {
     printer->add(i, replay_failure(jobs[i], kLibraryFailed, "no worker process is left to replay this capture"));
@@ -430,15 +488,7 @@ int replay_command(const Options& options) {
   const Stopwatch wall;
   ReplayPrinter printer(jobs.size(), &report, !options.quiet && isatty(STDERR_FILENO));
   if (workers == 1) {
-    // The pool pinned as a single worker's: to the first four cores this
-    // process may use.
-    LibrarySettings settings;
-    if (!settings.apply(options, &error, bindcore_value(worker_cores(0, 1, allowed_cores())))) {
-      return fail(kInputError, error);
-    }
-    Pool pool;
-    if (!pool.ok()) return fail(kLibraryFailed, "the library's worker pool did not start");
-    replay_here(jobs, inputs, &printer);
+    if (const int code = run_here(options, [&] { replay_here(jobs, inputs, &printer); }); code != kOk) return code;
   } else if (const int code = replay_on_workers(options, workers, jobs, inputs, &printer); code != kOk) {
     return code;
   }
@@ -454,6 +504,105 @@ int replay_command(const Options& options) {
     if (sig == 0) return kInputError;
   }
   return tally.exit_code(sig);
+}
+
+// ---- batch ---------------------------------------------------------------
+
+// A batch's groups, printed in order as their results come: the line, the
+// library's log and the reason of a failure on stderr, the progress.
+class BatchPrinter {
+ public:
+  BatchPrinter(const std::vector<BatchGroup>& groups, bool progress)
+      : groups_(groups), progress_(groups.size(), progress) {
+    tally_.groups = groups.size();
+  }
+  void add(size_t i, PhotoResult result) {
+    results_.add(i, std::move(result), [&](size_t k, const PhotoResult& r) {
+      if (r.captured && r.fused.interrupted) return;  // a signal stopped it: not done
+      const BatchGroup& group = groups_[k];
+      progress_.clear();
+      say("[%zu/%zu] %s\n", k + 1, groups_.size(), printable(batch_line(group, r)).c_str());
+      g_log.show(r.fused.log, r.captured && r.fused.result == -1);
+      if (group.failure != 0 || (group.problem.empty() && r.failure != 0)) {
+        fail(group.failure != 0 ? group.failure : r.failure, group.failure != 0 ? group.problem : r.reason);
+      }
+      tally_.add(group, r);
+      progress_.update(tally_.done);
+    });
+  }
+  const BatchTally& tally() const { return tally_; }
+  void finish() { progress_.clear(); }
+
+ private:
+  const std::vector<BatchGroup>& groups_;
+  InOrder<PhotoResult> results_;
+  BatchTally tally_;
+  ProgressLine progress_;
+};
+
+int batch_command(const Options& options) {
+  const std::string& dir = options.inputs[0];
+  std::string error;
+  std::vector<BatchGroup> groups;
+  if (!plan_batch(dir, options.group, &groups, &error)) return fail(kInputError, error);
+  if (groups.empty()) return fail(kInputError, "no JPEG or PNG files in " + dir);
+  std::error_code same;
+  if (fs::equivalent(dir, options.out_dir, same)) {
+    return fail(kUsageError, "--out-dir is the folder itself, where results would be taken for photographs");
+  }
+  if (!prepare_directory(options.out_dir, "output directory", &error)) return fail(kInputError, error);
+
+  std::vector<size_t> brackets;  // the groups fused, by job number
+  BatchPrinter printer(groups, !options.quiet && isatty(STDERR_FILENO));
+  for (size_t i = 0; i < groups.size(); ++i) {
+    if (groups[i].problem.empty()) {
+      brackets.push_back(i);
+    } else {
+      printer.add(i, PhotoResult{});
+    }
+  }
+  const auto fuse = [&](size_t job) {
+    PhotoJob photos;
+    photos.frames = groups[brackets[job]].frames;
+    photos.by_exposure = options.order != "as-given";
+    photos.quality = options.quality;
+    photos.keep_existing = !options.force;
+    photos.output = [&](const std::string& reference) { return batch_result(options.out_dir, reference); };
+    return fuse_photographs(photos, {}, capture_here);
+  };
+  const int workers = std::min<int>(options.jobs != 0 ? options.jobs : default_jobs(), static_cast<int>(brackets.size()));
+  if (workers == 1) {
+    const int code = run_here(options, [&] {
+      DeferInterrupts defer;  // a signal ends the batch after the bracket it stops
+      for (size_t job = 0; job < brackets.size() && interrupting_signal() == 0; ++job) {
+        printer.add(brackets[job], fuse(job));
+      }
+    });
+    if (code != kOk) return code;
+  } else if (workers > 1) {
+    const auto failed = [&](size_t job, const std::string& reason) {
+      PhotoResult r;
+      r.failure = kLibraryFailed;
+      r.reason = reason;
+      printer.add(brackets[job], std::move(r));
+    };
+    const auto done = [&](size_t job, const std::string& answer, const std::string& lost) {
+      PhotoResult r;
+      if (lost.empty() && photo_from_message(answer, &r)) return printer.add(brackets[job], std::move(r));
+      failed(job, (lost.empty() ? "a worker process answered nonsense" : lost) + " during this bracket");
+    };
+    const size_t handed =
+        run_on_workers(options, workers, brackets.size(), [&](size_t job) { return photo_message(fuse(job)); }, done);
+    if (handed == kNoWorkers) return kLibraryFailed;
+    for (size_t job = handed; job < brackets.size() && interrupting_signal() == 0; ++job) {
+      failed(job, "no worker process is left to fuse this bracket");
+    }
+  }
+  printer.finish();
+  const int sig = interrupting_signal();
+  print_time("captures", printer.tally().capture_ms);
+  say("%s", printer.tally().summary(sig == 0 ? nullptr : signal_name(sig)).c_str());
+  return printer.tally().exit_code(sig);
 }
 
 // ---- demo ----------------------------------------------------------------
@@ -566,8 +715,9 @@ int main(int argc, char** argv) {
   }
   int code = kOk;
   try {
-    if (options.help) {
-      say("%s", kUsage);
+    if (options.help || options.version) {
+      if (options.version) say("tavo-hdr %s\n", TAVO_HDR_VERSION);
+      else say("%s%s", kUsage, kHelp);
       return kOk;
     }
     install_interrupt_handlers(raise_stop_flag);
@@ -579,6 +729,7 @@ int main(int argc, char** argv) {
     if (options.command == "fuse") code = fuse_command(options);
     if (options.command == "replay") code = replay_command(options);
     if (options.command == "demo") code = demo_command(options);
+    if (options.command == "batch") code = batch_command(options);
     if (code == kOk) say("done in %.1f ms\n", watch.ms());
   } catch (const std::bad_alloc&) {
     code = fail(kLibraryFailed, "out of memory in " + options.command);

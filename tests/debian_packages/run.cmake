@@ -3,7 +3,7 @@
 # is covered by its Depends, then unpacks the runtime and development packages
 # and builds and runs the consumer program against them.
 # Arguments: BUILD_DIR, WORK_DIR, ARCH (Debian architecture), VERSION, TOOL
-# (ON when the tool is packaged), and for the consumer CONSUMER_DIR, C_COMPILER,
+# (ON when the tool is packaged), MAN_PAGE (ON when its man page was made), and for the consumer CONSUMER_DIR, C_COMPILER,
 # C_FLAGS, TOOLCHAIN, EMULATOR (see install_consumer/run.cmake).
 include(${CMAKE_CURRENT_LIST_DIR}/../run_checked.cmake)
 
@@ -24,6 +24,9 @@ set(dev_files "usr/include/tavo_lumo_hdr\\.h" "${lib} -> libtavo_lumo_hdr\\.so\\
 set(dev_depends "${runtime_package} \\(= ${VERSION}\\)")
 set(tool_package tavo-hdr)
 set(tool_files "usr/bin/tavo-hdr")
+if(MAN_PAGE)
+  list(APPEND tool_files "usr/share/man/man1/tavo-hdr\\.1")
+endif()
 set(tool_depends "${dev_depends}")
 set(components runtime dev)
 if(TOOL)
