@@ -23,8 +23,9 @@ packages+=(python3-setuptools python3-wheel python3-venv python3-pip python3-bui
 # The aarch64 cross build links tavo-hdr against Debian's arm64 image libraries
 # and the tests against its arm64 GoogleTest,
 # installed beside the amd64 ones (multiarch); the Debian packages are built
-# with dpkg-shlibdeps (dpkg-dev), which CPack feeds through file(1).
-packages+=(dpkg-dev file libjpeg62-turbo-dev:arm64 libpng-dev:arm64 libgtest-dev:arm64)
+# with dpkg-shlibdeps (dpkg-dev), which CPack feeds through file(1), and
+# checked by lintian.
+packages+=(dpkg-dev file lintian libjpeg62-turbo-dev:arm64 libpng-dev:arm64 libgtest-dev:arm64)
 
 missing=()
 for pkg in "${packages[@]}"; do

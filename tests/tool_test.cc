@@ -833,7 +833,7 @@ TEST_F(Tool, SignalsStopTheToolWithTheirExitCodeAndLeaveNoTemporaryFile) {
 }
 
 TEST_F(Tool, DemoFindsTheShiftsItAppliedAndWritesItsPictures) {
-  EXPECT_EQ(run_tool(dir_.path(), "--version").out, "tavo-hdr " TAVO_HDR_VERSION "\n");
+  EXPECT_EQ(run_tool(dir_.path(), "--version").out, "tavo-hdr " TAVO_TEST_PROJECT_VERSION "\n");
   const ToolRun run = run_tool(dir_.path(), "demo --size 192x128 --out-dir pictures");
   ASSERT_EQ(run.exit_code, 0) << run.err;
   EXPECT_NE(run.out.find("frame 0 (dark):    applied dx=+6 dy=-4, found x=+6 y=-4: agree"), std::string::npos) << run.out;

@@ -716,7 +716,7 @@ int main(int argc, char** argv) {
   int code = kOk;
   try {
     if (options.help || options.version) {
-      if (options.version) say("tavo-hdr %s\n", TAVO_HDR_VERSION);
+      if (options.version) say("tavo-hdr %s\n", TAVO_HDR_VERSION_STRING);
       else say("%s%s", kUsage, kHelp);
       return kOk;
     }
