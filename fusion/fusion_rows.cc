@@ -23,6 +23,7 @@ FusionRows GetFusionRows() {
   return platform::rows_of_sets_on<FusionRows>(InitFusionRows_C, {
 #if defined(__x86_64__)
       {platform::kCpuHasAVX2, InitFusionRows_AVX2},
+      {platform::kCpuHasAVX512, InitFusionRows_AVX512},
 #endif
 #if defined(__aarch64__)
       {platform::kCpuHasNEON, InitFusionRows_NEON},

@@ -31,6 +31,7 @@ struct FusionRows {
 void InitFusionRows_C(FusionRows* rows);
 #if defined(__x86_64__)
 void InitFusionRows_AVX2(FusionRows* rows);
+void InitFusionRows_AVX512(FusionRows* rows);
 #endif
 #if defined(__aarch64__)
 void InitFusionRows_NEON(FusionRows* rows);

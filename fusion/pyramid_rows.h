@@ -238,6 +238,12 @@ LaplacianEvenRow LaplacianEven_AVX2;
 LaplacianOddRow LaplacianOdd_AVX2;
 CollapseEvenRow CollapseEven_AVX2;
 CollapseOddRow CollapseOdd_AVX2;
+ReduceHRow<uint16_t> ReduceH_AVX512, ReduceHPyramid_AVX512;
+ReduceHRow<uint8_t> ReduceHLuma_AVX512;
+ReduceVRow ReduceVPyramid_AVX512;
+LaplacianEvenRow LaplacianEven_AVX512;
+LaplacianOddRow LaplacianOdd_AVX512;
+CollapseOddRow CollapseOdd_AVX512;
 #endif
 
 }  // namespace tavo

@@ -76,7 +76,7 @@ TEST(CpuFlags, TablesNameTheWidestSetTheyHoldRowsOf) {
     const char* (*named)();
   } modules[] = {
       {"align", {kCpuHasSSE41, kCpuHasAVX2, kCpuHasNEON}, [] { return GetAlignRows().set; }},
-      {"fusion", {kCpuHasAVX2, kCpuHasNEON}, [] { return GetFusionRows().set; }},
+      {"fusion", {kCpuHasAVX2, kCpuHasAVX512, kCpuHasNEON}, [] { return GetFusionRows().set; }},
       {"chroma", {kCpuHasAVX2, kCpuHasNEON}, [] { return GetChromaRows().set; }},
   };
   for (const test::CpuMask& m : test::kCpuMasks) {
