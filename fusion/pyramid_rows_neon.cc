@@ -50,25 +50,6 @@ inline U16s<N> load(const uint16_t* p) {
     return {vld1q_u16(p)};
   }
 }
-template <size_t N>
-inline std::array<int16x8_t, N> load(const int16_t* p) {
-  if constexpr (N == 4) {
-    const int16x8x4_t v = vld1q_s16_x4(p);
-    return {v.val[0], v.val[1], v.val[2], v.val[3]};
-  } else {
-    static_assert(N == 1);
-    return {vld1q_s16(p)};
-  }
-}
-template <size_t N>
-inline void store(uint16_t* p, const U16s<N>& v) {
-  if constexpr (N == 4) {
-    vst1q_u16_x4(p, uint16x8x4_t{{v[0], v[1], v[2], v[3]}});
-  } else {
-    static_assert(N == 1);
-    vst1q_u16(p, v[0]);
-  }
-}
 
 // f over the registers of equal-sized steps, unrolled.
 template <size_t I, class F, class... Steps>
@@ -82,6 +63,22 @@ inline auto each(std::index_sequence<I...>, F f, const std::array<V, N>& first, 
 template <class F, class V, size_t N, class... Rest>
 inline auto each(F f, const std::array<V, N>& first, const Rest&... rest) {
   return each(std::make_index_sequence<N>{}, f, first, rest...);
+}
+
+// A signed row: the same registers read as signed.
+template <size_t N>
+inline std::array<int16x8_t, N> load(const int16_t* p) {
+  return each([](uint16x8_t v) { return vreinterpretq_s16_u16(v); }, load<N>(reinterpret_cast<const uint16_t*>(p)));
+}
+
+template <size_t N>
+inline void store(uint16_t* p, const U16s<N>& v) {
+  if constexpr (N == 4) {
+    vst1q_u16_x4(p, uint16x8x4_t{{v[0], v[1], v[2], v[3]}});
+  } else {
+    static_assert(N == 1);
+    vst1q_u16(p, v[0]);
+  }
 }
 
 // An elementwise row: store(x, compute(Regs<N>, x)), 32 samples a step, 8 on
