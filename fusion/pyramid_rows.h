@@ -13,8 +13,8 @@
 // The per-sample formulas below are the definition; the portable rows apply
 // them in plain loops and every instruction-set variant gives the same bytes
 // for every 16-bit input, not only for the 12-bit samples the pyramids hold
-// (a variant's vector steps leave the rest to the portable code:
-// fusion/pyramid_rows_any.h).
+// (a variant takes the formulas below inlined for its borders and for rows
+// shorter than a vector: fusion/pyramid_rows_any.h).
 #pragma once
 
 #include <cstdint>
@@ -52,7 +52,7 @@ constexpr uint16_t reduce_column(const Sample* row, int32_t src_width, int32_t d
 
 // Columns j ... dst_width - 1 of the horizontal reduce: the interior formula,
 // then the last column's reflection. The portable rows run it from column 1,
-// the vector rows from where their steps end. On luma x 16 the filter needs
+// and so do the vector rows on rows too short for a vector. On luma x 16 the filter needs
 // no rounding: (16 s + 8) >> 4 = s for the tap sum s of the 8-bit samples.
 template <class Sample>
 inline void reduce_h_tail(const Sample* src, int32_t src_width, uint16_t* dst, int32_t dst_width, int32_t j) {
@@ -98,7 +98,8 @@ inline void expand_h_head(const Sample* coarse, int32_t coarse_width, uint16_t* 
 // Fine positions 2k ... fine_width - 1 of the horizontal expansion (k >= 1):
 // the pairs (2k, 2k + 1) that lie before the last two positions by the
 // interior formulas, then the rest with the right-border rule. The portable
-// rows run it from k = 1, the vector rows from where their steps end.
+// rows run it from k = 1, the vector rows for the border pairs after their
+// steps (or from k = 1 on rows too short for a vector).
 template <class Sample>
 inline void expand_h_tail(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width,
                           int32_t k) {
