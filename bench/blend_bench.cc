@@ -142,13 +142,13 @@ void BM_BlendInteriorRow(benchmark::State& state) {
   for (auto& l : lap) l = static_cast<int16_t>(static_cast<int>(rng() % 1024) - 512);
   const uint16_t* g[3] = {gauss.data() + kWidth, gauss.data() + 4 * kWidth, gauss.data() + 7 * kWidth};
   const int16_t* l[3] = {lap.data(), lap.data() + kWidth, lap.data() + 2 * kWidth};
-  int32_t factors[tavo::kExposureFactors];
-  tavo::build_exposure_factors(tables().exposure.data(), factors);
-  const tavo::BlendRowArgs row{out.data(), l, g, factors, 0, 0, kWidth, kWidth, 3, kWidth,
+  tavo::ExposureFactors factors;
+  tavo::build_exposure_factors(tables().exposure.data(), &factors);
+  const tavo::BlendRowArgs row{out.data(), l, g, &factors, 0, 0, kWidth, kWidth, 3, kWidth,
                                 tavo::exposure_weights_positive(factors, 3)};
   const tavo::FusionRows rows = tavo::GetFusionRows();
   for (auto _ : state) {
-    tavo::BlendInteriorRow(row, rows.blend_groups);
+    rows.blend_interior(row);
     benchmark::ClobberMemory();
   }
   tavo::platform::MaskCpuFlags(-1);

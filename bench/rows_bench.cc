@@ -42,12 +42,12 @@ struct Inputs {
   const uint16_t* five[5];
   // Blending: three Gaussian rows a frame (the row and its neighbours), the
   // Laplacian rows, the capture's exposure factors.
-  int32_t factors[tavo::kExposureFactors];
+  tavo::ExposureFactors factors;
   const uint16_t* gauss[kFrames];
   const int16_t* lap_rows[kFrames];
   tavo::BlendRowArgs blend;
   // Chroma: the frames' rows and the capture's chroma weights.
-  int32_t weights[tavo::kChromaWeights];
+  tavo::ChromaWeights chroma_weights;
   const uint8_t* chroma[kFrames];
   tavo::ChromaRowArgs chroma_row;
 
@@ -58,16 +58,16 @@ struct Inputs {
     }
     std::vector<uint16_t> exposure(256), chroma_lut(256);
     tavo::build_fusion_weight_tables(exposure.data(), chroma_lut.data());
-    tavo::build_exposure_factors(exposure.data(), factors);
-    tavo::build_chroma_weights(chroma_lut.data(), weights);
+    tavo::build_exposure_factors(exposure.data(), &factors);
+    tavo::build_chroma_weights(chroma_lut.data(), kFrames, &chroma_weights);
     for (int f = 0; f < kFrames; ++f) {
       gauss[f] = level[f].data() + kStride;
       lap_rows[f] = lap.data() + f * kWidth;
       chroma[f] = bytes.data() + 2 * f * kWidth;
     }
-    blend = {out_s16.data(), lap_rows, gauss, factors, 0, 0, kStride, kStride, kFrames, kStride,
+    blend = {out_s16.data(), lap_rows, gauss, &factors, 0, 0, kStride, kStride, kFrames, kStride,
              tavo::exposure_weights_positive(factors, kFrames)};
-    chroma_row = {chroma, weights, 0, kFrames, tavo::chroma_weights_positive(weights, kFrames)};
+    chroma_row = {chroma, &chroma_weights, 0, kFrames};
   }
 };
 
@@ -138,12 +138,14 @@ const bool kRegistered = [] {
   });
   add("fusion", "collapse_odd", tavo::GetFusionRows, &FusionRows::collapse_odd,
       +[](tavo::CollapseOddRow* r, In in) { r(in.fused.data(), in.five[1], in.five[2], nullptr, kWidth); });
-  add("fusion", "blend_groups", tavo::GetFusionRows, &FusionRows::blend_groups,
-      +[](tavo::BlendGroupsFn r, In in) { r(in.blend, 1, kWidth); });
+  add("fusion", "blend_border", tavo::GetFusionRows, &FusionRows::blend_border,
+      +[](tavo::BlendRowFn r, In in) { r(in.blend); });
+  add("fusion", "blend_interior", tavo::GetFusionRows, &FusionRows::blend_interior,
+      +[](tavo::BlendRowFn r, In in) { r(in.blend); });
 
   add("chroma", "plane", tavo::GetChromaRows, &ChromaRows::plane,
-      +[](tavo::ChromaGroupsFn r, In in) { r(in.chroma_row, in.out8.data(), kWidth); });
-  add("chroma", "pairs", tavo::GetChromaRows, &ChromaRows::pairs, +[](tavo::ChromaPairGroupsFn r, In in) {
+      +[](tavo::ChromaRowFn r, In in) { r(in.chroma_row, in.out8.data(), kWidth); });
+  add("chroma", "pairs", tavo::GetChromaRows, &ChromaRows::pairs, +[](tavo::ChromaPairRowFn r, In in) {
     r(in.chroma_row, in.out8.data(), in.out8.data() + kWidth, kWidth / 2);
   });
   return true;

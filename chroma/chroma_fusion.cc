@@ -3,8 +3,6 @@
 // is read through its own crop origin, halved to chroma resolution.
 #include "chroma/chroma_fusion.h"
 
-#include <array>
-
 #include "chroma/chroma_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
@@ -13,17 +11,35 @@
 
 namespace tavo {
 
+namespace {
+
+// `rows` planar rows of `width` samples, frame f's row y at src[f] + y * src_stride.
+void plane_rows(const uint8_t* const* src, int32_t frames, ptrdiff_t src_stride, uint8_t* out, int32_t width,
+                int32_t rows, const ChromaWeights& weights, ChromaRowFn fuse) {
+  if (width < 1) return;
+  for (int32_t y = 0; y < rows; ++y) {
+    fuse(ChromaRowArgs{src, &weights, y * src_stride, frames}, out + static_cast<ptrdiff_t>(y) * width, width);
+  }
+}
+
+// `rows` rows of `pairs` V,U pairs from the frames into out_u and out_v.
+void pair_rows(const uint8_t* const* src, ptrdiff_t src_stride, uint8_t* out_u, uint8_t* out_v, int32_t pairs,
+               int32_t rows, const ChromaWeights& weights, ChromaPairRowFn fuse) {
+  if (pairs < 1) return;
+  for (int32_t y = 0; y < rows; ++y) {
+    const ptrdiff_t at = static_cast<ptrdiff_t>(y) * pairs;
+    fuse(ChromaRowArgs{src, &weights, y * src_stride, kChromaFrames}, out_u + at, out_v + at, pairs);
+  }
+}
+
+}  // namespace
+
 void fuse_chroma_plane(const uint8_t* const* src, int32_t frames, ptrdiff_t src_stride,
                        uint8_t* out, const uint16_t* lut, int32_t width, int32_t rows) {
   if (rows < 1 || width < 1) return;
-  std::array<int32_t, kChromaWeights> weights;
-  build_chroma_weights(lut, weights.data());
-  const ChromaGroupsFn groups = GetChromaRows().plane;
-  const bool positive = chroma_weights_positive(weights.data(), frames);
-  for (int32_t y = 0; y < rows; ++y) {
-    const ChromaRowArgs row{src, weights.data(), y * src_stride, frames, positive};
-    FuseChromaRow(row, out + static_cast<ptrdiff_t>(y) * width, width, groups);
-  }
+  ChromaWeights weights;
+  build_chroma_weights(lut, frames, &weights);
+  plane_rows(src, frames, src_stride, out, width, rows, weights, GetChromaRows().plane);
 }
 
 namespace {
@@ -35,7 +51,8 @@ struct PlaneBand {
   const uint8_t* v[kChromaFrames];
   uint8_t* out_u;
   uint8_t* out_v;
-  const uint16_t* lut;
+  const ChromaWeights* weights;
+  ChromaRowFn fuse;
   int32_t src_stride;
   int32_t width;
   RowChunks* chunks;
@@ -45,7 +62,8 @@ struct PairBand {
   const uint8_t* src[kChromaFrames];
   uint8_t* out_u;
   uint8_t* out_v;
-  const uint16_t* lut;
+  const ChromaWeights* weights;
+  ChromaPairRowFn fuse;
   int32_t src_stride;
   int32_t pairs;
   RowChunks* chunks;
@@ -86,16 +104,9 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_semiplane(const uint8_t** src, uint
                                                        int32_t src_stride, int32_t pairs,
                                                        int32_t rows) {
   if (rows < 1 || pairs < 1) return 0;
-  std::array<int32_t, tavo::kChromaWeights> weights;
-  tavo::build_chroma_weights(lut, weights.data());
-  const tavo::ChromaPairGroupsFn groups = tavo::GetChromaRows().pairs;
-  const bool positive = tavo::chroma_weights_positive(weights.data(), tavo::kChromaFrames);
-  for (int32_t y = 0; y < rows; ++y) {
-    const tavo::ChromaRowArgs row{src, weights.data(), static_cast<ptrdiff_t>(y) * src_stride,
-                                  tavo::kChromaFrames, positive};
-    const ptrdiff_t at = static_cast<ptrdiff_t>(y) * pairs;
-    tavo::FuseChromaPairRow(row, out_u + at, out_v + at, pairs, groups);
-  }
+  tavo::ChromaWeights weights;
+  tavo::build_chroma_weights(lut, tavo::kChromaFrames, &weights);
+  tavo::pair_rows(src, src_stride, out_u, out_v, pairs, rows, weights, tavo::GetChromaRows().pairs);
   return 0;
 }
 
@@ -108,8 +119,8 @@ extern "C" TAVO_HDR_EXPORT int32_t fusionUV_plane_parameter(void* record) {
     const uint8_t* u[tavo::kChromaFrames];
     const uint8_t* v[tavo::kChromaFrames];
     for (int f = 0; f < tavo::kChromaFrames; ++f) u[f] = a.u[f] + in_at, v[f] = a.v[f] + in_at;
-    fusionUV_plane(u, a.out_u + out_at, a.lut, a.src_stride, a.width, rows);
-    fusionUV_plane(v, a.out_v + out_at, a.lut, a.src_stride, a.width, rows);
+    tavo::plane_rows(u, tavo::kChromaFrames, a.src_stride, a.out_u + out_at, a.width, rows, *a.weights, a.fuse);
+    tavo::plane_rows(v, tavo::kChromaFrames, a.src_stride, a.out_v + out_at, a.width, rows, *a.weights, a.fuse);
   }
   tavo::band_done(record);
   return 0;
@@ -123,7 +134,7 @@ extern "C" TAVO_HDR_EXPORT int32_t fusionUV_semiplane_parameter(void* record) {
     const ptrdiff_t out_at = static_cast<ptrdiff_t>(first) * a.pairs;
     const uint8_t* src[tavo::kChromaFrames];
     for (int f = 0; f < tavo::kChromaFrames; ++f) src[f] = a.src[f] + in_at;
-    fusionUV_semiplane(src, a.out_u + out_at, a.out_v + out_at, a.lut, a.src_stride, a.pairs, rows);
+    tavo::pair_rows(src, a.src_stride, a.out_u + out_at, a.out_v + out_at, a.pairs, rows, *a.weights, a.fuse);
   }
   tavo::band_done(record);
   return 0;
@@ -147,6 +158,9 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_plane_process(const uint8_t* const*
   if (!tavo::frames_present(frames, crop, "fusionUV_plane_process")) return 0;
   const tavo::Yuv420Planes planes =
       tavo::yuv420_planes(2 * static_cast<int64_t>(src_stride), 2 * static_cast<int64_t>(src_rows));
+  tavo::ChromaWeights weights;
+  tavo::build_chroma_weights(lut, tavo::kChromaFrames, &weights);
+  const tavo::ChromaRowFn fuse = tavo::GetChromaRows().plane;
   tavo::RowChunks chunks(rows);
   tavo::run_bands<tavo::PlaneBand>(tavo::kBandCount, fusionUV_plane_parameter, [&](int32_t, tavo::PlaneBand& a) {
     for (int f = 0; f < tavo::kChromaFrames; ++f) {
@@ -156,7 +170,8 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_plane_process(const uint8_t* const*
     }
     a.out_u = out_u;
     a.out_v = out_v;
-    a.lut = lut;
+    a.weights = &weights;
+    a.fuse = fuse;
     a.src_stride = src_stride;
     a.width = width;
     a.chunks = &chunks;
@@ -184,6 +199,9 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_semiplane_process(const uint8_t* co
   if (!tavo::frames_present(frames, crop, "fusionUV_semiplane_process")) return 0;
   const int64_t pair_plane = tavo::yuv420_planes(src_stride, src_height).vu_plane;
   const int32_t pairs = out_width / 2;
+  tavo::ChromaWeights weights;
+  tavo::build_chroma_weights(lut, tavo::kChromaFrames, &weights);
+  const tavo::ChromaPairRowFn fuse = tavo::GetChromaRows().pairs;
   tavo::RowChunks chunks(rows);
   tavo::run_bands<tavo::PairBand>(tavo::kBandCount, fusionUV_semiplane_parameter, [&](int32_t, tavo::PairBand& a) {
     for (int f = 0; f < tavo::kChromaFrames; ++f) {
@@ -191,7 +209,8 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_semiplane_process(const uint8_t* co
     }
     a.out_u = out_u;
     a.out_v = out_v;
-    a.lut = lut;
+    a.weights = &weights;
+    a.fuse = fuse;
     a.src_stride = src_stride;
     a.pairs = pairs;
     a.chunks = &chunks;

@@ -1,8 +1,9 @@
-// Grouped chroma rule with AVX2: weights gathered from the table, wrapping
-// 32-bit lane sums, and the division through the emulated ARM reciprocal
-// estimate and step. Tables whose weights all lie in 1 ... 32767 take sixteen
-// samples a step: their sums stay positive and unwrapped, so they convert to
-// float directly and the quotient needs no saturation.
+// Chroma rows with AVX2: the grouped rule with weights gathered from the
+// table, wrapping 32-bit lane sums, and the division through the emulated ARM
+// reciprocal estimate and step; the exact rule for the tail in scalar code.
+// Tables whose weights all lie in 1 ... 32767 take sixteen samples a step:
+// their sums stay positive and unwrapped, so they convert to float directly
+// and the quotient needs no saturation.
 #include <immintrin.h>
 
 #include "chroma/chroma_rows.h"
@@ -38,27 +39,28 @@ inline void store_grouped(const Sums& sums, uint8_t* out) {
   _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(words, words));
 }
 
-void plane_groups_any(const ChromaRowArgs& row, uint8_t* out, int32_t count) {
-  for (int32_t x = 0; x < count; x += 8) {
+// Samples (pairs) `from` ... count-1, from and count multiples of eight.
+void plane_groups_any(const ChromaRowArgs& row, uint8_t* out, int32_t from, int32_t count) {
+  for (int32_t x = from; x < count; x += 8) {
     Sums sums;
     for (int32_t f = 0; f < row.frames; ++f) {
       const auto* p = reinterpret_cast<const __m128i*>(row.src[f] + row.offset + x);
-      sums.add(row.weights, bytes_to_lanes(_mm_loadl_epi64(p)));
+      sums.add(row.weights->w, bytes_to_lanes(_mm_loadl_epi64(p)));
     }
     store_grouped(sums, out + x);
   }
 }
 
-void pair_groups_any(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
+void pair_groups_any(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t from, int32_t pairs) {
   // First bytes of the pairs to the low half, second bytes to the high half.
   const __m128i split = _mm_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
-  for (int32_t p = 0; p < pairs; p += 8) {
+  for (int32_t p = from; p < pairs; p += 8) {
     Sums u, v;
     for (int32_t f = 0; f < row.frames; ++f) {
       const auto* at = reinterpret_cast<const __m128i*>(row.src[f] + row.offset + 2 * static_cast<ptrdiff_t>(p));
       const __m128i vu = _mm_shuffle_epi8(_mm_loadu_si128(at), split);
-      v.add(row.weights, bytes_to_lanes(vu));
-      u.add(row.weights, bytes_to_lanes(_mm_srli_si128(vu, 8)));
+      v.add(row.weights->w, bytes_to_lanes(vu));
+      u.add(row.weights->w, bytes_to_lanes(_mm_srli_si128(vu, 8)));
     }
     store_grouped(u, out_u + p);
     store_grouped(v, out_v + p);
@@ -104,71 +106,84 @@ inline void store_positive(const PositiveSums& sums, uint8_t* out) {
 }
 
 template <int kFrames>
-void plane_groups_positive(const ChromaRowArgs& row, uint8_t* out, int32_t count) {
-  const int32_t frames = kFrames > 0 ? kFrames : row.frames;
-  int32_t x = 0;
-  for (; x + 16 <= count; x += 16) {
-    PositiveSums sums;
+[[gnu::always_inline]] inline void plane_step_positive(const ChromaFrames<kFrames>& frames, const int32_t* weights,
+                                                       uint8_t* out, int32_t x) {
+  PositiveSums sums;
+  const int32_t n = frames.count();
 #pragma GCC unroll 4
-    for (int32_t f = 0; f < frames; ++f) {
-      sums.add(row.weights, _mm_loadu_si128(reinterpret_cast<const __m128i*>(row.src[f] + row.offset + x)));
-    }
-    store_positive(sums, out + x);
+  for (int32_t f = 0; f < n; ++f) {
+    sums.add(weights, _mm_loadu_si128(reinterpret_cast<const __m128i*>(frames[f] + x)));
   }
-  if (x < count) plane_groups_any(ChromaRowArgs{row.src, row.weights, row.offset + x, row.frames}, out + x, count - x);
+  store_positive(sums, out + x);
 }
 
 template <int kFrames>
-void pair_groups_positive(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
-  const int32_t frames = kFrames > 0 ? kFrames : row.frames;
+[[gnu::always_inline]] inline void pair_step_positive(const ChromaFrames<kFrames>& frames, const int32_t* weights,
+                                                      uint8_t* out_u, uint8_t* out_v, int32_t p) {
   // Per 128-bit half: the first bytes of its eight pairs, then the second.
   const __m256i split = _mm256_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15,
                                          0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
-  int32_t p = 0;
-  for (; p + 16 <= pairs; p += 16) {
-    PositiveSums u, v;
+  PositiveSums u, v;
+  const int32_t n = frames.count();
 #pragma GCC unroll 4
-    for (int32_t f = 0; f < frames; ++f) {
-      const auto* at = reinterpret_cast<const __m256i*>(row.src[f] + row.offset + 2 * static_cast<ptrdiff_t>(p));
-      // Sixteen first bytes in the low half, sixteen second bytes in the high half.
-      const __m256i vu = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(_mm256_loadu_si256(at), split), 0xd8);
-      v.add(row.weights, _mm256_castsi256_si128(vu));
-      u.add(row.weights, _mm256_extracti128_si256(vu, 1));
-    }
-    store_positive(u, out_u + p);
-    store_positive(v, out_v + p);
+  for (int32_t f = 0; f < n; ++f) {
+    const auto* at = reinterpret_cast<const __m256i*>(frames[f] + 2 * static_cast<ptrdiff_t>(p));
+    // Sixteen first bytes in the low half, sixteen second bytes in the high half.
+    const __m256i vu = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(_mm256_loadu_si256(at), split), 0xd8);
+    v.add(weights, _mm256_castsi256_si128(vu));
+    u.add(weights, _mm256_extracti128_si256(vu, 1));
   }
-  if (p < pairs) {
-    pair_groups_any(ChromaRowArgs{row.src, row.weights, row.offset + 2 * static_cast<ptrdiff_t>(p), row.frames},
-                    out_u + p, out_v + p, pairs - p);
+  store_positive(u, out_u + p);
+  store_positive(v, out_v + p);
+}
+
+// Steps of sixteen while they fit for positive tables, eights for the rest of
+// the grouped samples, then the exact rule.
+template <int kFrames>
+void plane_row(const ChromaRowArgs& row, uint8_t* out, int32_t width) {
+  const ChromaFrames<kFrames> frames(row);
+  const int32_t grouped = width / 8 * 8;
+  int32_t x = 0;
+  if (row.weights->positive) {
+    for (; x + 16 <= grouped; x += 16) plane_step_positive(frames, row.weights->w, out, x);
   }
+  plane_groups_any(row, out, x, grouped);
+  chroma_exact_tail<kFrames>(row, out, grouped, width);
+}
+
+template <int kFrames>
+void pair_row(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
+  const ChromaFrames<kFrames> frames(row);
+  const int32_t grouped = pairs / 8 * 8;
+  int32_t p = 0;
+  if (row.weights->positive) {
+    for (; p + 16 <= grouped; p += 16) pair_step_positive(frames, row.weights->w, out_u, out_v, p);
+  }
+  pair_groups_any(row, out_u, out_v, p, grouped);
+  chroma_pair_exact_tail<kFrames>(row, out_u, out_v, grouped, pairs);
 }
 
 }  // namespace
 
-void ChromaGroups_AVX2(const ChromaRowArgs& row, uint8_t* out, int32_t count) {
-  if (row.positive_weights && row.frames == 3) {
-    plane_groups_positive<3>(row, out, count);
-  } else if (row.positive_weights) {
-    plane_groups_positive<0>(row, out, count);
+void ChromaRow_AVX2(const ChromaRowArgs& row, uint8_t* out, int32_t width) {
+  if (row.frames == 3) {
+    plane_row<3>(row, out, width);
   } else {
-    plane_groups_any(row, out, count);
+    plane_row<0>(row, out, width);
   }
 }
 
-void ChromaPairGroups_AVX2(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
-  if (row.positive_weights && row.frames == 3) {
-    pair_groups_positive<3>(row, out_u, out_v, pairs);
-  } else if (row.positive_weights) {
-    pair_groups_positive<0>(row, out_u, out_v, pairs);
+void ChromaPairRow_AVX2(const ChromaRowArgs& row, uint8_t* out_u, uint8_t* out_v, int32_t pairs) {
+  if (row.frames == 3) {
+    pair_row<3>(row, out_u, out_v, pairs);
   } else {
-    pair_groups_any(row, out_u, out_v, pairs);
+    pair_row<0>(row, out_u, out_v, pairs);
   }
 }
 
 void InitChromaRows_AVX2(ChromaRows* rows) {
-  rows->plane = ChromaGroups_AVX2;
-  rows->pairs = ChromaPairGroups_AVX2;
+  rows->plane = ChromaRow_AVX2;
+  rows->pairs = ChromaPairRow_AVX2;
 }
 
 }  // namespace tavo

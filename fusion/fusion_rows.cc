@@ -16,7 +16,8 @@ void InitFusionRows_C(FusionRows* rows) {
   rows->laplacian_odd = LaplacianOdd_C;
   rows->collapse_even = CollapseEven_C;
   rows->collapse_odd = CollapseOdd_C;
-  rows->blend_groups = BlendGroups_C;
+  rows->blend_border = BlendBorderRow_C;
+  rows->blend_interior = BlendInteriorRow_C;
 }
 
 FusionRows GetFusionRows() {

@@ -1,5 +1,5 @@
 // The luma fusion's row functions as one table (the shape: platform/row_sets.h):
-// the pyramid rows (fusion/pyramid_rows.h) and the grouped blending rule
+// the pyramid rows (fusion/pyramid_rows.h) and the blending rows
 // (fusion/blend_rows.h). The portable rows define the result; every
 // instruction-set row gives the same bytes.
 #pragma once
@@ -23,7 +23,8 @@ struct FusionRows {
   LaplacianOddRow* laplacian_odd;
   CollapseEvenRow* collapse_even;
   CollapseOddRow* collapse_odd;
-  BlendGroupsFn blend_groups;
+  BlendRowFn blend_border;
+  BlendRowFn blend_interior;
   const char* set;  // the widest set applied (platform::CpuSetName)
   bool operator==(const FusionRows&) const = default;
 };

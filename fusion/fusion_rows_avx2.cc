@@ -14,7 +14,8 @@ void InitFusionRows_AVX2(FusionRows* rows) {
   rows->laplacian_odd = LaplacianOdd_AVX2;
   rows->collapse_even = CollapseEven_AVX2;
   rows->collapse_odd = CollapseOdd_AVX2;
-  rows->blend_groups = BlendGroups_AVX2;
+  rows->blend_border = BlendBorderRow_AVX2;
+  rows->blend_interior = BlendInteriorRow_AVX2;
 }
 
 }  // namespace tavo

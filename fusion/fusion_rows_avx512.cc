@@ -10,6 +10,8 @@ void InitFusionRows_AVX512(FusionRows* rows) {
   rows->laplacian_even = LaplacianEven_AVX512;
   rows->laplacian_odd = LaplacianOdd_AVX512;
   rows->collapse_odd = CollapseOdd_AVX512;
+  rows->blend_border = BlendBorderRow_AVX512;
+  rows->blend_interior = BlendInteriorRow_AVX512;
 }
 
 }  // namespace tavo

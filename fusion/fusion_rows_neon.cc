@@ -14,7 +14,8 @@ void InitFusionRows_NEON(FusionRows* rows) {
   rows->laplacian_odd = LaplacianOdd_NEON;
   rows->collapse_even = CollapseEven_NEON;
   rows->collapse_odd = CollapseOdd_NEON;
-  rows->blend_groups = BlendGroups_NEON;
+  rows->blend_border = BlendBorderRow_NEON;
+  rows->blend_interior = BlendInteriorRow_NEON;
 }
 
 }  // namespace tavo

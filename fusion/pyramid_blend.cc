@@ -2,8 +2,6 @@
 // levels, weighted per pixel by the frames' Gaussian levels (well-exposedness
 // times local contrast). Runs in horizontal bands; a band reads the Gaussian
 // rows just above and below it in place, so the split never changes a byte.
-#include <array>
-
 #include "fusion/fusion_rows.h"
 #include "fusion/pyramid_stages.h"
 #include "include/tavo_lumo_hdr.h"
@@ -42,20 +40,20 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusion_pyramid(int16_t* out, const uint16_t*
     return 0;
   }
   if (width < 1 || rows < 1) return 0;
-  std::array<int32_t, tavo::kExposureFactors> factors;
-  tavo::build_exposure_factors(lut, factors.data());
-  const tavo::BlendGroupsFn groups = tavo::GetFusionRows().blend_groups;
-  tavo::BlendRowArgs row{out, lap_rows, gauss_rows, factors.data(), 0, 0, width, width, frames, width,
-                         tavo::exposure_weights_positive(factors.data(), frames)};
+  tavo::ExposureFactors factors;
+  tavo::build_exposure_factors(lut, &factors);
+  const tavo::FusionRows fns = tavo::GetFusionRows();
+  tavo::BlendRowArgs row{out, lap_rows, gauss_rows, &factors, 0, 0, width, width, frames, width,
+                         tavo::exposure_weights_positive(factors, frames)};
   const bool first_band = band_index == 0;
   const bool last_band = band_index == band_count - 1;
   for (int32_t y = 0; y < rows; ++y) {
     row.out = out + static_cast<ptrdiff_t>(y) * width;
     row.lap_offset = row.gauss_offset = static_cast<ptrdiff_t>(y) * width;
     if ((first_band && y == 0) || (last_band && y == rows - 1)) {
-      tavo::BlendBorderRow(row);
+      fns.blend_border(row);
     } else {
-      tavo::BlendInteriorRow(row, groups);
+      fns.blend_interior(row);
     }
   }
   return 0;

@@ -119,8 +119,7 @@ class LevelPass {
   BandScratch scratch_;
   FusionRows fns_{};
   WidenX16RowFn widen_ = nullptr;
-  BlendGroupsFn groups_ = nullptr;
-  std::array<int32_t, kExposureFactors> factors_{};
+  ExposureFactors factors_{};
   bool positive_weights_ = false;
   int32_t* gauss_tags_ = nullptr;
   uint16_t* expanded_ = nullptr;
@@ -173,9 +172,8 @@ int32_t LevelPass::init(const StreamedLevel& lv, int32_t level, bool on_demand, 
 
   fns_ = GetFusionRows();
   widen_ = GetAlignRows().widen_x16;
-  groups_ = fns_.blend_groups;
-  build_exposure_factors(lv.lut, factors_.data());
-  positive_weights_ = exposure_weights_positive(factors_.data(), n_);
+  build_exposure_factors(lv.lut, &factors_);
+  positive_weights_ = exposure_weights_positive(factors_, n_);
 
   // Band-pass part: the frames' expanded Gaussian rows and band-pass rows.
   gauss_tags_ = static_cast<int32_t*>(scratch_.band_pass);
@@ -227,7 +225,7 @@ void LevelPass::make_row(int32_t y) {
   const bool border = y == 0 || y == hf_ - 1;
   int16_t* out = level0_ ? fused_row_
                          : own_row_ != nullptr ? own_row_ : lv_->collapsed[l_] + static_cast<ptrdiff_t>(y) * wf_;
-  BlendRowArgs row{out, lap_ptrs_, gauss_ptrs_, factors_.data(), 0, 0, wf_, wf_, n_, wf_, positive_weights_};
+  BlendRowArgs row{out, lap_ptrs_, gauss_ptrs_, &factors_, 0, 0, wf_, wf_, n_, wf_, positive_weights_};
   if (level0_) {
     row.gauss_offset = window_row(y);
     if (!border) {
@@ -253,9 +251,9 @@ void LevelPass::make_row(int32_t y) {
   }
 
   if (border) {
-    BlendBorderRow(row);
+    fns.blend_border(row);
   } else {
-    BlendInteriorRow(row, groups_);
+    fns.blend_interior(row);
   }
 
   // Collapse in place onto the expansion of the collapsed level above.

@@ -77,7 +77,7 @@ TEST(CpuFlags, TablesNameTheWidestSetTheyHoldRowsOf) {
   } modules[] = {
       {"align", {kCpuHasSSE41, kCpuHasAVX2, kCpuHasNEON}, [] { return GetAlignRows().set; }},
       {"fusion", {kCpuHasAVX2, kCpuHasAVX512, kCpuHasNEON}, [] { return GetFusionRows().set; }},
-      {"chroma", {kCpuHasAVX2, kCpuHasNEON}, [] { return GetChromaRows().set; }},
+      {"chroma", {kCpuHasAVX2, kCpuHasAVX512, kCpuHasNEON}, [] { return GetChromaRows().set; }},
   };
   for (const test::CpuMask& m : test::kCpuMasks) {
     const test::ScopedCpuMask scoped(m.mask);
