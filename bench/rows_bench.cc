@@ -120,6 +120,8 @@ const bool kRegistered = [] {
       +[](tavo::ReduceHRow<uint8_t>* r, In in) { r(in.bytes.data(), 2 * kWidth, in.out16.data(), kWidth); });
   add("fusion", "reduce_v", tavo::GetFusionRows, &FusionRows::reduce_v,
       +[](tavo::ReduceVRow* r, In in) { r(in.five, in.out16.data(), kWidth); });
+  add("fusion", "reduce_h_pyramid", tavo::GetFusionRows, &FusionRows::reduce_h_pyramid,
+      +[](tavo::ReduceHRow<uint16_t>* r, In in) { r(in.level[0].data(), 2 * kWidth, in.out16.data(), kWidth); });
   add("fusion", "reduce_v_pyramid", tavo::GetFusionRows, &FusionRows::reduce_v_pyramid,
       +[](tavo::ReduceVRow* r, In in) { r(in.five, in.out16.data(), kWidth); });
   add("fusion", "expand_h_unsigned", tavo::GetFusionRows, &FusionRows::expand_h_unsigned,

@@ -8,6 +8,7 @@ void InitFusionRows_C(FusionRows* rows) {
   rows->reduce_h = ReduceH_C;
   rows->reduce_h_luma = ReduceHLuma_C;
   rows->reduce_v = ReduceV_C;
+  rows->reduce_h_pyramid = ReduceH_C;
   rows->reduce_v_pyramid = ReduceV_C;
   rows->expand_h_unsigned = ExpandHUnsigned_C;
   rows->expand_h_signed = ExpandHSigned_C;

@@ -14,7 +14,8 @@ struct FusionRows {
   ReduceHRow<uint8_t>* reduce_h_luma;
   ReduceVRow* reduce_v;
   // The same for rows of at most kLumaFixedMax, as every level of a crop's
-  // pyramid holds: its sums, at most 16 x 4080 + 8, fit 16-bit lanes.
+  // pyramid holds: their sums, at most 16 x 4080 + 8, fit 16-bit lanes.
+  ReduceHRow<uint16_t>* reduce_h_pyramid;
   ReduceVRow* reduce_v_pyramid;
   ExpandHRow<uint16_t>* expand_h_unsigned;
   ExpandHRow<int16_t>* expand_h_signed;

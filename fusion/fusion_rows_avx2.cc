@@ -6,6 +6,7 @@ void InitFusionRows_AVX2(FusionRows* rows) {
   rows->reduce_h = ReduceH_AVX2;
   rows->reduce_h_luma = ReduceHLuma_AVX2;
   rows->reduce_v = ReduceV_AVX2;
+  rows->reduce_h_pyramid = ReduceHPyramid_AVX2;
   rows->reduce_v_pyramid = ReduceVPyramid_AVX2;
   rows->expand_h_unsigned = ExpandHUnsigned_AVX2;
   rows->expand_h_signed = ExpandHSigned_AVX2;

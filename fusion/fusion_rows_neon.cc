@@ -6,6 +6,7 @@ void InitFusionRows_NEON(FusionRows* rows) {
   rows->reduce_h = ReduceH_NEON;
   rows->reduce_h_luma = ReduceHLuma_NEON;
   rows->reduce_v = ReduceV_NEON;
+  rows->reduce_h_pyramid = ReduceHPyramid_NEON;
   rows->reduce_v_pyramid = ReduceVPyramid_NEON;
   rows->expand_h_unsigned = ExpandHUnsigned_NEON;
   rows->expand_h_signed = ExpandHSigned_NEON;

@@ -24,15 +24,16 @@ struct GaussianBand {
   tavo::RowChunks* chunks;
 };
 
-// The kernel with the given rows and vertical row; first and last tell whether
-// the rows hold the level's top and bottom row.
+// The kernel with the given horizontal and vertical rows; first and last tell
+// whether the rows hold the level's top and bottom row.
 int32_t reduce_gaussian_band(uint16_t** pointers, const int32_t* band_widths, const int32_t* band_rows,
-                             bool first, bool last, const tavo::FusionRows& rows, tavo::VerticalReduceRow vertical) {
+                             bool first, bool last, tavo::ReduceHRow<uint16_t>* horizontal,
+                             tavo::VerticalReduceRow vertical) {
   const uint16_t* src = pointers[0];
   const int32_t src_width = band_widths[0], dst_width = band_widths[1];
   const int32_t status = tavo::reduce_band(
       [&](int32_t s, uint16_t* out) {
-        rows.reduce_h(src + static_cast<ptrdiff_t>(s) * src_width, src_width, out, dst_width);
+        horizontal(src + static_cast<ptrdiff_t>(s) * src_width, src_width, out, dst_width);
       },
       vertical, band_rows[0], pointers[1], dst_width, band_rows[1], first, last);
   if (status != 0) HDR_LOG_AS(970, "pyramid_gaussian_down_sample_uint8", "temp_p malloc fail\n");
@@ -48,7 +49,8 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8(uint16_t**
                                                                       const int32_t* band_rows,
                                                                       int32_t band, int32_t bands) {
   const tavo::FusionRows rows = tavo::GetFusionRows();
-  return reduce_gaussian_band(pointers, band_widths, band_rows, band == 0, band == bands - 1, rows, rows.reduce_v);
+  return reduce_gaussian_band(pointers, band_widths, band_rows, band == 0, band == bands - 1, rows.reduce_h,
+                              rows.reduce_v);
 }
 
 // Every chunk the band takes, in every pyramid of the record, until a chunk
@@ -56,6 +58,7 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8(uint16_t**
 extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_parameter(void* record) {
   const auto& a = tavo::band_payload<GaussianBand>(record);
   const tavo::FusionRows rows = tavo::GetFusionRows();
+  tavo::ReduceHRow<uint16_t>* const horizontal = a.crop_pyramids ? rows.reduce_h_pyramid : rows.reduce_h;
   const tavo::VerticalReduceRow vertical = a.crop_pyramids ? rows.reduce_v_pyramid : rows.reduce_v;
   int32_t status = 0, first = 0, count = 0;
   while (status == 0 && a.chunks->take(&first, &count)) {
@@ -65,7 +68,7 @@ extern "C" TAVO_HDR_EXPORT int32_t pyramid_gaussian_down_sample_uint8_parameter(
       uint16_t* pointers[2] = {
           a.tables[p][a.level] + static_cast<ptrdiff_t>(r.src_first) * a.widths[0],
           a.tables[p][a.level + 1] + static_cast<ptrdiff_t>(r.dst_first) * a.widths[1]};
-      status = reduce_gaussian_band(pointers, a.widths, chunk_rows, r.first, r.last, rows, vertical);
+      status = reduce_gaussian_band(pointers, a.widths, chunk_rows, r.first, r.last, horizontal, vertical);
     }
   }
   tavo::band_done(record, status);

@@ -13,11 +13,12 @@
 // The per-sample formulas below are the definition; the portable rows apply
 // them in plain loops and every instruction-set variant gives the same bytes
 // for every 16-bit input, not only for the 12-bit samples the pyramids hold
-// (a variant's vector steps leave the rest to the portable code:
-// fusion/pyramid_rows_any.h).
+// (a variant takes the formulas below inlined for its borders and for rows
+// shorter than a vector: fusion/pyramid_rows_any.h).
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "platform/fixed_point_mean.h"
 
@@ -51,7 +52,7 @@ constexpr uint16_t reduce_column(const Sample* row, int32_t src_width, int32_t d
 
 // Columns j ... dst_width - 1 of the horizontal reduce: the interior formula,
 // then the last column's reflection. The portable rows run it from column 1,
-// the vector rows from where their steps end. On luma x 16 the filter needs
+// and so do the vector rows on rows too short for a vector. On luma x 16 the filter needs
 // no rounding: (16 s + 8) >> 4 = s for the tap sum s of the 8-bit samples.
 template <class Sample>
 inline void reduce_h_tail(const Sample* src, int32_t src_width, uint16_t* dst, int32_t dst_width, int32_t j) {
@@ -97,7 +98,8 @@ inline void expand_h_head(const Sample* coarse, int32_t coarse_width, uint16_t* 
 // Fine positions 2k ... fine_width - 1 of the horizontal expansion (k >= 1):
 // the pairs (2k, 2k + 1) that lie before the last two positions by the
 // interior formulas, then the rest with the right-border rule. The portable
-// rows run it from k = 1, the vector rows from where their steps end.
+// rows run it from k = 1, the vector rows for the border pairs after their
+// steps (or from k = 1 on rows too short for a vector).
 template <class Sample>
 inline void expand_h_tail(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width,
                           int32_t k) {
@@ -128,6 +130,50 @@ constexpr int16_t collapse_sample(int16_t fused, int32_t expanded) {
 
 // 8-bit luma of a collapsed sample in 0 ... 4080.
 constexpr uint8_t luma_of_sample(int32_t r) { return static_cast<uint8_t>((r + 8) >> 4); }
+
+// The vertical rows sample by sample: the portable rows, and the vector rows'
+// code for rows shorter than a vector.
+inline void reduce_v_row(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+  for (int32_t x = 0; x < width; ++x) dst[x] = reduce_tap(rows[0][x], rows[1][x], rows[2][x], rows[3][x], rows[4][x]);
+}
+
+inline void laplacian_even_row(const uint16_t* gauss, const uint16_t* above, const uint16_t* centre,
+                               const uint16_t* below, int16_t* out, int32_t width) {
+  for (int32_t x = 0; x < width; ++x) out[x] = laplacian_sample(gauss[x], expand_even(above[x], centre[x], below[x]));
+}
+
+inline void laplacian_odd_row(const uint16_t* gauss, const uint16_t* centre, const uint16_t* below, int16_t* out,
+                              int32_t width) {
+  for (int32_t x = 0; x < width; ++x) out[x] = laplacian_sample(gauss[x], expand_odd(centre[x], below[x]));
+}
+
+// Collapse rows: expanded(x) is the expansion at x; the luma variant is
+// chosen once per row.
+template <class Expanded>
+inline void collapse_row(int16_t* level, uint8_t* luma, int32_t width, Expanded expanded) {
+  auto run = [&](auto with_luma) {
+    for (int32_t x = 0; x < width; ++x) {
+      const int16_t r = collapse_sample(level[x], expanded(x));
+      level[x] = r;
+      if constexpr (decltype(with_luma)::value) luma[x] = luma_of_sample(r);
+    }
+  };
+  if (luma != nullptr) {
+    run(std::true_type{});
+  } else {
+    run(std::false_type{});
+  }
+}
+
+inline void collapse_even_row(int16_t* level, const uint16_t* above, const uint16_t* centre, const uint16_t* below,
+                              uint8_t* luma, int32_t width) {
+  collapse_row(level, luma, width, [&](int32_t x) { return expand_even(above[x], centre[x], below[x]); });
+}
+
+inline void collapse_odd_row(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
+                             int32_t width) {
+  collapse_row(level, luma, width, [&](int32_t x) { return expand_odd(centre[x], below[x]); });
+}
 
 }  // namespace
 
@@ -160,8 +206,9 @@ using CollapseEvenRow = void(int16_t* level, const uint16_t* above, const uint16
 using CollapseOddRow = void(int16_t* level, const uint16_t* centre, const uint16_t* below, uint8_t* luma,
                             int32_t width);
 
-// The portable rows. ReduceV_C also serves rows of at most kLumaFixedMax, for
-// which the vector sets have a row of their own (ReduceVPyramid_*).
+// The portable rows. ReduceH_C and ReduceV_C also serve rows of at most
+// kLumaFixedMax, for which the vector sets have rows of their own
+// (ReduceHPyramid_*, ReduceVPyramid_*).
 ReduceHRow<uint16_t> ReduceH_C;
 ReduceHRow<uint8_t> ReduceHLuma_C;
 ReduceVRow ReduceV_C;
@@ -172,7 +219,7 @@ LaplacianOddRow LaplacianOdd_C;
 CollapseEvenRow CollapseEven_C;
 CollapseOddRow CollapseOdd_C;
 #if defined(__aarch64__)
-ReduceHRow<uint16_t> ReduceH_NEON;
+ReduceHRow<uint16_t> ReduceH_NEON, ReduceHPyramid_NEON;
 ReduceHRow<uint8_t> ReduceHLuma_NEON;
 ReduceVRow ReduceV_NEON, ReduceVPyramid_NEON;
 ExpandHRow<uint16_t> ExpandHUnsigned_NEON;
@@ -183,7 +230,7 @@ CollapseEvenRow CollapseEven_NEON;
 CollapseOddRow CollapseOdd_NEON;
 #endif
 #if defined(__x86_64__)
-ReduceHRow<uint16_t> ReduceH_AVX2;
+ReduceHRow<uint16_t> ReduceH_AVX2, ReduceHPyramid_AVX2;
 ReduceHRow<uint8_t> ReduceHLuma_AVX2;
 ReduceVRow ReduceV_AVX2, ReduceVPyramid_AVX2;
 ExpandHRow<uint16_t> ExpandHUnsigned_AVX2;
@@ -192,6 +239,12 @@ LaplacianEvenRow LaplacianEven_AVX2;
 LaplacianOddRow LaplacianOdd_AVX2;
 CollapseEvenRow CollapseEven_AVX2;
 CollapseOddRow CollapseOdd_AVX2;
+ReduceHRow<uint16_t> ReduceH_AVX512, ReduceHPyramid_AVX512;
+ReduceHRow<uint8_t> ReduceHLuma_AVX512;
+ReduceVRow ReduceVPyramid_AVX512;
+LaplacianEvenRow LaplacianEven_AVX512;
+LaplacianOddRow LaplacianOdd_AVX512;
+CollapseOddRow CollapseOdd_AVX512;
 #endif
 
 }  // namespace tavo

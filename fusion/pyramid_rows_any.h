@@ -1,12 +1,11 @@
-// The shape of the instruction-set pyramid rows: a vector body runs on whole
-// vectors and the portable row's own code does the rest (the heads and tails
-// at the borders and the samples short of a vector), so a set file holds its
-// vector steps only and gives the portable bytes at every width. Included by
-// the set files only.
+// The shape of the instruction-set pyramid rows: vector steps cover a row to
+// its end, the last step overlapping the one before instead of leaving samples
+// to scalar code, and the borders and rows shorter than a vector take the
+// portable formulas inlined (fusion/pyramid_rows.h), so no portable row runs
+// where a set has its own. Included by the set files only.
 #pragma once
 
 #include <cstdint>
-#include <type_traits>
 
 #include "fusion/pyramid_rows.h"
 
@@ -14,54 +13,59 @@ namespace tavo {
 // Local to each object (see the instruction-set flags in CMakeLists.txt).
 namespace {
 
-// body(x) for x = 0, kStep, ... while a whole vector of kStep samples lies
-// below n; returns where the vectors end, for the portable row to go on from.
+// body(i) for i = first, first + kStep, ... while a whole step lies below end,
+// then once at end - kStep when samples are left: that step overlaps the one
+// before and writes the same values again (the horizontal rows never write
+// what they read). False, and nothing done, when fewer than kStep lie in
+// [first, end).
 template <int32_t kStep, class Body>
-inline int32_t whole_vectors(int32_t n, Body&& body) {
-  int32_t x = 0;
-  for (; x + kStep <= n; x += kStep) body(x);
-  return x;
+inline bool overlapping_vectors(int32_t first, int32_t end, Body&& body) {
+  if (end - first < kStep) return false;
+  int32_t i = first;
+  for (; i + kStep <= end; i += kStep) body(i);
+  if (i < end) body(end - kStep);
+  return true;
 }
 
-// Horizontal reduce: column 0 by its reflection, body(j) for outputs
-// j ... j + kStep - 1 from j = 1 while they lie before the last column and
-// read samples 2j - 2 ... 2j + 2 kStep + 1 inside the row, then the rest as
-// the portable row.
-template <int32_t kStep, class Sample, class Body>
-inline void reduce_h_any(const Sample* src, int32_t src_width, uint16_t* dst, int32_t dst_width, Body&& body) {
+// An elementwise row of width samples: store(x, compute(x)) for every whole
+// step from 0, and the step ending at the row's end, which is computed before
+// anything is stored, so that a row written in place (a collapse) reads only
+// samples it has not written. False, and nothing done, on rows shorter than
+// kStep.
+template <int32_t kStep, class Compute, class Store>
+inline bool elementwise_vectors(int32_t width, Compute&& compute, Store&& store) {
+  if (width < kStep) return false;
+  const int32_t last = width - kStep;
+  const auto tail = compute(last);
+  for (int32_t x = 0; x < last; x += kStep) store(x, compute(x));
+  store(last, tail);
+  return true;
+}
+
+// Horizontal reduce: column 0 and the last column by their reflections, the
+// columns between by interior(first, end), which computes outputs
+// [first, end) reading source samples 2 first - 2 ... 2 end, or returns false
+// when the row is too short for it (the portable formulas do them then).
+template <class Sample, class Interior>
+inline void reduce_h_any(const Sample* src, int32_t src_width, uint16_t* dst, int32_t dst_width, Interior&& interior) {
   dst[0] = reduce_column(src, src_width, dst_width, 0);
-  int32_t j = 1;
-  for (; j + kStep <= dst_width - 1 && 2 * j + 2 * kStep + 2 <= src_width; j += kStep) body(j);
-  reduce_h_tail(src, src_width, dst, dst_width, j);
+  if (interior(1, dst_width - 1)) {
+    dst[dst_width - 1] = reduce_column(src, src_width, dst_width, dst_width - 1);
+  } else {
+    reduce_h_tail(src, src_width, dst, dst_width, 1);
+  }
 }
 
-// Vertical reduce: body(x) on whole vectors, the rest by the portable row.
-template <int32_t kStep, class Body>
-inline void reduce_v_any(const uint16_t* const* rows, uint16_t* dst, int32_t width, Body&& body) {
-  const int32_t x = whole_vectors<kStep>(width, body);
-  const uint16_t* rest[5] = {rows[0] + x, rows[1] + x, rows[2] + x, rows[3] + x, rows[4] + x};
-  ReduceV_C(rest, dst + x, width - x);
-}
-
-// Horizontal expansion: fine positions 0 and 1, body(k) for the pairs
-// (2k, 2k + 1) of kStep coarse positions from k = 1 while they lie before the
-// last two fine positions, then the rest as the portable row.
-template <int32_t kStep, class Sample, class Body>
+// Horizontal expansion: fine positions 0 and 1 and the last two or three by
+// the border rules, the pairs (2k, 2k + 1) between by interior(first, end),
+// which computes the pairs of coarse positions [first, end) reading coarse
+// samples first - 1 ... end, or returns false when the row is too short for it.
+template <class Sample, class Interior>
 inline void expand_h_any(const Sample* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width,
-                         Body&& body) {
+                         Interior&& interior) {
   expand_h_head(coarse, coarse_width, fine, fine_width);
   const int32_t pairs_end = (fine_width - 2) / 2;  // pairs k with 2k + 1 < fine_width - 2
-  int32_t k = 1;
-  for (; k + kStep <= pairs_end; k += kStep) body(k);
-  expand_h_tail(coarse, coarse_width, fine, fine_width, k);
-}
-
-// Collapse rows: block(with_luma, x) on whole vectors, the luma variant (a
-// std::bool_constant) chosen once per row; returns where the vectors end.
-template <int32_t kStep, class Block>
-inline int32_t collapse_vectors(int32_t width, bool luma, Block&& block) {
-  if (luma) return whole_vectors<kStep>(width, [&](int32_t x) { block(std::true_type{}, x); });
-  return whole_vectors<kStep>(width, [&](int32_t x) { block(std::false_type{}, x); });
+  expand_h_tail(coarse, coarse_width, fine, fine_width, interior(1, pairs_end) ? pairs_end : 1);
 }
 
 }  // namespace

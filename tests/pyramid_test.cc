@@ -103,6 +103,15 @@ TEST(PyramidRows, HorizontalRowsMatchPortable) {
     const auto signed_coarse = make_row<int16_t>(off, half, pattern, seed);
     const auto fine_out = make_row(off, w, 2, 0), coarse_out = make_row(off, half, 2, 0);
     same(r, [&](auto& k) { auto o = coarse_out; k.reduce_h(src.data() + off, w, o.data() + off, half); return o; });
+    // The row for pyramid samples, 0 ... 4080, against the row for any.
+    auto held = src;
+    for (auto& v : held) v = std::min<uint16_t>(v, kLumaFixedMax);
+    U16 expect_held = coarse_out, got_held = coarse_out;
+    c.reduce_h(held.data() + off, w, expect_held.data() + off, half);
+    for (const FusionRows* k : {&c, &r}) {
+      k->reduce_h_pyramid(held.data() + off, w, got_held.data() + off, half);
+      EXPECT_EQ(got_held, expect_held);
+    }
     same(r, [&](auto& k) { auto o = fine_out; k.expand_h_unsigned(coarse.data() + off, half, o.data() + off, w); return o; });
     same(r, [&](auto& k) { auto o = fine_out; k.expand_h_signed(signed_coarse.data() + off, half, o.data() + off, w); return o; });
     // 8-bit luma reduced as it stands equals the row widened to luma x 16.

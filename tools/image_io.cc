@@ -31,6 +31,10 @@ void jpeg_error_exit(j_common_ptr info) {
   longjmp(err->jump, 1);
 }
 
+// Out of line, so that no string code is inlined into a function that calls
+// setjmp (its locals could be clobbered by the longjmp back).
+[[gnu::noinline]] void set_error(std::string* error, const char* message) { *error = message; }
+
 // A warning (level -1: premature end of data, corrupt data) fails the read
 // like an error; trace messages (level 0 and up) are dropped. Nothing reaches
 // stderr.
@@ -45,9 +49,15 @@ void handle_jpeg_errors(jpeg_error_mgr* mgr) {
 }
 
 // Dimensions a decoder may allocate for: libjpeg's and libpng's are 32-bit.
-std::string size_problem_of(uint32_t width, uint32_t height, SizeCheck check) {
-  if (width > INT32_MAX || height > INT32_MAX) return "its size is out of range";
-  return check == nullptr ? "" : check(static_cast<int32_t>(width), static_cast<int32_t>(height));
+// True, with the reason in *error, when the size is refused. Out of line, as
+// set_error is.
+[[gnu::noinline]] bool size_refused(uint32_t width, uint32_t height, SizeCheck check, std::string* error) {
+  if (width > INT32_MAX || height > INT32_MAX) {
+    *error = "its size is out of range";
+  } else {
+    *error = check == nullptr ? "" : check(static_cast<int32_t>(width), static_cast<int32_t>(height));
+  }
+  return !error->empty();
 }
 
 // A JPEG's APP1 payload that holds EXIF starts with this (six bytes).
@@ -80,7 +90,7 @@ bool decode_jpeg(const std::vector<uint8_t>& bytes, RgbImage* image, SizeCheck c
   handle_jpeg_errors(&err.mgr);
   if (setjmp(err.jump) != 0) {
     jpeg_destroy_decompress(&info);
-    *error = err.message;
+    set_error(error, err.message);
     return false;
   }
   jpeg_create_decompress(&info);
@@ -91,7 +101,7 @@ bool decode_jpeg(const std::vector<uint8_t>& bytes, RgbImage* image, SizeCheck c
   }
   jpeg_read_header(&info, TRUE);
   if (metadata != nullptr) take_jpeg_metadata(&info, metadata);
-  if (*error = size_problem_of(info.image_width, info.image_height, check); !error->empty()) {
+  if (size_refused(info.image_width, info.image_height, check, error)) {
     *refused = true;
     jpeg_destroy_decompress(&info);
     return false;
@@ -127,7 +137,7 @@ bool encode_jpeg(const RgbImage& image, const ImageMetadata& metadata, int quali
   if (setjmp(err.jump) != 0) {
     jpeg_destroy_compress(&info);
     free(buffer);
-    *error = err.message;
+    set_error(error, err.message);
     return false;
   }
   jpeg_create_compress(&info);
@@ -216,7 +226,7 @@ bool read_png_header(const std::vector<uint8_t>& bytes, RgbImage* image, ImageMe
     ok = true;
   }
   png_destroy_read_struct(&png, &info, nullptr);
-  *error = stream.message;
+  set_error(error, stream.message.c_str());
   return ok;
 }
 
@@ -230,7 +240,7 @@ bool decode_png(const std::vector<uint8_t>& bytes, RgbImage* image, SizeCheck ch
     *error = png.message;
     return false;
   }
-  if (*error = size_problem_of(png.width, png.height, check); !error->empty()) {
+  if (size_refused(png.width, png.height, check, error)) {
     *refused = true;
     png_image_free(&png);
     return false;
@@ -258,7 +268,7 @@ bool encode_png(const RgbImage& image, const ImageMetadata& metadata, std::vecto
   png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;
   if (info == nullptr || setjmp(stream.jump) != 0) {
     png_destroy_write_struct(&png, &info);
-    *error = info == nullptr ? "out of memory" : stream.message;
+    set_error(error, info == nullptr ? "out of memory" : stream.message.c_str());
     return false;
   }
   png_set_benign_errors(png, 1);  // a profile libpng finds wrong is left out, not an error
