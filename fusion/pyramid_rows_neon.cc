@@ -74,7 +74,7 @@ inline std::array<int16x8_t, N> load(const int16_t* p) {
 template <size_t N>
 inline void store(uint16_t* p, const U16s<N>& v) {
   if constexpr (N == 4) {
-    vst1q_u16_x4(p, uint16x8x4_t{{v[0], v[1], v[2], v[3]}});
+    vst1q_u16_x4(p, (uint16x8x4_t{{v[0], v[1], v[2], v[3]}}));
   } else {
     static_assert(N == 1);
     vst1q_u16(p, v[0]);
@@ -117,8 +117,8 @@ void reduce_h(const uint16_t* src, int32_t src_width, uint16_t* dst, int32_t dst
     return overlapping_vectors<16>(first, end, [&](int32_t j) {
       const uint16x8x4_t p = vld4q_u16(src + 2 * j - 2);
       const uint16x8x4_t q = vld4q_u16(src + 2 * j + 1);
-      vst2q_u16(dst + j, uint16x8x2_t{{kReduce(p.val[0], p.val[1], p.val[2], p.val[3], q.val[1]),
-                                       kReduce(p.val[2], p.val[3], q.val[1], q.val[2], q.val[3])}});
+      vst2q_u16(dst + j, (uint16x8x2_t{{kReduce(p.val[0], p.val[1], p.val[2], p.val[3], q.val[1]),
+                                        kReduce(p.val[2], p.val[3], q.val[1], q.val[2], q.val[3])}}));
     });
   });
 }
@@ -147,12 +147,16 @@ inline uint16x8_t as_u16(uint16x8_t v) { return v; }
 inline uint16x8_t as_u16(int16x8_t v) { return vreinterpretq_u16_s16(v); }
 
 // Pairs of coarse positions k ... k + 8N - 1: coarse samples k - 1 ... k + 8N.
+// vst2q_u16 as a function: clang defines the intrinsic as a macro, which a
+// pack expansion cannot reach into.
+inline void store_pairs(uint16_t* dst, uint16x8x2_t v) { vst2q_u16(dst, v); }
+
 template <size_t N, class Sample>
 inline void expand_pairs(const Sample* coarse, uint16_t* fine, int32_t k) {
   const auto l = load<N>(coarse + k - 1), c = load<N>(coarse + k), r = load<N>(coarse + k + 1);
   [&]<size_t... I>(std::index_sequence<I...>) {
-    (vst2q_u16(fine + 2 * k + 16 * I,
-               uint16x8x2_t{{as_u16(expand_even8(l[I], c[I], r[I])), as_u16(expand_odd8(c[I], r[I]))}}),
+    (store_pairs(fine + 2 * k + 16 * I,
+                 uint16x8x2_t{{as_u16(expand_even8(l[I], c[I], r[I])), as_u16(expand_odd8(c[I], r[I]))}}),
      ...);
   }(std::make_index_sequence<N>{});
 }
@@ -182,8 +186,8 @@ inline bool collapse_vectors(int16_t* level, uint8_t* luma, int32_t width, Expan
           store(lvl + x, r);
           if constexpr (decltype(with_luma)::value) {
             if constexpr (N == 4) {
-              vst1q_u8_x2(luma + x, uint8x16x2_t{{vqrshrn_high_n_u16(vqrshrn_n_u16(r[0], 4), r[1], 4),
-                                                  vqrshrn_high_n_u16(vqrshrn_n_u16(r[2], 4), r[3], 4)}});
+              vst1q_u8_x2(luma + x, (uint8x16x2_t{{vqrshrn_high_n_u16(vqrshrn_n_u16(r[0], 4), r[1], 4),
+                                                   vqrshrn_high_n_u16(vqrshrn_n_u16(r[2], 4), r[3], 4)}}));
             } else {
               vst1_u8(luma + x, vqrshrn_n_u16(r[0], 4));
             }
@@ -212,8 +216,8 @@ inline bool collapse_vectors(int16_t* level, uint8_t* luma, int32_t width, Expan
       const uint8x16x4_t q = vld4q_u8(src + 2 * j + 1);
       const uint16x8x2_t even = luma_sums(p.val[0], p.val[1], p.val[2], p.val[3], q.val[1]);
       const uint16x8x2_t odd = luma_sums(p.val[2], p.val[3], q.val[1], q.val[2], q.val[3]);
-      vst2q_u16(dst + j, uint16x8x2_t{{even.val[0], odd.val[0]}});
-      vst2q_u16(dst + j + 16, uint16x8x2_t{{even.val[1], odd.val[1]}});
+      vst2q_u16(dst + j, (uint16x8x2_t{{even.val[0], odd.val[0]}}));
+      vst2q_u16(dst + j + 16, (uint16x8x2_t{{even.val[1], odd.val[1]}}));
     });
   });
 }
