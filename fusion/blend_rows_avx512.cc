@@ -103,23 +103,25 @@ template <bool kContrast, int32_t kLanes, int kFrames>
 }
 
 // Grouped rule: Q = S * r1(W) rounded half away from zero by Q's sign and
-// converted to 32 bits as FCVTZS does. With kPositive every W lies in
-// [1, 2^31): the estimate needs no zero or sign case, Q has S's sign and
-// |Q| stays below 2^31, so the plain conversion saturates nowhere.
-template <bool kPositive>
+// converted to 32 bits as FCVTZS does.
 inline __m512i grouped_quotient(__m512i w_sum, __m512i s_sum) {
-  const __m512 w = _mm512_cvtepi32_ps(w_sum);
-  const __m512 s = _mm512_cvtepi32_ps(s_sum);
-  if constexpr (kPositive) {
-    const __m512 q = _mm512_mul_ps(s, arm::avx512::refined_reciprocal_of_positive(w));
-    const __m512i half = _mm512_or_si512(_mm512_and_si512(s_sum, _mm512_set1_epi32(INT32_MIN)),
+  const __m512 q = _mm512_mul_ps(_mm512_cvtepi32_ps(s_sum), arm::avx512::refined_reciprocal(_mm512_cvtepi32_ps(w_sum)));
+  const __mmask16 non_negative = _mm512_cmp_ps_mask(q, _mm512_setzero_ps(), _CMP_GE_OQ);
+  const __m512 half = _mm512_mask_mov_ps(_mm512_set1_ps(-0.5f), non_negative, _mm512_set1_ps(0.5f));
+  return arm::avx512::to_s32(_mm512_add_ps(q, half));
+}
+
+// The grouped rule of both sets when every W lies in [1, 2^31): the estimate
+// needs no zero or sign case, Q has S's sign and |Q| stays below 2^31, so the
+// plain conversion saturates nowhere. Both sets' reciprocals in one look-up.
+inline void grouped_quotients_of_positive(const __m512i (&w_sum)[2], const __m512i (&s_sum)[2], __m512i (&q)[2]) {
+  __m512 r[2];
+  arm::avx512::refined_reciprocals_of_positive(_mm512_cvtepi32_ps(w_sum[0]), _mm512_cvtepi32_ps(w_sum[1]), r);
+  for (int k = 0; k < 2; ++k) {
+    const __m512 quotient = _mm512_mul_ps(_mm512_cvtepi32_ps(s_sum[k]), r[k]);
+    const __m512i half = _mm512_or_si512(_mm512_and_si512(s_sum[k], _mm512_set1_epi32(INT32_MIN)),
                                          _mm512_set1_epi32(0x3f000000));  // +-0.5
-    return _mm512_cvttps_epi32(_mm512_add_ps(q, _mm512_castsi512_ps(half)));
-  } else {
-    const __m512 q = _mm512_mul_ps(s, arm::avx512::refined_reciprocal(w));
-    const __mmask16 non_negative = _mm512_cmp_ps_mask(q, _mm512_setzero_ps(), _CMP_GE_OQ);
-    const __m512 half = _mm512_mask_mov_ps(_mm512_set1_ps(-0.5f), non_negative, _mm512_set1_ps(0.5f));
-    return arm::avx512::to_s32(_mm512_add_ps(q, half));
+    q[k] = _mm512_cvttps_epi32(_mm512_add_ps(quotient, _mm512_castsi512_ps(half)));
   }
 }
 
@@ -160,8 +162,14 @@ struct Step {
     const bool grouped = x < split, exact = kPositive && split < x + kLanes;
     __m512i v = _mm512_setzero_si512();
     if (grouped) {
-      v = _mm512_min_epi16(low16(grouped_quotient<kPositive>(w[0], s[0]), grouped_quotient<kPositive>(w[1], s[1])),
-                           _mm512_set1_epi16(kLumaFixedMax));
+      __m512i q[2];
+      if constexpr (kPositive) {
+        grouped_quotients_of_positive(w, s, q);
+      } else {
+        q[0] = grouped_quotient(w[0], s[0]);
+        q[1] = grouped_quotient(w[1], s[1]);
+      }
+      v = _mm512_min_epi16(low16(q[0], q[1]), _mm512_set1_epi16(kLumaFixedMax));
     }
     if (exact) {
       const __m512i e = low16(exact_quotient(w[0], s[0]), exact_quotient(w[1], s[1]));
