@@ -42,37 +42,40 @@ inline __m512i load32(const void* p) {
   }
 }
 
-inline void load_plane(const uint8_t* plane, __m512i (&t)[4]) {
-  for (int q = 0; q < 4; ++q) t[q] = _mm512_load_si512(plane + 64 * q);
-}
+// The low and high byte planes of the exposure factors, loaded once a row.
+struct FactorPlanes {
+  __m512i low[4], high[4];
+  explicit FactorPlanes(const ExposureFactors* factors) {
+    for (int q = 0; q < 4; ++q) {
+      low[q] = _mm512_load_si512(factors->low + 64 * q);
+      high[q] = _mm512_load_si512(factors->high + 64 * q);
+    }
+  }
+};
 
 // The 16-bit exposure factors of 32 Gaussian samples, in sample order.
-inline __m512i exposure_factors(const ExposureFactors& factors, __m512i centre) {
+inline __m512i exposure_factors(const FactorPlanes& planes, __m512i centre) {
   // (g + 8) >> 4 is the rounding average of g >> 3 and 0; kept inside the
   // table, then in both bytes of its lane.
   const __m512i index = _mm512_min_epu16(_mm512_avg_epu16(_mm512_srli_epi16(centre, 3), _mm512_setzero_si512()),
                                          _mm512_set1_epi16(255));
   const __m512i doubled = _mm512_mullo_epi16(index, _mm512_set1_epi16(0x0101));
-  __m512i t[4];
-  load_plane(factors.low, t);
-  const __m512i low = look_up_bytes(t, doubled);
-  load_plane(factors.high, t);
-  const __m512i high = look_up_bytes(t, doubled);
-  return _mm512_mask_blend_epi8(0xaaaaaaaaaaaaaaaaull, low, high);
+  return _mm512_mask_blend_epi8(0xaaaaaaaaaaaaaaaaull, look_up_bytes(planes.low, doubled),
+                                look_up_bytes(planes.high, doubled));
 }
 
 // Weight sums of the samples at x in the two sets. kFrames is the frame count
 // when it is known at compile time, 0 when it is read from the row.
 template <bool kContrast, int32_t kLanes, int kFrames>
-[[gnu::always_inline]] inline void weight_sums(const RowSamples<kFrames>& row, int32_t x, __m512i (&w_sum)[2],
-                                                __m512i (&s_sum)[2]) {
+[[gnu::always_inline]] inline void weight_sums(const RowSamples<kFrames>& row, const FactorPlanes& planes, int32_t x,
+                                               __m512i (&w_sum)[2], __m512i (&s_sum)[2]) {
   const __m512i one = _mm512_set1_epi16(1);
   __m512i w0 = _mm512_setzero_si512(), w1 = w0, s0 = w0, s1 = w0;
 #pragma GCC unroll 4
   for (int32_t f = 0; f < row.frames; ++f) {
     const uint16_t* p = row.gauss(f) + x;
     const __m512i centre = load32<kLanes>(p);
-    const __m512i e = exposure_factors(*row.factors, centre);
+    const __m512i e = exposure_factors(planes, centre);
     __m512i contrast = one;
     if constexpr (kContrast) {
       const __m512i around =
@@ -100,23 +103,25 @@ template <bool kContrast, int32_t kLanes, int kFrames>
 }
 
 // Grouped rule: Q = S * r1(W) rounded half away from zero by Q's sign and
-// converted to 32 bits as FCVTZS does. With kPositive every W lies in
-// [1, 2^31): the estimate needs no zero or sign case, Q has S's sign and
-// |Q| stays below 2^31, so the plain conversion saturates nowhere.
-template <bool kPositive>
+// converted to 32 bits as FCVTZS does.
 inline __m512i grouped_quotient(__m512i w_sum, __m512i s_sum) {
-  const __m512 w = _mm512_cvtepi32_ps(w_sum);
-  const __m512 s = _mm512_cvtepi32_ps(s_sum);
-  if constexpr (kPositive) {
-    const __m512 q = _mm512_mul_ps(s, arm::avx512::refined_reciprocal_of_positive(w));
-    const __m512i half = _mm512_or_si512(_mm512_and_si512(s_sum, _mm512_set1_epi32(INT32_MIN)),
+  const __m512 q = _mm512_mul_ps(_mm512_cvtepi32_ps(s_sum), arm::avx512::refined_reciprocal(_mm512_cvtepi32_ps(w_sum)));
+  const __mmask16 non_negative = _mm512_cmp_ps_mask(q, _mm512_setzero_ps(), _CMP_GE_OQ);
+  const __m512 half = _mm512_mask_mov_ps(_mm512_set1_ps(-0.5f), non_negative, _mm512_set1_ps(0.5f));
+  return arm::avx512::to_s32(_mm512_add_ps(q, half));
+}
+
+// The grouped rule of both sets when every W lies in [1, 2^31): the estimate
+// needs no zero or sign case, Q has S's sign and |Q| stays below 2^31, so the
+// plain conversion saturates nowhere. Both sets' reciprocals in one look-up.
+inline void grouped_quotients_of_positive(const __m512i (&w_sum)[2], const __m512i (&s_sum)[2], __m512i (&q)[2]) {
+  __m512 r[2];
+  arm::avx512::refined_reciprocals_of_positive(_mm512_cvtepi32_ps(w_sum[0]), _mm512_cvtepi32_ps(w_sum[1]), r);
+  for (int k = 0; k < 2; ++k) {
+    const __m512 quotient = _mm512_mul_ps(_mm512_cvtepi32_ps(s_sum[k]), r[k]);
+    const __m512i half = _mm512_or_si512(_mm512_and_si512(s_sum[k], _mm512_set1_epi32(INT32_MIN)),
                                          _mm512_set1_epi32(0x3f000000));  // +-0.5
-    return _mm512_cvttps_epi32(_mm512_add_ps(q, _mm512_castsi512_ps(half)));
-  } else {
-    const __m512 q = _mm512_mul_ps(s, arm::avx512::refined_reciprocal(w));
-    const __mmask16 non_negative = _mm512_cmp_ps_mask(q, _mm512_setzero_ps(), _CMP_GE_OQ);
-    const __m512 half = _mm512_mask_mov_ps(_mm512_set1_ps(-0.5f), non_negative, _mm512_set1_ps(0.5f));
-    return arm::avx512::to_s32(_mm512_add_ps(q, half));
+    q[k] = _mm512_cvttps_epi32(_mm512_add_ps(quotient, _mm512_castsi512_ps(half)));
   }
 }
 
@@ -146,18 +151,25 @@ inline __m512i low16(__m512i q0, __m512i q1) {
 template <int kFrames, bool kPositive>
 struct Step {
   RowSamples<kFrames> row;
+  FactorPlanes planes{row.factors};
 
   template <bool kContrast, int32_t kLanes>
   [[gnu::always_inline]] void operator()(std::bool_constant<kContrast>, std::integral_constant<int32_t, kLanes>,
                                          int32_t x, int32_t split) const {
     __m512i w[2], s[2];
-    weight_sums<kContrast, kLanes, kFrames>(row, x, w, s);
+    weight_sums<kContrast, kLanes, kFrames>(row, planes, x, w, s);
     // Lanes before split by the grouped rule, the others by the exact rule.
     const bool grouped = x < split, exact = kPositive && split < x + kLanes;
     __m512i v = _mm512_setzero_si512();
     if (grouped) {
-      v = _mm512_min_epi16(low16(grouped_quotient<kPositive>(w[0], s[0]), grouped_quotient<kPositive>(w[1], s[1])),
-                           _mm512_set1_epi16(kLumaFixedMax));
+      __m512i q[2];
+      if constexpr (kPositive) {
+        grouped_quotients_of_positive(w, s, q);
+      } else {
+        q[0] = grouped_quotient(w[0], s[0]);
+        q[1] = grouped_quotient(w[1], s[1]);
+      }
+      v = _mm512_min_epi16(low16(q[0], q[1]), _mm512_set1_epi16(kLumaFixedMax));
     }
     if (exact) {
       const __m512i e = low16(exact_quotient(w[0], s[0]), exact_quotient(w[1], s[1]));

@@ -70,6 +70,26 @@ inline __m512 refined_reciprocal_of_positive(__m512 x) {
   return _mm512_mul_ps(r0, _mm512_fnmadd_ps(x, r0, _mm512_set1_ps(2.0f)));
 }
 
+// refined_reciprocal_of_positive of two vectors by one look-up: the index
+// bytes of x0 in byte 0 of each lane, those of x1 in byte 1.
+inline void refined_reciprocals_of_positive(__m512 x0, __m512 x1, __m512 (&r1)[2]) {
+  __m512i table[4];
+  for (int q = 0; q < 4; ++q) table[q] = _mm512_load_si512(kEstimateTable.bytes + 64 * q);
+  const __m512i bits[2] = {_mm512_castps_si512(x0), _mm512_castps_si512(x1)};
+  const __m512i index = _mm512_mask_blend_epi8(0x2222222222222222ull, _mm512_srli_epi32(bits[0], 15),
+                                               _mm512_srli_epi32(bits[1], 7));
+  const __m512i entries = look_up_bytes(table, index);
+  const __m512i fractions[2] = {_mm512_slli_epi32(_mm512_and_si512(entries, _mm512_set1_epi32(0xff)), 15),
+                                _mm512_slli_epi32(_mm512_and_si512(entries, _mm512_set1_epi32(0xff00)), 7)};
+  const __m512 x[2] = {x0, x1};
+  for (int k = 0; k < 2; ++k) {
+    const __m512i exponent = _mm512_and_si512(bits[k], _mm512_set1_epi32(0x7f800000));
+    const __m512 r0 =
+        _mm512_castsi512_ps(_mm512_or_si512(_mm512_sub_epi32(_mm512_set1_epi32(253 << 23), exponent), fractions[k]));
+    r1[k] = _mm512_mul_ps(r0, _mm512_fnmadd_ps(x[k], r0, _mm512_set1_ps(2.0f)));
+  }
+}
+
 // r0 * FRECPS(x, r0), with FRECPS = 2 - x*r0 fused (2 for a zero lane, whose
 // estimate is infinite).
 inline __m512 refined_reciprocal(__m512 x) {

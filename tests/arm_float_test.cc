@@ -4,10 +4,12 @@
 // emulation.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <climits>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 #include <random>
 
 #include "platform/arm_float.h"
@@ -53,6 +55,9 @@ constexpr int kLanes = 16;
 
 struct Lanes {
   float converted[kLanes], estimate[kLanes], refined[kLanes], positive_estimate[kLanes], positive_refined[kLanes];
+  // The positive refined form of two vectors at once, where a set has it: the
+  // lanes, and the lanes reversed as the second vector, put back in order.
+  float paired_first[kLanes], paired_second[kLanes];
   int32_t s32[kLanes];
   uint32_t u32[kLanes];
 };
@@ -73,6 +78,8 @@ Lanes run_avx2(const uint32_t* ints, bool is_signed, const float* floats) {
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(r.s32 + h), arm::avx2::to_s32(g));
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(r.u32 + h), arm::avx2::to_u32(g));
   }
+  std::copy(std::begin(r.positive_refined), std::end(r.positive_refined), r.paired_first);
+  std::copy(std::begin(r.positive_refined), std::end(r.positive_refined), r.paired_second);
   return r;
 }
 #pragma GCC pop_options
@@ -88,6 +95,11 @@ Lanes run_avx512(const uint32_t* ints, bool is_signed, const float* floats) {
   _mm512_storeu_ps(r.refined, arm::avx512::refined_reciprocal(f));
   _mm512_storeu_ps(r.positive_estimate, arm::avx512::recip_estimate_of_positive(f));
   _mm512_storeu_ps(r.positive_refined, arm::avx512::refined_reciprocal_of_positive(f));
+  const __m512i reverse = _mm512_set_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+  __m512 pair[2];
+  arm::avx512::refined_reciprocals_of_positive(f, _mm512_permutexvar_ps(reverse, f), pair);
+  _mm512_storeu_ps(r.paired_first, pair[0]);
+  _mm512_storeu_ps(r.paired_second, _mm512_permutexvar_ps(reverse, pair[1]));
   const __m512 g = _mm512_loadu_ps(floats);
   _mm512_storeu_si512(r.s32, arm::avx512::to_s32(g));
   _mm512_storeu_si512(r.u32, arm::avx512::to_u32(g));
@@ -173,6 +185,8 @@ TEST(ArmFloatVectors, MatchTheScalarEmulation) {
         if (f > 0.0f) {  // the forms for lanes known to be positive
           ASSERT_EQ(bits(r.positive_estimate[k]), bits(arm::recip_estimate(f))) << in[k];
           ASSERT_EQ(bits(r.positive_refined[k]), bits(arm::refined_reciprocal(f))) << in[k];
+          ASSERT_EQ(bits(r.paired_first[k]), bits(arm::refined_reciprocal(f))) << in[k];
+          ASSERT_EQ(bits(r.paired_second[k]), bits(arm::refined_reciprocal(f))) << in[k];
         }
         ASSERT_EQ(r.s32[k], arm::to_s32(floats[k])) << floats[k];
         ASSERT_EQ(r.u32[k], arm::to_u32(floats[k])) << floats[k];
