@@ -34,6 +34,7 @@ PhotoResult fuse_photographs(const PhotoJob& job, std::vector<FileId> inputs, co
   std::vector<double> exposure(n), luma(n);
   std::vector<std::vector<uint8_t>> yuv(n);
   const ChromaLayout layout = parse_layout(job.layout.c_str());
+  int first = 0;  // the first frame's EXIF orientation
   for (size_t k = 0; k < n; ++k) {
     const std::string& path = job.frames[k];
     std::string error;
@@ -45,7 +46,7 @@ PhotoResult fuse_photographs(const PhotoJob& job, std::vector<FileId> inputs, co
     // Pixels stay as stored and the result keeps the reference's Orientation
     // tag, as a camera does; that holds for all frames only when they agree.
     const ExifFacts facts = read_exif(metadata[k].exif);
-    const int first = read_exif(metadata[0].exif).orientation;
+    if (k == 0) first = facts.orientation;
     if (facts.orientation != first) {
       return failed(kInputError, "images of different orientations: " + job.frames[0] + " has EXIF orientation " +
                                      std::to_string(first) + ", " + path + " " + std::to_string(facts.orientation));
