@@ -10,9 +10,9 @@
 #include <cstring>
 
 #include "align/align_rows.h"
+#include "align/column_map.h"
 #include "align/registration.h"
 #include "include/tavo_lumo_hdr.h"
-#include "platform/arm_float.h"
 #include "platform/yuv420_frame.h"
 #include "pool/band_jobs.h"
 
@@ -23,63 +23,22 @@ namespace {
 // maps once and reuses them for every chunk of rows it takes.
 constexpr int32_t kColumnBlock = 4096;
 
-// min(last, trunc(scale * d)), the source index of destination index d.
-inline int32_t source_index(float scale, int32_t d, int32_t last) {
-  return std::min(last, tavo::arm::to_s32(scale * static_cast<float>(d)));
-}
+using tavo::ColumnMap;
+using tavo::source_index;
 
-void fill_indices(int32_t* indices, int32_t first, int32_t count, float scale, int32_t last) {
-  for (int32_t k = 0; k < count; ++k) indices[k] = source_index(scale, first + k, last);
-}
-
-// The source columns of a block of destination columns, and the same as runs
-// of consecutive source columns: destination columns first ... first+length-1
-// take source columns source ... source+length-1. A crop scaled back to a
-// frame a little larger repeats a source column only here and there, so a
-// row is a few block copies.
-struct ColumnMap {
-  struct Run {
-    int32_t first, source, length;
-  };
-  int32_t columns[kColumnBlock];
-  Run runs[kColumnBlock];
-  int32_t block = -1;  // the first destination column of the block held
-  int32_t count = 0, run_count = 0;
-
-  // Holds the block from destination column `first` on, n columns; a map
-  // serves one scale and one last source column.
-  void fill(int32_t first, int32_t n, float scale, int32_t last) {
-    if (block == first && count == n) return;
-    block = first;
-    count = n;
-    fill_indices(columns, first, n, scale, last);
-    run_count = 0;
-    for (int32_t k = 0; k < n; ++k) {
-      if (run_count > 0) {
-        Run& r = runs[run_count - 1];
-        if (columns[k] == r.source + r.length) {
-          ++r.length;
-          continue;
-        }
-      }
-      runs[run_count++] = Run{k, columns[k], 1};
-    }
-  }
-
-  // d[k] = s[columns[k]] for every column of the block.
-  void copy(const uint8_t* s, uint8_t* d) const {
-    if (run_count * 8 > count) {  // short runs: one sample at a time
-      for (int32_t k = 0; k < count; ++k) d[k] = s[columns[k]];
-      return;
-    }
-    for (int32_t r = 0; r < run_count; ++r) memcpy(d + runs[r].first, s + runs[r].source, runs[r].length);
-  }
+template <int32_t kColumns>
+struct BlockMap {
+  int32_t columns[kColumns];
+  ColumnMap::Run runs[kColumns];
+  ColumnMap map{columns, runs};
 };
 
 // The maps a band keeps over its chunks, and the rows of the U and V samples
 // of a destination chroma row before they are merged into V,U pairs.
 struct ResizeScratch {
-  ColumnMap luma, chroma;
+  BlockMap<kColumnBlock> luma_block, chroma_block;
+  ColumnMap& luma = luma_block.map;
+  ColumnMap& chroma = chroma_block.map;
   uint8_t u[kColumnBlock], v[kColumnBlock];
 };
 

@@ -1,10 +1,14 @@
 // The pipeline of one capture: registration, fusion inside the common crop
 // window, resize back to full size. The preset time limit and the camera's
 // stop request are checked at the end of every stage, never inside one.
+#include <optional>
+
+#include "align/crop_to_frame.h"
 #include "align/registration.h"
 #include "api/capture_limits.h"
 #include "api/lifecycle.h"
 #include "fusion/pyramid_geometry.h"
+#include "fusion/pyramid_stages.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/clock.h"
 #include "platform/log.h"
@@ -67,15 +71,24 @@ extern "C" TAVO_HDR_EXPORT int32_t GetAlignImg(const uint8_t* const* frames, int
     ~FreeOnReturn() { tavo::platform::mem_free(buffer); }
   } release{fused};
 
+  // The resize follows the fusion row by row: a crop row lands in the frame
+  // as soon as it is made, and the fused crop is never written. Its maps take
+  // the start of the crop's luma, which the fusion then leaves alone.
+  const bool resize_in_fusion =
+      fused_whole && tavo::CropToFrame::bytes(window.width, window.height, width) <=
+                         static_cast<size_t>(window.width) * static_cast<size_t>(window.height);
+  std::optional<tavo::CropToFrame> frame;
+  if (resize_in_fusion) frame.emplace(fused, window.width, window.height, width, height, chroma_layout, out);
+
   if (stop_requested()) return 1;
-  if (pyrFuse(frames, 3, static_cast<uint32_t>(width), static_cast<uint32_t>(height), window.width,
-              window.height, window.origins, fused, layout) == -1) {
+  if (tavo::fuse_crop(frames, 3, static_cast<uint32_t>(width), static_cast<uint32_t>(height), window.width,
+                      window.height, window.origins, fused, layout, frame ? &*frame : nullptr) == -1) {
     return -1;
   }
   if (over_time("pyrFuse")) return -1;
   if (stop_requested()) return 1;
 
-  tavo::resize_in_bands(fused, out, window.width, window.height, width, height, chroma_layout);
+  if (!resize_in_fusion) tavo::resize_in_bands(fused, out, window.width, window.height, width, height, chroma_layout);
   if (over_time("resize")) return -1;
   if (stop_requested()) return 1;
   return 0;

@@ -3,6 +3,7 @@
 // is read through its own crop origin, halved to chroma resolution.
 #include "chroma/chroma_fusion.h"
 
+#include "align/crop_to_frame.h"
 #include "chroma/chroma_rows.h"
 #include "include/tavo_lumo_hdr.h"
 #include "platform/log.h"
@@ -14,21 +15,23 @@ namespace tavo {
 namespace {
 
 // `rows` planar rows of `width` samples, frame f's row y at src[f] + y * src_stride.
+// Source rows first ... first + rows - 1; out points at the first one's row.
 void plane_rows(const uint8_t* const* src, int32_t frames, ptrdiff_t src_stride, uint8_t* out, int32_t width,
-                int32_t rows, const ChromaWeights& weights, ChromaRowFn fuse) {
+                int32_t rows, const ChromaWeights& weights, ChromaRowFn fuse, int32_t first = 0) {
   if (width < 1) return;
   for (int32_t y = 0; y < rows; ++y) {
-    fuse(ChromaRowArgs{src, &weights, y * src_stride, frames}, out + static_cast<ptrdiff_t>(y) * width, width);
+    fuse(ChromaRowArgs{src, &weights, (first + y) * src_stride, frames}, out + static_cast<ptrdiff_t>(y) * width,
+         width);
   }
 }
 
 // `rows` rows of `pairs` V,U pairs from the frames into out_u and out_v.
 void pair_rows(const uint8_t* const* src, ptrdiff_t src_stride, uint8_t* out_u, uint8_t* out_v, int32_t pairs,
-               int32_t rows, const ChromaWeights& weights, ChromaPairRowFn fuse) {
+               int32_t rows, const ChromaWeights& weights, ChromaPairRowFn fuse, int32_t first = 0) {
   if (pairs < 1) return;
   for (int32_t y = 0; y < rows; ++y) {
     const ptrdiff_t at = static_cast<ptrdiff_t>(y) * pairs;
-    fuse(ChromaRowArgs{src, &weights, y * src_stride, kChromaFrames}, out_u + at, out_v + at, pairs);
+    fuse(ChromaRowArgs{src, &weights, (first + y) * src_stride, kChromaFrames}, out_u + at, out_v + at, pairs);
   }
 }
 
@@ -56,6 +59,7 @@ struct PlaneBand {
   int32_t src_stride;
   int32_t width;
   RowChunks* chunks;
+  const CropToFrame* frame;  // when set, rows go to the frame instead of out_u, out_v
 };
 
 struct PairBand {
@@ -67,6 +71,7 @@ struct PairBand {
   int32_t src_stride;
   int32_t pairs;
   RowChunks* chunks;
+  const CropToFrame* frame;  // when set, rows go to the frame instead of out_u, out_v
 };
 
 // Everything a band dereferences must exist; the message names what the
@@ -112,6 +117,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_semiplane(const uint8_t** src, uint
 
 extern "C" TAVO_HDR_EXPORT int32_t fusionUV_plane_parameter(void* record) {
   auto& a = tavo::band_payload<tavo::PlaneBand>(record);
+  const int32_t band = static_cast<band_record*>(record)->band;
   int32_t first = 0, rows = 0;
   while (a.chunks->take(&first, &rows)) {
     const ptrdiff_t in_at = static_cast<ptrdiff_t>(first) * a.src_stride;
@@ -119,6 +125,15 @@ extern "C" TAVO_HDR_EXPORT int32_t fusionUV_plane_parameter(void* record) {
     const uint8_t* u[tavo::kChromaFrames];
     const uint8_t* v[tavo::kChromaFrames];
     for (int f = 0; f < tavo::kChromaFrames; ++f) u[f] = a.u[f] + in_at, v[f] = a.v[f] + in_at;
+    if (a.frame != nullptr) {
+      const tavo::CropToFrame::ChromaRows to = a.frame->chroma_rows(band);
+      for (int32_t y = 0; y < rows; ++y) {
+        tavo::plane_rows(u, tavo::kChromaFrames, a.src_stride, to.u, a.width, 1, *a.weights, a.fuse, y);
+        tavo::plane_rows(v, tavo::kChromaFrames, a.src_stride, to.v, a.width, 1, *a.weights, a.fuse, y);
+        a.frame->chroma_row(first + y, band);
+      }
+      continue;
+    }
     tavo::plane_rows(u, tavo::kChromaFrames, a.src_stride, a.out_u + out_at, a.width, rows, *a.weights, a.fuse);
     tavo::plane_rows(v, tavo::kChromaFrames, a.src_stride, a.out_v + out_at, a.width, rows, *a.weights, a.fuse);
   }
@@ -128,17 +143,78 @@ extern "C" TAVO_HDR_EXPORT int32_t fusionUV_plane_parameter(void* record) {
 
 extern "C" TAVO_HDR_EXPORT int32_t fusionUV_semiplane_parameter(void* record) {
   auto& a = tavo::band_payload<tavo::PairBand>(record);
+  const int32_t band = static_cast<band_record*>(record)->band;
   int32_t first = 0, rows = 0;
   while (a.chunks->take(&first, &rows)) {
     const ptrdiff_t in_at = static_cast<ptrdiff_t>(first) * a.src_stride;
     const ptrdiff_t out_at = static_cast<ptrdiff_t>(first) * a.pairs;
     const uint8_t* src[tavo::kChromaFrames];
     for (int f = 0; f < tavo::kChromaFrames; ++f) src[f] = a.src[f] + in_at;
+    if (a.frame != nullptr) {
+      const tavo::CropToFrame::ChromaRows to = a.frame->chroma_rows(band);
+      for (int32_t y = 0; y < rows; ++y) {
+        tavo::pair_rows(src, a.src_stride, to.u, to.v, a.pairs, 1, *a.weights, a.fuse, y);
+        a.frame->chroma_row(first + y, band);
+      }
+      continue;
+    }
     tavo::pair_rows(src, a.src_stride, a.out_u + out_at, a.out_v + out_at, a.pairs, rows, *a.weights, a.fuse);
   }
   tavo::band_done(record);
   return 0;
 }
+
+namespace tavo {
+
+void fuse_planar_chroma(const uint8_t* const* frames, uint8_t* out_u, uint8_t* out_v, const uint16_t* lut,
+                        int32_t src_stride, int32_t src_rows, int32_t width, int32_t rows, const int32_t* crop,
+                        const CropToFrame* frame) {
+  const Yuv420Planes planes = yuv420_planes(2 * static_cast<int64_t>(src_stride), 2 * static_cast<int64_t>(src_rows));
+  ChromaWeights weights;
+  build_chroma_weights(lut, kChromaFrames, &weights);
+  const ChromaRowFn fuse = GetChromaRows().plane;
+  RowChunks chunks(rows);
+  run_bands<PlaneBand>(kBandCount, fusionUV_plane_parameter, [&](int32_t, PlaneBand& a) {
+    for (int f = 0; f < kChromaFrames; ++f) {
+      const int64_t row_start = static_cast<int64_t>(crop[2 * f + 1] / 2) * src_stride + crop[2 * f] / 2;
+      a.u[f] = frames[f] + planes.u_plane + row_start;
+      a.v[f] = frames[f] + planes.v_plane + row_start;
+    }
+    a.out_u = out_u;
+    a.out_v = out_v;
+    a.weights = &weights;
+    a.fuse = fuse;
+    a.src_stride = src_stride;
+    a.width = width;
+    a.chunks = &chunks;
+    a.frame = frame;
+  });
+}
+
+void fuse_pair_chroma(const uint8_t* const* frames, uint8_t* out_u, uint8_t* out_v, const uint16_t* lut,
+                      int32_t src_stride, int32_t src_height, int32_t out_width, int32_t rows, const int32_t* crop,
+                      const CropToFrame* frame) {
+  const int64_t pair_plane = yuv420_planes(src_stride, src_height).vu_plane;
+  ChromaWeights weights;
+  build_chroma_weights(lut, kChromaFrames, &weights);
+  const ChromaPairRowFn fuse = GetChromaRows().pairs;
+  RowChunks chunks(rows);
+  run_bands<PairBand>(kBandCount, fusionUV_semiplane_parameter, [&](int32_t, PairBand& a) {
+    for (int f = 0; f < kChromaFrames; ++f) {
+      a.src[f] = frames[f] + pair_plane + static_cast<int64_t>(crop[2 * f + 1] / 2) * src_stride + crop[2 * f];
+    }
+    a.out_u = out_u;
+    a.out_v = out_v;
+    a.weights = &weights;
+    a.fuse = fuse;
+    a.src_stride = src_stride;
+    a.pairs = out_width / 2;
+    a.chunks = &chunks;
+    a.frame = frame;
+  });
+}
+
+}  // namespace tavo
 
 // Planar sources of Ws x Hs = (2*src_stride) x (2*src_rows): U plane at byte
 // Ws*Hs, V plane at Ws*Hs*5/4. Frame f's chroma row r starts at
@@ -156,26 +232,7 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_plane_process(const uint8_t* const*
     return 0;
   }
   if (!tavo::frames_present(frames, crop, "fusionUV_plane_process")) return 0;
-  const tavo::Yuv420Planes planes =
-      tavo::yuv420_planes(2 * static_cast<int64_t>(src_stride), 2 * static_cast<int64_t>(src_rows));
-  tavo::ChromaWeights weights;
-  tavo::build_chroma_weights(lut, tavo::kChromaFrames, &weights);
-  const tavo::ChromaRowFn fuse = tavo::GetChromaRows().plane;
-  tavo::RowChunks chunks(rows);
-  tavo::run_bands<tavo::PlaneBand>(tavo::kBandCount, fusionUV_plane_parameter, [&](int32_t, tavo::PlaneBand& a) {
-    for (int f = 0; f < tavo::kChromaFrames; ++f) {
-      const int64_t row_start = static_cast<int64_t>(crop[2 * f + 1] / 2) * src_stride + crop[2 * f] / 2;
-      a.u[f] = frames[f] + planes.u_plane + row_start;
-      a.v[f] = frames[f] + planes.v_plane + row_start;
-    }
-    a.out_u = out_u;
-    a.out_v = out_v;
-    a.weights = &weights;
-    a.fuse = fuse;
-    a.src_stride = src_stride;
-    a.width = width;
-    a.chunks = &chunks;
-  });
+  tavo::fuse_planar_chroma(frames, out_u, out_v, lut, src_stride, src_rows, width, rows, crop, nullptr);
   return 0;
 }
 
@@ -197,23 +254,6 @@ extern "C" TAVO_HDR_EXPORT uint32_t fusionUV_semiplane_process(const uint8_t* co
     return 0;
   }
   if (!tavo::frames_present(frames, crop, "fusionUV_semiplane_process")) return 0;
-  const int64_t pair_plane = tavo::yuv420_planes(src_stride, src_height).vu_plane;
-  const int32_t pairs = out_width / 2;
-  tavo::ChromaWeights weights;
-  tavo::build_chroma_weights(lut, tavo::kChromaFrames, &weights);
-  const tavo::ChromaPairRowFn fuse = tavo::GetChromaRows().pairs;
-  tavo::RowChunks chunks(rows);
-  tavo::run_bands<tavo::PairBand>(tavo::kBandCount, fusionUV_semiplane_parameter, [&](int32_t, tavo::PairBand& a) {
-    for (int f = 0; f < tavo::kChromaFrames; ++f) {
-      a.src[f] = frames[f] + pair_plane + static_cast<int64_t>(crop[2 * f + 1] / 2) * src_stride + crop[2 * f];
-    }
-    a.out_u = out_u;
-    a.out_v = out_v;
-    a.weights = &weights;
-    a.fuse = fuse;
-    a.src_stride = src_stride;
-    a.pairs = pairs;
-    a.chunks = &chunks;
-  });
+  tavo::fuse_pair_chroma(frames, out_u, out_v, lut, src_stride, src_height, out_width, rows, crop, nullptr);
   return 0;
 }

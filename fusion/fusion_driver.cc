@@ -83,13 +83,15 @@ FusionPyramids carve_block(void* block, uint32_t frames, uint32_t levels, uint32
   return p;
 }
 
+// The fusion logs under the name of its exported entry point.
+constexpr const char* kLogName = "pyrFuse";
+
 }  // namespace
 }  // namespace tavo
 
-extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_t frame_count,
-                                           uint32_t stride, uint32_t frame_height, int32_t width,
-                                           int32_t height, const int32_t* offsets, uint8_t* out,
-                                           const char* layout) {
+int32_t tavo::fuse_crop(const uint8_t* const* frames, uint32_t frame_count, uint32_t stride, uint32_t frame_height,
+                        int32_t width, int32_t height, const int32_t* offsets, uint8_t* out, const char* layout,
+                        const CropToFrame* frame) {
   using tavo::platform::mem_alloc;
   using tavo::platform::mem_free;
 
@@ -97,19 +99,19 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
   const uint8_t levels = tavo::pyramid_level_count(width, height);
   if (frames == nullptr || offsets == nullptr || out == nullptr || layout == nullptr ||
       frame_count < 1 || levels < 1) {
-    HDR_LOG("pyrFuse input error: %u frames, crop %dx%d\n", frame_count, width, height);
+    HDR_LOG_AS(__LINE__, kLogName, "pyrFuse input error: %u frames, crop %dx%d\n", frame_count, width, height);
     return -1;
   }
   // The chroma of the two known layouts is fused from exactly three frames.
   const tavo::ChromaLayout chroma_layout = tavo::parse_layout(layout);
   if (chroma_layout != tavo::ChromaLayout::kOther && frame_count < tavo::kChromaFrames) {
-    HDR_LOG("pyrFuse input error: the chroma of %s is fused from %d frames, %u given\n", layout,
+    HDR_LOG_AS(__LINE__, kLogName, "pyrFuse input error: the chroma of %s is fused from %d frames, %u given\n", layout,
             tavo::kChromaFrames, frame_count);
     return -1;
   }
   for (uint32_t i = 0; i < frame_count; ++i) {
     if (frames[i] == nullptr) {
-      HDR_LOG("pyrFuse input error: frame %u is NULL\n", i);
+      HDR_LOG_AS(__LINE__, kLogName, "pyrFuse input error: frame %u is NULL\n", i);
       return -1;
     }
   }
@@ -121,7 +123,7 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
   auto* w_pyramid_y = static_cast<int32_t*>(mem_alloc(sizeof(int32_t) * levels));
   auto* h_pyramid_y = static_cast<int32_t*>(mem_alloc(sizeof(int32_t) * levels));
   if (w_pyramid_y == nullptr || h_pyramid_y == nullptr) {
-    HDR_LOG_AT(106, "w_pyramid_y||h_pyramid_y malloc error");
+    HDR_LOG_AS(106, kLogName, "w_pyramid_y||h_pyramid_y malloc error");
     mem_free(w_pyramid_y);
     mem_free(h_pyramid_y);
     return -1;
@@ -140,7 +142,7 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
     mem_free(block);
   };
   if (block == nullptr) {
-    HDR_LOG_AT(137, "mem malloc fail.\n");
+    HDR_LOG_AS(137, kLogName, "mem malloc fail.\n");
     release();
     return -1;
   }
@@ -167,7 +169,7 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
       status = tavo::gaussian_reduce_level(pyr.gauss, count, l, w_pyramid_y, h_pyramid_y, true);
     }
     if (status != 0) {
-      HDR_LOG_AT(251, "pyramid_gaussian_down_sample_uint8_process malloc error and return -1\n");
+      HDR_LOG_AS(251, kLogName, "pyramid_gaussian_down_sample_uint8_process malloc error and return -1\n");
       release();
       return -1;
     }
@@ -175,7 +177,7 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
     for (uint32_t i = 0; i < frame_count; ++i) pyr.lap[i][top] = reinterpret_cast<int16_t*>(pyr.gauss[i][top]);
     if (tavo::blend_level(pyr.fused, exposure_weight_lut, pyr.lap, pyr.gauss, w_pyramid_y, h_pyramid_y,
                           static_cast<int32_t>(top), frame_count) != 0) {
-      HDR_LOG("fusion_pyramid_process could not blend level %u, fusion stopped\n", top);
+      HDR_LOG_AS(__LINE__, kLogName, "fusion_pyramid_process could not blend level %u, fusion stopped\n", top);
       release();
       return -1;
     }
@@ -183,14 +185,14 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
       if (l >= 1 && l <= on_demand) continue;  // made within the pass of level 0
       const tavo::StreamedLevel level{static_cast<int32_t>(frame_count), frames, stride, offsets,
                                       pyr.gauss, pyr.fused, exposure_weight_lut, w_pyramid_y,
-                                      h_pyramid_y, l, out, l == 0 ? on_demand : 0};
+                                      h_pyramid_y, l, out, frame, l == 0 ? on_demand : 0};
       const int32_t status = tavo::fuse_and_collapse_level(level);
       if (status == tavo::kBandPassFailed) {
-        HDR_LOG_AT(269, "pyramid_laplacian_down_sample_process malloc error and return -1\n");
+        HDR_LOG_AS(269, kLogName, "pyramid_laplacian_down_sample_process malloc error and return -1\n");
       } else if (status == tavo::kBlendFailed) {
-        HDR_LOG("fusion_pyramid_process could not blend level %d, fusion stopped\n", l);
+        HDR_LOG_AS(__LINE__, kLogName, "fusion_pyramid_process could not blend level %d, fusion stopped\n", l);
       } else if (status != 0) {
-        HDR_LOG_AT(385, "pyramid_reconstruct_y_process malloc error and return -1\n");
+        HDR_LOG_AS(385, kLogName, "pyramid_reconstruct_y_process malloc error and return -1\n");
       }
       if (status != 0) {
         release();
@@ -203,15 +205,22 @@ extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_
   uint8_t* out_u = out + planes.u_plane;
   uint8_t* out_v = out + planes.v_plane;
   if (chroma_layout == tavo::ChromaLayout::kSemiPlanar) {
-    fusionUV_semiplane_process(frames, out_u, out_v, chroma_weight_lut, static_cast<int32_t>(stride),
-                               static_cast<int32_t>(frame_height), width, height / 2, offsets);
+    tavo::fuse_pair_chroma(frames, out_u, out_v, chroma_weight_lut, static_cast<int32_t>(stride),
+                           static_cast<int32_t>(frame_height), width, height / 2, offsets, frame);
   } else if (chroma_layout == tavo::ChromaLayout::kPlanar) {
-    fusionUV_plane_process(frames, out_u, out_v, chroma_weight_lut, static_cast<int32_t>(stride) / 2,
-                           static_cast<int32_t>(frame_height) / 2, width / 2, height / 2, offsets);
+    tavo::fuse_planar_chroma(frames, out_u, out_v, chroma_weight_lut, static_cast<int32_t>(stride) / 2,
+                             static_cast<int32_t>(frame_height) / 2, width / 2, height / 2, offsets, frame);
   } else {
-    HDR_LOG("layout %s is neither YUV420_PLANAR nor YVU420_SEMIPLANAR, chroma not fused\n", layout);
+    HDR_LOG_AS(__LINE__, kLogName, "layout %s is neither YUV420_PLANAR nor YVU420_SEMIPLANAR, chroma not fused\n", layout);
   }
 
   release();
   return 0;
+}
+
+extern "C" TAVO_HDR_EXPORT int32_t pyrFuse(const uint8_t* const* frames, uint32_t frame_count,
+                                           uint32_t stride, uint32_t frame_height, int32_t width,
+                                           int32_t height, const int32_t* offsets, uint8_t* out,
+                                           const char* layout) {
+  return tavo::fuse_crop(frames, frame_count, stride, frame_height, width, height, offsets, out, layout, nullptr);
 }

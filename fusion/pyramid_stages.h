@@ -9,6 +9,15 @@
 
 namespace tavo {
 
+class CropToFrame;
+
+// What pyrFuse computes. With `frame`, the fused crop's rows go to the frame,
+// resized as they are made, instead of to `out` (the crop luma and chroma of
+// `out` are then not written; frame 0's Gaussian level 1 still lives there).
+int32_t fuse_crop(const uint8_t* const* frames, uint32_t frame_count, uint32_t stride, uint32_t frame_height,
+                  int32_t width, int32_t height, const int32_t* offsets, uint8_t* out, const char* layout,
+                  const CropToFrame* frame);
+
 // Gaussian level + 1 from level, in every one of `pyramids` pyramids of the
 // same geometry (one batch of bands for all of them). crop_pyramids: the
 // levels are a crop's, samples of at most 4080, whose vertical sums take

@@ -5,6 +5,7 @@
 #include <type_traits>
 
 #include "align/align_rows.h"
+#include "align/crop_to_frame.h"
 #include "fusion/expanded_band.h"
 #include "fusion/fusion_rows.h"
 #include "fusion/reduce_band.h"
@@ -129,6 +130,7 @@ class LevelPass {
   int32_t* window_tags_ = nullptr;
   int16_t* fused_row_ = nullptr;
   uint16_t* window_ = nullptr;  // frame f's slot s: row 3f + s
+  uint8_t* luma_row_ = nullptr;  // level 0's output row on its way to the frame
   ExpandedRows<int16_t> collapsed_rows_{};
   int16_t* own_row_ = nullptr;
   int32_t own_tag_ = -1;
@@ -165,7 +167,9 @@ int32_t LevelPass::init(const StreamedLevel& lv, int32_t level, bool on_demand, 
   scratch_.band_pass = platform::mem_alloc(frames * (4 * sizeof(int32_t) + 5 * row_bytes));
   if (scratch_.band_pass == nullptr) return kBandPassFailed;
   const size_t window_rows = level0_ ? 1 + 3 * frames : 0;  // fused row and three crop rows a frame
-  scratch_.blend = platform::mem_alloc(2 * frames * sizeof(void*) + 4 * sizeof(int32_t) + window_rows * row_bytes);
+  const size_t luma_row_bytes = level0_ && lv.frame != nullptr ? static_cast<size_t>(wf_) : 0;
+  scratch_.blend = platform::mem_alloc(2 * frames * sizeof(void*) + 4 * sizeof(int32_t) + window_rows * row_bytes +
+                                       luma_row_bytes);
   if (scratch_.blend == nullptr) return kBlendFailed;
   scratch_.collapse = platform::mem_alloc(4 * sizeof(int32_t) + (on_demand ? 5 : 4) * row_bytes);
   if (scratch_.collapse == nullptr) return kCollapseFailed;
@@ -186,6 +190,7 @@ int32_t LevelPass::init(const StreamedLevel& lv, int32_t level, bool on_demand, 
   window_tags_ = reinterpret_cast<int32_t*>(gauss_ptrs_ + n_);
   fused_row_ = level0_ ? reinterpret_cast<int16_t*>(window_tags_ + 4) : nullptr;
   window_ = level0_ ? reinterpret_cast<uint16_t*>(fused_row_ + wf_) : nullptr;
+  luma_row_ = luma_row_bytes != 0 ? reinterpret_cast<uint8_t*>(window_ + 3 * frames * wf_) : nullptr;
   for (int t = 0; t < 4; ++t) window_tags_[t] = -1;
   // Collapse part.
   auto* collapse_tags = static_cast<int32_t*>(scratch_.collapse);
@@ -257,13 +262,14 @@ void LevelPass::make_row(int32_t y) {
   }
 
   // Collapse in place onto the expansion of the collapsed level above.
-  uint8_t* luma = level0_ ? lv_->luma + static_cast<ptrdiff_t>(y) * wf_ : nullptr;
+  uint8_t* luma = luma_row_ != nullptr ? luma_row_ : level0_ ? lv_->luma + static_cast<ptrdiff_t>(y) * wf_ : nullptr;
   const ExpandedRows<int16_t>& cr = collapsed_rows_;
   if (c.even) {
     fns.collapse_even(row.out, cr.row(c.above), cr.row(c.centre), cr.row(c.below), luma, wf_);
   } else {
     fns.collapse_odd(row.out, cr.row(c.centre), cr.row(c.below), luma, wf_);
   }
+  if (luma_row_ != nullptr) lv_->frame->luma_row(y, luma_row_);
 }
 
 struct LevelBand {

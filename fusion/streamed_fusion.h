@@ -16,6 +16,8 @@
 
 namespace tavo {
 
+class CropToFrame;
+
 // Results of the stages, each failure naming what its band could not take.
 inline constexpr int32_t kStageFailed = -1;        // Gaussian scratch
 inline constexpr int32_t kBandPassFailed = -2;     // expanded Gaussian rows, band-pass rows
@@ -43,6 +45,7 @@ struct StreamedLevel {
   const int32_t* heights;
   int32_t level;                  // 0 ... L-2
   uint8_t* luma;                  // output luma, written at level 0
+  const CropToFrame* frame;       // when set, level 0's rows go to the frame instead of `luma`
   // Levels above `level` whose collapsed rows are not stored but made in the
   // same pass when a finer row needs them; the level above those is read from
   // the table.

@@ -1,5 +1,5 @@
-// The fusion driver against the exported kernels composed level by level, and
-// what it refuses. (Its allocation failures are swept with the capture's.)
+// The fusion driver against the exported kernels composed level by level (and
+// resized into a frame as it goes, against image_resize), and what it refuses. (Its allocation failures are swept with the capture's.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "align/crop_to_frame.h"
+#include "fusion/pyramid_geometry.h"
+#include "fusion/pyramid_stages.h"
 #include "include/tavo_lumo_hdr.h"
 #include "support/test_support.h"
 
@@ -19,6 +22,9 @@ class FusionDriver : public test::PoolTest {};
 
 // pyrFuse of full w x h frames cropped to crop_w x crop_h, which must equal
 // the reference, both written over 0xAB: what either leaves must match too.
+// Where a capture resizes the crop as the fusion makes it (even sides, two
+// levels or more, a layout with chroma), the frame it fills must equal
+// image_resize of the reference crop.
 void fuse_both_ways(const std::vector<const uint8_t*>& frames, int32_t w, int32_t h, int32_t crop_w,
                     int32_t crop_h, const int32_t* offsets, const char* layout) {
   const auto n = static_cast<uint32_t>(frames.size());
@@ -26,6 +32,17 @@ void fuse_both_ways(const std::vector<const uint8_t*>& frames, int32_t w, int32_
   EXPECT_EQ(pyrFuse(frames.data(), n, w, h, crop_w, crop_h, offsets, streamed.data(), layout), 0);
   test::reference_fusion(frames.data(), n, w, h, crop_w, crop_h, offsets, layout, reference.data());
   EXPECT_EQ(streamed, reference);
+
+  const ChromaLayout chroma = parse_layout(layout);
+  if (crop_w % 2 != 0 || crop_h % 2 != 0 || chroma == ChromaLayout::kOther || pyramid_level_count(crop_w, crop_h) < 2) {
+    return;
+  }
+  std::vector<int32_t> maps(CropToFrame::bytes(crop_w, crop_h, w) / sizeof(int32_t) + 1);
+  Frame resized(streamed.size(), 0xAB), expected = resized, crop = resized;
+  const CropToFrame frame(maps.data(), crop_w, crop_h, w, h, chroma, resized.data());
+  EXPECT_EQ(fuse_crop(frames.data(), n, w, h, crop_w, crop_h, offsets, crop.data(), layout, &frame), 0);
+  image_resize(reference.data(), expected.data(), crop_w, crop_h, w, h, layout);
+  EXPECT_EQ(resized, expected);
 }
 
 // The streamed fusion equals the exported kernels composed level by level,
