@@ -26,19 +26,22 @@ constexpr int32_t kColumnBlock = 4096;
 using tavo::ColumnMap;
 using tavo::source_index;
 
+// A map over its own arrays, for blocks of up to kColumns columns; its map
+// points into it, so it is never copied.
 template <int32_t kColumns>
 struct BlockMap {
   int32_t columns[kColumns];
   ColumnMap::Run runs[kColumns];
   ColumnMap map{columns, runs};
+  BlockMap() = default;
+  BlockMap(const BlockMap&) = delete;
+  BlockMap& operator=(const BlockMap&) = delete;
 };
 
 // The maps a band keeps over its chunks, and the rows of the U and V samples
 // of a destination chroma row before they are merged into V,U pairs.
 struct ResizeScratch {
-  BlockMap<kColumnBlock> luma_block, chroma_block;
-  ColumnMap& luma = luma_block.map;
-  ColumnMap& chroma = chroma_block.map;
+  BlockMap<kColumnBlock> luma, chroma;
   uint8_t u[kColumnBlock], v[kColumnBlock];
 };
 
@@ -64,7 +67,7 @@ void resize_chroma(const uint8_t* src, uint8_t* dst, int32_t src_width, int32_t 
   const uint8_t* src_v = src + from.v_plane;
   const int32_t pairs = dst_width / 2;  // chroma columns of a destination row
 
-  ColumnMap& map = scratch.chroma;
+  ColumnMap& map = scratch.chroma.map;
   for (int32_t j0 = 0; j0 < pairs; j0 += kColumnBlock) {
     const int32_t n = std::min(kColumnBlock, pairs - j0);
     map.fill(j0, n, sx, src_width / 2 - 1);
@@ -103,7 +106,7 @@ int32_t resize_band_body(void* record) {
   ResizeScratch scratch;
   int32_t first = 0, rows = 0;
   while (a.chunks->take(&first, &rows)) {
-    resize_luma(a.src, a.dst, a.src_width, a.src_height, a.dst_width, a.sx, a.sy, first, first + rows, scratch.luma);
+    resize_luma(a.src, a.dst, a.src_width, a.src_height, a.dst_width, a.sx, a.sy, first, first + rows, scratch.luma.map);
     if (a.chroma) {
       resize_chroma(a.src, a.dst, a.src_width, a.src_height, a.dst_width, a.dst_height, a.sx, a.sy, a.merge,
                     first / 2, std::min((first + rows) / 2, a.dst_height / 2), scratch);
@@ -135,7 +138,7 @@ extern "C" TAVO_HDR_EXPORT void image_resize(const uint8_t* src, uint8_t* dst, i
   const float sx = static_cast<float>(src_width) / static_cast<float>(dst_width);
   const float sy = static_cast<float>(src_height) / static_cast<float>(dst_height);
   ResizeScratch scratch;
-  resize_luma(src, dst, src_width, src_height, dst_width, sx, sy, 0, dst_height, scratch.luma);
+  resize_luma(src, dst, src_width, src_height, dst_width, sx, sy, 0, dst_height, scratch.luma.map);
   if (dst_width < 2 || dst_height < 2) return;
   const tavo::MergePairsRowFn merge =
       tavo::parse_layout(layout) == tavo::ChromaLayout::kSemiPlanar ? tavo::GetAlignRows().merge_pairs : nullptr;

@@ -222,26 +222,26 @@ inline bool collapse_vectors(int16_t* level, uint8_t* luma, int32_t width, Expan
   });
 }
 
-[[gnu::flatten]] void ReduceV_NEON(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+// The vertical filter of five rows by kReduce, the portable row where no
+// vector fits.
+template <uint16x8_t (*kReduce)(uint16x8_t, uint16x8_t, uint16x8_t, uint16x8_t, uint16x8_t)>
+[[gnu::flatten]] void reduce_v(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
   const bool done = vector_rows(
       width,
       [&]<size_t N>(Regs<N>, int32_t x) {
-        return each([](auto... v) { return reduce8(v...); }, load<N>(rows[0] + x), load<N>(rows[1] + x), load<N>(rows[2] + x),
+        return each([](auto... v) { return kReduce(v...); }, load<N>(rows[0] + x), load<N>(rows[1] + x), load<N>(rows[2] + x),
                     load<N>(rows[3] + x), load<N>(rows[4] + x));
       },
       [&](int32_t x, const auto& v) { store(dst + x, v); });
   if (!done) reduce_v_row(rows, dst, width);
 }
 
+[[gnu::flatten]] void ReduceV_NEON(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
+  reduce_v<reduce8>(rows, dst, width);
+}
+
 [[gnu::flatten]] void ReduceVPyramid_NEON(const uint16_t* const* rows, uint16_t* dst, int32_t width) {
-  const bool done = vector_rows(
-      width,
-      [&]<size_t N>(Regs<N>, int32_t x) {
-        return each([](auto... v) { return reduce8_pyramid(v...); }, load<N>(rows[0] + x), load<N>(rows[1] + x), load<N>(rows[2] + x),
-                    load<N>(rows[3] + x), load<N>(rows[4] + x));
-      },
-      [&](int32_t x, const auto& v) { store(dst + x, v); });
-  if (!done) reduce_v_row(rows, dst, width);
+  reduce_v<reduce8_pyramid>(rows, dst, width);
 }
 
 [[gnu::flatten]] void ExpandHUnsigned_NEON(const uint16_t* coarse, int32_t coarse_width, uint16_t* fine, int32_t fine_width) {
